@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# One entry point for building, testing and measuring tarn.
+#
+#   ./build.sh demo            build and run the example tour
+#   ./build.sh test            build everything and run every test (g++, Release)
+#   ./build.sh sanitize        the test suite under AddressSanitizer + UBSan (clang)
+#   ./build.sh bench [filter]  build and run the benchmarks
+#
+# Missing Debian packages are installed first (only those that are missing).
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+
+JOBS=$(nproc 2>/dev/null || echo 2)
+BASE_PACKAGES=(g++ cmake ninja-build pkg-config libgmp-dev libgtest-dev libmpfr-dev)
+
+log() { printf '==> %s\n' "$*"; }
+
+# ensure_packages pkg... installs whichever of the packages dpkg does not know.
+ensure_packages() {
+    local missing=() pkg
+    for pkg in "$@"; do
+        dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'ok installed' || missing+=("$pkg")
+    done
+    ((${#missing[@]} == 0)) && return 0
+    log "installing ${missing[*]}"
+    local sudo=()
+    [[ $(id -u) -ne 0 ]] && sudo=(sudo)
+    "${sudo[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends \
+        "${missing[@]}" >/dev/null
+}
+
+# build PRESET [target...]: configure (once) and build with a CMake preset.
+build() {
+    local preset=$1
+    shift
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" -j "$JOBS" ${1:+--target "$@"}
+}
+
+cmd_demo() {
+    ensure_packages "${BASE_PACKAGES[@]}"
+    build release
+    local tour=build/release/examples/tour
+    if [[ -x $tour ]]; then
+        "$tour"
+    else
+        log "the example tour is not written yet; the library built"
+    fi
+}
+
+cmd_test() {
+    ensure_packages "${BASE_PACKAGES[@]}"
+    build release
+    ctest --preset release
+}
+
+cmd_sanitize() {
+    ensure_packages "${BASE_PACKAGES[@]}" clang-14 libclang-rt-14-dev
+    build sanitize
+    ctest --preset sanitize
+}
+
+cmd_bench() {
+    ensure_packages "${BASE_PACKAGES[@]}" libbenchmark-dev
+    build bench
+    local ran=0 exe
+    for exe in build/bench/bench/bench_*; do
+        [[ -x $exe ]] || continue
+        ran=1
+        log "$exe"
+        "$exe" ${1:+--benchmark_filter="$1"}
+    done
+    ((ran)) || log "no benchmarks are written yet"
+}
+
+usage() {
+    sed -n '2,10p' "$0" | sed 's/^# \{0,1\}//'
+    exit "${1:-0}"
+}
+
+case "${1:-}" in
+demo | test | sanitize | bench)
+    cmd=$1
+    shift
+    "cmd_$cmd" "$@"
+    ;;
+-h | --help | help) usage 0 ;;
+*) usage 2 ;;
+esac
