@@ -1,0 +1,233 @@
+// tarn::BVNumber, bit-vector operations on non-negative integer QNumbers.
+//
+// The float code builds and takes apart packed bit patterns with these
+// functions: bit i of a value is the coefficient of 2^i. Every operation has
+// a word path for small operands within fixed limits, which never allocates,
+// and a GMP path for the rest. Results are assigned to an output QNumber, so
+// the output may be one of the inputs, and a big output stays big.
+#pragma once
+
+#include "tarn/numbers/qnumber.h"
+
+#include <climits>
+#include <gmp.h>
+
+namespace tarn {
+
+/// Static bit-vector operations on integer QNumbers. Operands must be
+/// non-negative integers (to_long accepts any integer); only numerators are
+/// read.
+class BVNumber {
+public:
+    BVNumber() = delete;
+
+    /// Returned by the scans when no matching bit exists.
+    static constexpr unsigned long no_bit = ~0UL;
+
+    /// Sets bit i of q to v, in place. Setting a bit at 63 or above moves a
+    /// small q to the big form.
+    static void set_bit(QNumber& q, unsigned long i, bool v) {
+        if (q.is_small()) {
+            if (i <= 62) {
+                unsigned long const mask = 1UL << i;
+                unsigned long const word = static_cast<unsigned long>(q.num_);
+                q.num_ = static_cast<long>(v ? word | mask : word & ~mask);
+                return;
+            }
+            // A non-negative word has no bits at 63 or above to clear.
+            if (!v) return;
+            q.become_big_from_words();
+        }
+        if (v)
+            mpz_setbit(q.big_->num, i);
+        else
+            mpz_clrbit(q.big_->num, i);
+    }
+
+    /// Bit i of q.
+    static bool test_bit(QNumber const& q, unsigned long i) noexcept {
+        if (q.is_small()) return i < 64 && ((static_cast<unsigned long>(q.num_) >> i) & 1UL);
+        return mpz_tstbit(q.big_->num, i) != 0;
+    }
+
+    /// The lowest index at or above start whose bit is 1, or no_bit.
+    static unsigned long scan_bit_1(QNumber const& q, unsigned long start) noexcept {
+        if (q.is_small()) {
+            if (start >= 64) return no_bit;
+            unsigned long const rest = static_cast<unsigned long>(q.num_) >> start;
+            // One trailing-zero count instead of a halving sequence; same result.
+            return rest == 0 ? no_bit : start + static_cast<unsigned long>(__builtin_ctzl(rest));
+        }
+        return mpz_scan1(q.big_->num, start);
+    }
+
+    /// The lowest index at or above start whose bit is 0 (always exists for a
+    /// non-negative value).
+    static unsigned long scan_bit_0(QNumber const& q, unsigned long start) noexcept {
+        if (q.is_small()) {
+            // Every bit from 63 up of a non-negative word is 0.
+            if (start > 63) return start;
+            unsigned long const rest = ~static_cast<unsigned long>(q.num_) >> start;
+            return start + static_cast<unsigned long>(__builtin_ctzl(rest));
+        }
+        return mpz_scan0(q.big_->num, start);
+    }
+
+    /// True and *out = q when the integer q fits a signed 64-bit word (in
+    /// either form); false and *out untouched otherwise.
+    static bool to_long(QNumber const& q, long* out) noexcept {
+        if (q.is_small()) {
+            *out = q.num_;
+            return true;
+        }
+        if (!mpz_fits_slong_p(q.big_->num)) return false;
+        *out = mpz_get_si(q.big_->num);
+        return true;
+    }
+
+    /// q becomes q mod 2^width, in place. Costs nothing when q already fits.
+    static void trim(QNumber& q, unsigned long width) {
+        if (q.is_small()) {
+            if (width >= 64) return;
+            unsigned long const word = static_cast<unsigned long>(q.num_);
+            if ((word >> width) == 0) return;
+            q.num_ = static_cast<long>(word & ((1UL << width) - 1));
+            return;
+        }
+        if (mpz_sizeinbase(q.big_->num, 2) <= width) return;
+        // Masking a big value leaves it big; taking the low bits in place is
+        // the AND with 2^width - 1 without building the mask.
+        mpz_fdiv_r_2exp(q.big_->num, q.big_->num, width);
+    }
+
+    /// *out = 2^n: small for n <= 62, big from 63 on.
+    static void pow2(unsigned long n, QNumber* out) {
+        if (n <= 62) {
+            out->assign_long(1L << n);
+            return;
+        }
+        out->make_big_integer();
+        mpz_set_ui(out->big_->num, 0);
+        mpz_setbit(out->big_->num, n);
+    }
+
+    /// *out = q × 2^n: small whenever the result fits a word, even for a big q.
+    static void bit_left_shift(QNumber const& q, unsigned long n, QNumber* out) {
+        if (n == 0) {
+            *out = q;
+            return;
+        }
+        if (q.is_small()) {
+            unsigned long const word = static_cast<unsigned long>(q.num_);
+            if (n <= 62 && (word >> (63 - n)) == 0) {
+                out->assign_long(static_cast<long>(word << n));
+                return;
+            }
+            if (word == 0) {
+                out->assign_long(0);
+                return;
+            }
+        }
+        // The result needs GMP (or, from a big q, may shrink back to a word).
+        mpz_t product;
+        if (q.is_small())
+            mpz_init_set_si(product, q.num_);
+        else
+            mpz_init_set(product, q.big_->num);
+        mpz_mul_2exp(product, product, n);
+        if (mpz_fits_slong_p(product))
+            out->assign_long(mpz_get_si(product));
+        else
+            *out = QNumber::adopt_big_integer(product);
+        mpz_clear(product);
+    }
+
+    /// *out = floor(q / 2^n), in the form of q.
+    static void bit_right_shift(QNumber const& q, unsigned long n, QNumber* out) {
+        if (n == 0) {
+            *out = q;
+            return;
+        }
+        if (q.is_small()) {
+            out->assign_long(n <= 63 ? q.num_ >> n : 0);
+            return;
+        }
+        if (out->is_big()) {
+            // Covers out == &q: GMP shifts in place.
+            mpz_fdiv_q_2exp(out->big_->num, q.big_->num, n);
+            mpz_set_ui(out->big_->den, 1);
+            return;
+        }
+        QNumber r = QNumber::make_big();
+        mpz_fdiv_q_2exp(r.big_->num, q.big_->num, n);
+        *out = std::move(r);
+    }
+
+    /// width minus the bit length of q, or 0 when the bit length exceeds width.
+    static unsigned long count_leading_zeros(QNumber const& q, unsigned long width) noexcept {
+        // Leading zeros of a byte value: the portable way to finish a count
+        // once halving has brought the top set bit into the top byte.
+        [[maybe_unused]] static constexpr unsigned char count_tbl[256] = {
+            8, 7, 6, 6, 5, 5, 5, 5, 4, 4, 4, 4, 4, 4, 4, 4, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3,
+            3, 3, 3, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2,
+            2, 2, 2, 2, 2, 2, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
+            1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
+            1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+        if (q.is_big()) {
+            // GMP gives a bit length of 1 for zero; a big zero has none.
+            unsigned long const length =
+                mpz_sgn(q.big_->num) == 0 ? 0 : mpz_sizeinbase(q.big_->num, 2);
+            return width >= length ? width - length : 0;
+        }
+        unsigned long word = static_cast<unsigned long>(q.num_);
+        unsigned long zeros;
+#if defined(__GNUC__)
+        // One instruction where the compiler has it; identical to the table.
+        zeros = word == 0 ? 64 : static_cast<unsigned long>(__builtin_clzl(word));
+#else
+        zeros = 0;
+        if ((word >> 32) == 0) zeros += 32, word <<= 32;
+        if ((word >> 48) == 0) zeros += 16, word <<= 16;
+        if ((word >> 56) == 0) zeros += 8, word <<= 8;
+        zeros += count_tbl[word >> 56];
+#endif
+        // The word has 64 bits, the bit length is 64 - zeros.
+        if (width >= 64) return zeros + (width - 64);
+        unsigned long const excess = 64 - width;
+        return zeros >= excess ? zeros - excess : 0;
+    }
+
+    /// *out = a op b for a symmetric bitwise op, given as a word function
+    /// long(long, long) and a GMP function void(mpz_ptr, mpz_srcptr,
+    /// mpz_srcptr). Small when both operands are small, big otherwise.
+    template <class F, class G>
+    static void bit_op(QNumber const& a, QNumber const& b, F word_op, G gmp_op, QNumber* out) {
+        if (a.is_small() && b.is_small()) {
+            out->assign_long(word_op(a.num_, b.num_));
+            return;
+        }
+        mpz_t t;
+        if (a.is_big() && b.is_big()) {
+            mpz_init(t);
+            gmp_op(t, a.big_->num, b.big_->num);
+        } else {
+            QNumber const& small = a.is_small() ? a : b;
+            QNumber const& big = a.is_small() ? b : a;
+            mpz_init_set_si(t, small.num_);
+            gmp_op(t, t, big.big_->num);
+        }
+        *out = QNumber::adopt_big_integer(t);
+        mpz_clear(t);
+    }
+
+    /// x AND y, the word half of the library's one bit_op.
+    static long bit_and_l(long x, long y) noexcept {
+        return x & y;
+    }
+};
+
+} // namespace tarn
