@@ -1,0 +1,109 @@
+// Seeded operand generators for differential testing of one format. They favour the
+// values where floating-point code goes wrong: signed zeros, the ends of the subnormal
+// and normal ranges, infinities, NaNs with several payloads, and operand pairs built
+// on purpose to land on or next to a rounding tie, to cancel, to be too far apart to
+// overlap, to overflow or to underflow. Uniformly random patterns are mixed in too.
+//
+// The same seed always yields the same sequence (on every platform: only
+// std::mt19937_64 output is used, never the distributions of the standard library),
+// so a failing case is reproduced from the seed printed with it.
+#pragma once
+
+#include "tests/oracle/oracle.h"
+
+#include <cstdint>
+#include <random>
+#include <utility>
+
+namespace oracle {
+
+/// The operation an operand pair is meant to stress.
+enum class Operation { Add, Sub, Mul, Div, Sqrt };
+
+/// Generates patterns of one format. Not thread-safe.
+class OperandGenerator {
+public:
+    /// Throws std::invalid_argument for formats the oracle does not support.
+    OperandGenerator(Format fmt, std::uint64_t seed);
+    ~OperandGenerator();
+    OperandGenerator(const OperandGenerator&) = delete;
+    OperandGenerator& operator=(const OperandGenerator&) = delete;
+
+    Format format() const { return fmt_; }
+    std::uint64_t seed() const { return seed_; }
+
+    /// An edge-biased single operand: about one in three is a special or boundary
+    /// value (±0, smallest and largest subnormal, smallest normal, largest finite,
+    /// ±infinity, NaNs), a few are next to a boundary, the rest random values near 1,
+    /// random exponents and mantissas, random subnormals and raw random patterns.
+    mpz_class operand();
+
+    /// A pair of operands for `op` (Add, Sub, Mul or Div). Besides independent
+    /// operands: for Add/Sub exact and near rounding ties, exponents further apart
+    /// than the precision, sums at the overflow edge, cancellations, subnormal sums;
+    /// for Mul exact ties in the normal and the subnormal range, near ties, products
+    /// landing in the subnormal range or at the overflow edge; for Div quotients next
+    /// to a tie, exact ties in the subnormal range (the only place a quotient can be
+    /// one), exact quotients, and quotients that underflow or overflow. For Sub the
+    /// pair is built so that a - b is the hard case.
+    std::pair<mpz_class, mpz_class> pair(Operation op);
+
+    /// An operand for square root: edge-biased values, negative values, exact squares
+    /// and values whose root lies next to a rounding tie.
+    mpz_class sqrt_operand();
+
+    /// A rational for conversion into the format: integers (also wider than the
+    /// precision, and integer ties), fractions with small and with wide numerators
+    /// and denominators, values just off a rounding tie, and magnitudes that overflow
+    /// or underflow (kept moderate for formats with very wide exponent fields).
+    mpq_class rational();
+
+    /// @name Word forms (require format().fits_word())
+    /// @{
+    Word operand_word() { return to_word(operand()); }
+    std::pair<Word, Word> pair_word(Operation op);
+    Word sqrt_operand_word() { return to_word(sqrt_operand()); }
+    /// @}
+
+    /// The underlying engine, for tests that need further random choices.
+    std::mt19937_64& engine() { return rng_; }
+
+    /// A uniformly distributed integer in [lo, hi] (lo <= hi).
+    long uniform(long lo, long hi);
+
+private:
+    bool one_in(unsigned n) { return uniform(0, static_cast<long>(n) - 1) == 0; }
+    bool coin() { return (rng_() & 1) != 0; }
+    mpz_class random_bits(unsigned long n);
+    mpz_class random_odd(unsigned long bits);
+    mpz_class random_significand();
+    mpz_class random_mantissa();
+    long random_exponent();
+    long random_normal_exponent();
+    mpz_class value(bool negative, const mpz_class& sig, long exp2);
+    mpz_class scaled(bool negative, const mpz_class& sig, long leading_exponent);
+    mpz_class step(const mpz_class& bits, long ulps);
+    mpz_class negate(const mpz_class& bits);
+    mpz_class special();
+
+    std::pair<mpz_class, mpz_class> add_pair();
+    std::pair<mpz_class, mpz_class> mul_pair();
+    std::pair<mpz_class, mpz_class> div_pair();
+    std::pair<mpz_class, mpz_class> mul_tie(bool subnormal);
+    std::pair<mpz_class, mpz_class> div_near_tie();
+    std::pair<mpz_class, mpz_class> div_subnormal_tie();
+
+    mpq_class integer_rational();
+    mpq_class near_tie_rational();
+    mpq_class extreme_rational();
+
+    Format fmt_;
+    std::uint64_t seed_;
+    std::mt19937_64 rng_;
+    long bias_;
+    long min_exponent_; // leading-bit exponent of the smallest subnormal
+    Emulator emulator_;
+    mpfr_t scratch_;
+};
+
+} // namespace oracle

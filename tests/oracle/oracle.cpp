@@ -1,0 +1,603 @@
+#include "tests/oracle/oracle.h"
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+static_assert(GMP_NUMB_BITS == 64, "the Word codec reads MPFR significands as 64-bit limbs");
+
+namespace oracle {
+
+namespace {
+
+mpfr_rnd_t to_mpfr_rounding(int mode) {
+    switch (mode) {
+    case NEAREST_EVEN:
+        return MPFR_RNDN;
+    case TOWARD_ZERO:
+        return MPFR_RNDZ;
+    case TOWARD_POSITIVE:
+        return MPFR_RNDU;
+    case TOWARD_NEGATIVE:
+        return MPFR_RNDD;
+    default:
+        throw std::invalid_argument("oracle: rounding mode " + std::to_string(mode));
+    }
+}
+
+// Intermediate results (a decoded operand of another format, a rational) are rounded
+// at the target precision in the widest range MPFR has, and only then brought into
+// the target's range, so that no step sees a value outside the current range.
+void enter_full_range() {
+    mpfr_set_emin(mpfr_get_emin_min());
+    mpfr_set_emax(mpfr_get_emax_max());
+}
+
+unsigned long bit_length(const mpz_class& n) {
+    return mpz_sgn(n.get_mpz_t()) == 0 ? 0 : mpz_sizeinbase(n.get_mpz_t(), 2);
+}
+
+mpz_class pow2(unsigned long n) {
+    mpz_class r;
+    mpz_setbit(r.get_mpz_t(), n);
+    return r;
+}
+
+// The three fields of a pattern, as integers.
+struct Fields {
+    bool negative;
+    mpz_class exponent;
+    mpz_class mantissa;
+};
+
+Fields split(Format fmt, const mpz_class& bits) {
+    Fields f;
+    f.negative = mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;
+    mpz_fdiv_q_2exp(f.exponent.get_mpz_t(), bits.get_mpz_t(), fmt.m);
+    mpz_fdiv_r_2exp(f.exponent.get_mpz_t(), f.exponent.get_mpz_t(), fmt.e);
+    mpz_fdiv_r_2exp(f.mantissa.get_mpz_t(), bits.get_mpz_t(), fmt.m);
+    return f;
+}
+
+bool all_ones(const mpz_class& field, unsigned width) {
+    return mpz_scan0(field.get_mpz_t(), 0) >= width;
+}
+
+void set_sign_bit(Format fmt, mpz_class& bits, bool negative) {
+    if (negative)
+        mpz_setbit(bits.get_mpz_t(), fmt.e + fmt.m);
+    else
+        mpz_clrbit(bits.get_mpz_t(), fmt.e + fmt.m);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// Formats and patterns
+// ---------------------------------------------------------------------------
+
+void check_format(Format fmt) {
+    if (fmt.e < 2 || fmt.e > 60)
+        throw std::invalid_argument("oracle: unsupported format " + to_string(fmt));
+}
+
+std::string to_string(Format fmt) {
+    return "(" + std::to_string(fmt.e) + "," + std::to_string(fmt.m) + ")";
+}
+
+Kind classify(Format fmt, const mpz_class& bits) {
+    Fields f = split(fmt, bits);
+    bool mantissa_zero = mpz_sgn(f.mantissa.get_mpz_t()) == 0;
+    if (all_ones(f.exponent, fmt.e)) return mantissa_zero ? Kind::Infinite : Kind::NaN;
+    if (mpz_sgn(f.exponent.get_mpz_t()) == 0) return mantissa_zero ? Kind::Zero : Kind::Subnormal;
+    return Kind::Normal;
+}
+
+Kind classify(Format fmt, Word bits) {
+    Word exp_mask = (Word(1) << fmt.e) - 1;
+    Word field = (bits >> fmt.m) & exp_mask;
+    Word mantissa = fmt.m == 0 ? 0 : bits & ((Word(1) << fmt.m) - 1);
+    if (field == exp_mask) return mantissa == 0 ? Kind::Infinite : Kind::NaN;
+    if (field == 0) return mantissa == 0 ? Kind::Zero : Kind::Subnormal;
+    return Kind::Normal;
+}
+
+mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_exponent,
+                       const mpz_class& mantissa) {
+    mpz_class field, bits;
+    mpz_fdiv_r_2exp(field.get_mpz_t(), biased_exponent.get_mpz_t(), fmt.e);
+    mpz_mul_2exp(field.get_mpz_t(), field.get_mpz_t(), fmt.m);
+    mpz_fdiv_r_2exp(bits.get_mpz_t(), mantissa.get_mpz_t(), fmt.m);
+    bits += field;
+    set_sign_bit(fmt, bits, negative);
+    return bits;
+}
+
+mpz_class nan_pattern(Format fmt) {
+    mpz_class bits = make_pattern(fmt, true, pow2(fmt.e) - 1, 0);
+    mpz_setbit(bits.get_mpz_t(), 0);
+    return bits;
+}
+
+mpz_class inf_pattern(Format fmt, bool negative) {
+    return make_pattern(fmt, negative, pow2(fmt.e) - 1, 0);
+}
+
+mpz_class max_pattern(Format fmt, bool negative) {
+    return make_pattern(fmt, negative, pow2(fmt.e) - 2, pow2(fmt.m) - 1);
+}
+
+mpz_class min_pattern(Format fmt, bool negative) {
+    mpz_class bits = fmt.m == 0 ? make_pattern(fmt, false, 1, 0) : mpz_class(1);
+    set_sign_bit(fmt, bits, negative);
+    return bits;
+}
+
+Word to_word(const mpz_class& bits) {
+    if (mpz_sgn(bits.get_mpz_t()) < 0 || bit_length(bits) > 64)
+        throw std::invalid_argument("oracle: pattern does not fit 64 bits");
+    Word w = 0;
+    mpz_export(&w, nullptr, -1, sizeof w, 0, 0, bits.get_mpz_t());
+    return w;
+}
+
+mpz_class to_mpz(Word bits) {
+    mpz_class r;
+    mpz_import(r.get_mpz_t(), 1, -1, sizeof bits, 0, 0, &bits);
+    return r;
+}
+
+// ---------------------------------------------------------------------------
+// Emulator
+// ---------------------------------------------------------------------------
+
+Emulator::Emulator(Format fmt) : fmt_(fmt) {
+    check_format(fmt);
+    bias_ = fmt.bias();
+    // MPFR writes a value as 0.1xxx × 2^E: the largest finite value of the format is
+    // 0.11..1 × 2^(bias+1) and its smallest subnormal 0.1 × 2^(2-bias-m).
+    emax_ = bias_ + 1;
+    emin_ = 2 - bias_ - static_cast<long>(fmt.m);
+    sign_bit_ = fmt.fits_word() ? Word(1) << (fmt.e + fmt.m) : 0;
+    exp_mask_ = (Word(1) << fmt.e) - 1;
+    mant_mask_ = fmt.m >= 64 ? ~Word(0) : (Word(1) << fmt.m) - 1;
+    mpfr_prec_t precision = static_cast<mpfr_prec_t>(fmt.m) + 1;
+    mpfr_inits2(precision, x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
+    mpz_inits(field_, sig_, static_cast<mpz_ptr>(nullptr));
+}
+
+Emulator::~Emulator() {
+    mpfr_clears(x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
+    mpz_clears(field_, sig_, static_cast<mpz_ptr>(nullptr));
+}
+
+void Emulator::enter_range() const {
+    mpfr_set_emin(emin_);
+    mpfr_set_emax(emax_);
+}
+
+void Emulator::fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const {
+    enter_range();
+    t = mpfr_check_range(x, t, rnd);
+    mpfr_subnormalize(x, t, rnd);
+}
+
+void Emulator::decode_word(mpfr_ptr dst, Word bits) const {
+    bool negative = (bits & sign_bit_) != 0;
+    Word field = (bits >> fmt_.m) & exp_mask_;
+    Word mantissa = bits & mant_mask_;
+    if (field == exp_mask_) {
+        if (mantissa != 0)
+            mpfr_set_nan(dst);
+        else
+            mpfr_set_inf(dst, negative ? -1 : 1);
+        return;
+    }
+    if (field == 0 && mantissa == 0) {
+        mpfr_set_zero(dst, negative ? -1 : 1);
+        return;
+    }
+    // m <= 61 here, so the significand (hidden bit included) fits a signed long.
+    long significand = static_cast<long>(field != 0 ? mantissa | (Word(1) << fmt_.m) : mantissa);
+    long exponent = static_cast<long>(field != 0 ? field : 1) - bias_ - static_cast<long>(fmt_.m);
+    mpfr_set_si_2exp(dst, negative ? -significand : significand, exponent, MPFR_RNDN);
+}
+
+void Emulator::decode(mpfr_ptr dst, const mpz_class& bits) {
+    mpz_srcptr p = bits.get_mpz_t();
+    bool negative = mpz_tstbit(p, fmt_.e + fmt_.m) != 0;
+    mpz_fdiv_q_2exp(field_, p, fmt_.m);
+    mpz_fdiv_r_2exp(field_, field_, fmt_.e);
+    mpz_fdiv_r_2exp(sig_, p, fmt_.m);
+    bool mantissa_zero = mpz_sgn(sig_) == 0;
+    if (mpz_scan0(field_, 0) >= fmt_.e) {
+        if (!mantissa_zero)
+            mpfr_set_nan(dst);
+        else
+            mpfr_set_inf(dst, negative ? -1 : 1);
+        return;
+    }
+    long field = mpz_get_si(field_);
+    if (field == 0 && mantissa_zero) {
+        mpfr_set_zero(dst, negative ? -1 : 1);
+        return;
+    }
+    if (field != 0) mpz_setbit(sig_, fmt_.m);
+    if (negative) mpz_neg(sig_, sig_);
+    long exponent = (field != 0 ? field : 1) - bias_ - static_cast<long>(fmt_.m);
+    mpfr_set_z_2exp(dst, sig_, exponent, MPFR_RNDN);
+}
+
+Word Emulator::encode_word(mpfr_srcptr src) const {
+    if (mpfr_nan_p(src)) return sign_bit_ | (exp_mask_ << fmt_.m) | 1;
+    Word sign = mpfr_signbit(src) ? sign_bit_ : 0;
+    if (mpfr_inf_p(src)) return sign | (exp_mask_ << fmt_.m);
+    if (mpfr_zero_p(src)) return sign;
+    // With at most 64 bits of precision the significand is one limb whose top bit is
+    // the leading 1: the value is top × 2^(exponent - 64).
+    mpfr_exp_t exponent = mpfr_get_exp(src);
+    Word top = static_cast<const mp_limb_t*>(mpfr_custom_get_significand(src))[0];
+    long biased = exponent - 1 + bias_;
+    if (biased >= 1) return sign | (Word(biased) << fmt_.m) | ((top >> (63 - fmt_.m)) & mant_mask_);
+    // Subnormal: the significand counts units of 2^(1-bias-m).
+    long shift = 65 - bias_ - static_cast<long>(fmt_.m) - exponent;
+    return sign | (top >> shift);
+}
+
+void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
+    mpz_ptr o = out.get_mpz_t();
+    if (mpfr_nan_p(src)) {
+        out = nan_pattern(fmt_);
+        return;
+    }
+    bool negative = mpfr_signbit(src) != 0;
+    if (mpfr_inf_p(src)) {
+        out = inf_pattern(fmt_, negative);
+        return;
+    }
+    if (mpfr_zero_p(src)) {
+        mpz_set_ui(o, 0);
+    } else {
+        // sig_ holds the significand as an integer of m+1 bits: src = sig × 2^(E - m - 1).
+        mpfr_exp_t exponent = mpfr_get_exp(src);
+        mpfr_get_z_2exp(sig_, src);
+        mpz_abs(sig_, sig_);
+        long biased = exponent - 1 + bias_;
+        if (biased >= 1) {
+            mpz_clrbit(sig_, fmt_.m);
+            mpz_set_ui(o, static_cast<unsigned long>(biased));
+            mpz_mul_2exp(o, o, fmt_.m);
+            mpz_add(o, o, sig_);
+        } else {
+            mpz_fdiv_q_2exp(o, sig_, static_cast<unsigned long>(2 - bias_ - exponent));
+        }
+    }
+    if (negative) mpz_setbit(o, fmt_.e + fmt_.m);
+}
+
+template <Emulator::Binary op>
+Word Emulator::binary(Word a, Word b, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_range();
+    decode_word(x_, a);
+    decode_word(y_, b);
+    int t = op(r_, x_, y_, rnd);
+    mpfr_subnormalize(r_, t, rnd);
+    return encode_word(r_);
+}
+
+template <Emulator::Binary op>
+void Emulator::binary(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_range();
+    decode(x_, a);
+    decode(y_, b);
+    int t = op(r_, x_, y_, rnd);
+    mpfr_subnormalize(r_, t, rnd);
+    encode(out, r_);
+}
+
+Word Emulator::add(Word a, Word b, int mode) {
+    return binary<mpfr_add>(a, b, mode);
+}
+Word Emulator::sub(Word a, Word b, int mode) {
+    return binary<mpfr_sub>(a, b, mode);
+}
+Word Emulator::mul(Word a, Word b, int mode) {
+    return binary<mpfr_mul>(a, b, mode);
+}
+Word Emulator::div(Word a, Word b, int mode) {
+    return binary<mpfr_div>(a, b, mode);
+}
+
+void Emulator::add(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
+    binary<mpfr_add>(out, a, b, mode);
+}
+void Emulator::sub(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
+    binary<mpfr_sub>(out, a, b, mode);
+}
+void Emulator::mul(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
+    binary<mpfr_mul>(out, a, b, mode);
+}
+void Emulator::div(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
+    binary<mpfr_div>(out, a, b, mode);
+}
+
+Word Emulator::sqrt(Word a, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_range();
+    decode_word(x_, a);
+    int t = mpfr_sqrt(r_, x_, rnd);
+    mpfr_subnormalize(r_, t, rnd);
+    return encode_word(r_);
+}
+
+void Emulator::sqrt(mpz_class& out, const mpz_class& a, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_range();
+    decode(x_, a);
+    int t = mpfr_sqrt(r_, x_, rnd);
+    mpfr_subnormalize(r_, t, rnd);
+    encode(out, r_);
+}
+
+Word Emulator::from_rational(const mpq_class& q, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_full_range();
+    int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
+    fit_to_format(r_, t, rnd);
+    return encode_word(r_);
+}
+
+void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_full_range();
+    int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
+    fit_to_format(r_, t, rnd);
+    encode(out, r_);
+}
+
+// ---------------------------------------------------------------------------
+// Converter
+// ---------------------------------------------------------------------------
+
+Converter::Converter(Format from, Format to) : source_(from), target_(to) {
+    mpfr_init2(src_, static_cast<mpfr_prec_t>(from.m) + 1);
+    mpfr_init2(dst_, static_cast<mpfr_prec_t>(to.m) + 1);
+}
+
+Converter::~Converter() {
+    mpfr_clear(src_);
+    mpfr_clear(dst_);
+}
+
+// Expects src_ to hold the decoded operand; leaves the rounded result in dst_.
+void Converter::round_source(int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    int t = mpfr_set(dst_, src_, rnd);
+    target_.fit_to_format(dst_, t, rnd);
+}
+
+Word Converter::convert(Word bits, int mode) {
+    if (source_.format() == target_.format()) return bits;
+    enter_full_range();
+    source_.decode_word(src_, bits);
+    round_source(mode);
+    return target_.encode_word(dst_);
+}
+
+void Converter::convert(mpz_class& out, const mpz_class& bits, int mode) {
+    if (source_.format() == target_.format()) {
+        out = bits;
+        return;
+    }
+    enter_full_range();
+    source_.decode(src_, bits);
+    round_source(mode);
+    target_.encode(out, dst_);
+}
+
+// ---------------------------------------------------------------------------
+// Convenience functions
+// ---------------------------------------------------------------------------
+
+mpz_class add(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
+    mpz_class r;
+    Emulator(fmt).add(r, a, b, mode);
+    return r;
+}
+
+mpz_class sub(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
+    mpz_class r;
+    Emulator(fmt).sub(r, a, b, mode);
+    return r;
+}
+
+mpz_class mul(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
+    mpz_class r;
+    Emulator(fmt).mul(r, a, b, mode);
+    return r;
+}
+
+mpz_class div(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
+    mpz_class r;
+    Emulator(fmt).div(r, a, b, mode);
+    return r;
+}
+
+mpz_class sqrt(Format fmt, const mpz_class& a, int mode) {
+    mpz_class r;
+    Emulator(fmt).sqrt(r, a, mode);
+    return r;
+}
+
+mpz_class convert(Format from, const mpz_class& bits, Format to, int mode) {
+    mpz_class r;
+    Converter(from, to).convert(r, bits, mode);
+    return r;
+}
+
+mpz_class from_rational(const mpq_class& q, Format fmt, int mode) {
+    mpz_class r;
+    Emulator(fmt).from_rational(r, q, mode);
+    return r;
+}
+
+mpz_class from_scaled(Format fmt, bool negative, const mpz_class& sig, long exp2, int mode) {
+    Emulator target(fmt);
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    mpfr_t exact, rounded;
+    mpfr_init2(exact, static_cast<mpfr_prec_t>(std::max(1UL, bit_length(sig))));
+    mpfr_init2(rounded, static_cast<mpfr_prec_t>(fmt.m) + 1);
+    enter_full_range();
+    mpfr_set_z_2exp(exact, sig.get_mpz_t(), exp2, MPFR_RNDN);
+    if (negative) mpfr_neg(exact, exact, MPFR_RNDN);
+    int t = mpfr_set(rounded, exact, rnd);
+    target.fit_to_format(rounded, t, rnd);
+    mpz_class r;
+    target.encode(r, rounded);
+    mpfr_clears(exact, rounded, static_cast<mpfr_ptr>(nullptr));
+    return r;
+}
+
+mpz_class from_number_model(const mpq_class& q, Format fmt, int mode) {
+    if (q.get_den() == 1) return from_rational(q, fmt, mode);
+    mpz_class numerator = abs(q.get_num());
+    unsigned long wide_m = std::max(
+        {bit_length(numerator), bit_length(q.get_den()), static_cast<unsigned long>(fmt.m)});
+    unsigned long wide_e = std::max(bit_length(wide_m), static_cast<unsigned long>(fmt.e)) + 1;
+    Format common{static_cast<unsigned>(wide_e), static_cast<unsigned>(wide_m)};
+
+    Emulator wide(common), target(fmt);
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    mpfr_t first, second;
+    mpfr_init2(first, static_cast<mpfr_prec_t>(wide_m) + 1);
+    mpfr_init2(second, static_cast<mpfr_prec_t>(fmt.m) + 1);
+    enter_full_range();
+    int t = mpfr_set_q(first, q.get_mpq_t(), rnd);
+    wide.fit_to_format(first, t, rnd);
+    enter_full_range();
+    t = mpfr_set(second, first, rnd);
+    target.fit_to_format(second, t, rnd);
+    mpz_class r;
+    target.encode(r, second);
+    mpfr_clears(first, second, static_cast<mpfr_ptr>(nullptr));
+    return r;
+}
+
+mpq_class to_rational(Format fmt, const mpz_class& bits) {
+    Kind kind = classify(fmt, bits);
+    if (kind == Kind::NaN || kind == Kind::Infinite)
+        throw std::domain_error("oracle: no rational value for " + describe(fmt, bits));
+    if (kind == Kind::Zero) return 0;
+    Fields f = split(fmt, bits);
+    mpz_class significand = f.mantissa;
+    long field = mpz_get_si(f.exponent.get_mpz_t());
+    if (kind == Kind::Normal) mpz_setbit(significand.get_mpz_t(), fmt.m);
+    long exponent = (kind == Kind::Normal ? field : 1) - fmt.bias() - static_cast<long>(fmt.m);
+    mpq_class value(significand);
+    if (exponent >= 0)
+        mpq_mul_2exp(value.get_mpq_t(), value.get_mpq_t(), static_cast<unsigned long>(exponent));
+    else
+        mpq_div_2exp(value.get_mpq_t(), value.get_mpq_t(), static_cast<unsigned long>(-exponent));
+    return f.negative ? mpq_class(-value) : value;
+}
+
+mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long width) {
+    Kind kind = classify(fmt, bits);
+    if (kind == Kind::NaN || kind == Kind::Infinite || kind == Kind::Zero) return 0;
+    bool valid_mode = mode >= NEAREST_EVEN && mode <= TOWARD_NEGATIVE;
+    mpfr_rnd_t rnd = to_mpfr_rounding(valid_mode ? mode : TOWARD_ZERO);
+    Emulator source(fmt);
+    mpfr_t value, integral;
+    mpfr_init2(value, static_cast<mpfr_prec_t>(fmt.m) + 1);
+    enter_full_range();
+    source.decode(value, bits);
+    // An integer below 2^E needs E bits; one more holds a round-up to 2^E.
+    mpfr_exp_t exponent = mpfr_get_exp(value);
+    mpfr_init2(integral, static_cast<mpfr_prec_t>(std::max<mpfr_exp_t>(exponent, 1) + 1));
+    mpfr_rint(integral, value, rnd);
+    mpz_class n;
+    mpfr_get_z(n.get_mpz_t(), integral, MPFR_RNDN);
+    mpfr_clears(value, integral, static_cast<mpfr_ptr>(nullptr));
+    if (width > 0) mpz_tdiv_r_2exp(n.get_mpz_t(), n.get_mpz_t(), width);
+    return n;
+}
+
+mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode) {
+    Kind kind = classify(fmt, bits);
+    if (kind == Kind::NaN || kind == Kind::Infinite || kind == Kind::Zero) return bits;
+    mpz_class r = from_rational(mpq_class(to_integer(fmt, bits, mode, 0)), fmt, mode);
+    if (classify(fmt, r) == Kind::Zero)
+        set_sign_bit(fmt, r, mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0);
+    return r;
+}
+
+mpz_class read_decimal(Format fmt, const std::string& numeral) {
+    std::size_t pos = 0;
+    bool negative = !numeral.empty() && numeral[0] == '-';
+    if (negative) ++pos;
+    std::string digits;
+    std::size_t fraction_digits = 0;
+    bool seen_point = false, seen_digit = false;
+    for (; pos < numeral.size(); ++pos) {
+        char c = numeral[pos];
+        if (c >= '0' && c <= '9') {
+            digits += c;
+            seen_digit = true;
+            fraction_digits += seen_point ? 1 : 0;
+        } else if (c == '.' && !seen_point) {
+            seen_point = true;
+        } else {
+            seen_digit = false;
+            break;
+        }
+    }
+    if (!seen_digit || pos != numeral.size())
+        throw std::invalid_argument("oracle: not a decimal numeral: \"" + numeral + "\"");
+    mpz_class scale;
+    mpz_ui_pow_ui(scale.get_mpz_t(), 10, fraction_digits);
+    mpq_class value(mpz_class(digits, 10), scale);
+    value.canonicalize();
+    if (negative) value = -value;
+    mpz_class r = from_rational(value, fmt, NEAREST_EVEN);
+    if (negative && value == 0) set_sign_bit(fmt, r, true);
+    return r;
+}
+
+bool same_result(Format fmt, const mpz_class& got, const mpz_class& want) {
+    if (classify(fmt, want) == Kind::NaN) return classify(fmt, got) == Kind::NaN;
+    return got == want;
+}
+
+bool same_result(Format fmt, Word got, Word want) {
+    if (classify(fmt, want) == Kind::NaN) return classify(fmt, got) == Kind::NaN;
+    return got == want;
+}
+
+std::string describe(Format fmt, const mpz_class& bits) {
+    static const char* const kind_names[] = {"zero", "subnormal", "normal", "infinity", "NaN"};
+    Fields f = split(fmt, bits);
+    Kind kind = classify(fmt, bits);
+    std::ostringstream out;
+    out << "0x" << bits.get_str(16) << " " << to_string(fmt) << " [s=" << f.negative << " e=0x"
+        << f.exponent.get_str(16) << " m=0x" << f.mantissa.get_str(16) << "] "
+        << kind_names[static_cast<int>(kind)];
+    if (kind == Kind::Subnormal || kind == Kind::Normal) {
+        // Written as significand × 2^exponent so that wide exponent fields stay short.
+        mpz_class significand = f.mantissa;
+        if (kind == Kind::Normal) mpz_setbit(significand.get_mpz_t(), fmt.m);
+        long field = kind == Kind::Normal ? mpz_get_si(f.exponent.get_mpz_t()) : 1;
+        out << " = " << (f.negative ? "-" : "") << significand.get_str() << "*2^"
+            << field - fmt.bias() - static_cast<long>(fmt.m);
+    } else if (kind == Kind::Zero) {
+        out << " = " << (f.negative ? "-0" : "+0");
+    }
+    return out.str();
+}
+
+std::string describe(Format fmt, Word bits) {
+    return describe(fmt, to_mpz(bits));
+}
+
+} // namespace oracle

@@ -1,0 +1,266 @@
+// An independent reference for binary floating-point formats of any width, built on
+// MPFR and GMP alone. The differential tests, the benchmarks and the fuzz targets
+// compare tarn against it, so it deliberately shares no code with the library: a
+// fault in tarn cannot be reproduced here by accident.
+//
+// Everything works on bit patterns. A format (e, m) has the usual IEEE-754 layout,
+// read as a non-negative integer (the "packed" pattern):
+//
+//   bits 0 .. m-1        mantissa field (the stored significand, hidden bit not stored)
+//   bits m .. m+e-1      biased exponent field, bias = 2^(e-1) - 1
+//   bit  e+m             sign
+//
+// Patterns of at most 64 bits (binary16, bfloat16, fp8, binary32, binary64, ...) can
+// be passed as a `Word`; every width, binary128 and beyond included, can be passed as
+// an `mpz_class`. Both paths give identical answers.
+//
+// Rounding modes are the integers 0 (nearest, ties to even), 1 (toward zero),
+// 2 (toward +infinity) and 3 (toward -infinity). The arithmetic functions reject
+// any other number with std::invalid_argument.
+//
+// NaN results carry no payload: they are reported as the canonical pattern
+// `nan_pattern(fmt)` (sign 1, exponent field all ones, mantissa 1), and
+// `same_result` compares NaNs by class only. A format with m = 0 has no NaN at all;
+// the canonical pattern then coincides with -infinity.
+//
+// Exponent range. The oracle sets MPFR's exponent range (a per-thread setting) on
+// every call and does not restore it. Code that also uses MPFR directly in the same
+// thread must set the range it needs itself.
+//
+// Supported formats: 2 <= e <= 60 and any m >= 0. Formats outside that range are
+// rejected with std::invalid_argument.
+#pragma once
+
+#include <cstdint>
+#include <gmpxx.h>
+#include <mpfr.h>
+#include <string>
+
+namespace oracle {
+
+/// A bit pattern of at most 64 bits.
+using Word = std::uint64_t;
+
+/// The rounding modes, numbered as the library numbers them.
+enum Mode : int {
+    NEAREST_EVEN = 0,
+    TOWARD_ZERO = 1,
+    TOWARD_POSITIVE = 2,
+    TOWARD_NEGATIVE = 3,
+};
+
+/// All four valid rounding modes, for loops in tests.
+constexpr int all_modes[] = {NEAREST_EVEN, TOWARD_ZERO, TOWARD_POSITIVE, TOWARD_NEGATIVE};
+
+/// A binary interchange-style format: e exponent bits, m stored mantissa bits.
+struct Format {
+    unsigned e = 0; ///< exponent width
+    unsigned m = 0; ///< mantissa width (without the hidden bit)
+
+    /// Number of bits in a pattern of this format.
+    unsigned width() const { return e + m + 1; }
+    /// True when a pattern fits a `Word`.
+    bool fits_word() const { return width() <= 64; }
+    /// 2^(e-1) - 1.
+    long bias() const { return (1L << (e - 1)) - 1; }
+
+    friend bool operator==(Format a, Format b) { return a.e == b.e && a.m == b.m; }
+    friend bool operator!=(Format a, Format b) { return !(a == b); }
+};
+
+/// Throws std::invalid_argument unless the oracle supports `fmt` (2 <= e <= 60).
+void check_format(Format fmt);
+
+/// Human-readable "(e,m)".
+std::string to_string(Format fmt);
+
+// ---------------------------------------------------------------------------
+// Patterns: classification and special values
+// ---------------------------------------------------------------------------
+
+/// Class of a pattern, in the IEEE-754 sense.
+enum class Kind { Zero, Subnormal, Normal, Infinite, NaN };
+
+/// Class of `bits` in `fmt` (any bits above the sign are ignored).
+Kind classify(Format fmt, const mpz_class& bits);
+Kind classify(Format fmt, Word bits);
+
+/// The canonical NaN: sign 1, exponent field all ones, mantissa 1.
+mpz_class nan_pattern(Format fmt);
+/// +infinity, or -infinity when `negative`.
+mpz_class inf_pattern(Format fmt, bool negative);
+/// The largest finite value, with the sign of `negative`.
+mpz_class max_pattern(Format fmt, bool negative);
+/// The smallest positive subnormal (pattern 1) with the sign of `negative`; for m = 0
+/// the format has no subnormal and this is the smallest normal.
+mpz_class min_pattern(Format fmt, bool negative);
+/// The pattern built from its three fields (they are masked to their widths).
+mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_exponent,
+                       const mpz_class& mantissa);
+
+/// `bits` as a Word; throws std::invalid_argument when it does not fit.
+Word to_word(const mpz_class& bits);
+/// `bits` as an mpz_class.
+mpz_class to_mpz(Word bits);
+
+// ---------------------------------------------------------------------------
+// The emulator: one format, preallocated MPFR state, no allocation per call
+// ---------------------------------------------------------------------------
+
+/// Emulates one format with MPFR: precision m+1, the format's exponent range and
+/// mpfr_subnormalize, so overflow, underflow and subnormal results are those of
+/// IEEE-754 (overflow gives infinity or the largest finite value as the mode says).
+/// Each operation decodes the operand patterns into preallocated registers,
+/// operates, and encodes the result back to a pattern. Intended both as the
+/// reference of the tests and as the baseline of the benchmarks, so the Word path
+/// touches no heap and converts nothing to text.
+///
+/// An Emulator is not thread-safe; use one per thread.
+class Emulator {
+public:
+    /// Prepares registers for `fmt`; throws std::invalid_argument for unsupported formats.
+    explicit Emulator(Format fmt);
+    ~Emulator();
+    Emulator(const Emulator&) = delete;
+    Emulator& operator=(const Emulator&) = delete;
+
+    /// The emulated format.
+    Format format() const { return fmt_; }
+
+    /// @name Word path (requires format().fits_word())
+    /// Correctly rounded a+b, a-b, a*b, a/b and sqrt(a) under `mode`, IEEE-754 special
+    /// cases included (x - x is +0, or -0 toward -infinity; sqrt(-0) is -0; NaN
+    /// results are `nan_pattern`).
+    /// @{
+    Word add(Word a, Word b, int mode);
+    Word sub(Word a, Word b, int mode);
+    Word mul(Word a, Word b, int mode);
+    Word div(Word a, Word b, int mode);
+    Word sqrt(Word a, int mode);
+    /// The exact rational q rounded once to the format.
+    Word from_rational(const mpq_class& q, int mode);
+    /// @}
+
+    /// @name Packed path (any width); `out` may be the same object as an operand
+    /// @{
+    void add(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
+    void sub(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
+    void mul(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
+    void div(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
+    void sqrt(mpz_class& out, const mpz_class& a, int mode);
+    void from_rational(mpz_class& out, const mpq_class& q, int mode);
+    /// @}
+
+    /// @name Register access for composite references
+    /// Decode a pattern exactly into `dst` (whose precision must be at least m+1) and
+    /// encode `src` (which must already be a value of the format) into a pattern.
+    /// The caller is responsible for MPFR's exponent range being wide enough.
+    /// @{
+    void decode_word(mpfr_ptr dst, Word bits) const;
+    void decode(mpfr_ptr dst, const mpz_class& bits);
+    Word encode_word(mpfr_srcptr src) const;
+    void encode(mpz_class& out, mpfr_srcptr src);
+    /// Makes MPFR's exponent range that of the format (normal and subnormal values).
+    void enter_range() const;
+    /// Rounds `x`, the correctly rounded (ternary `t`, mode `rnd`) value of some real
+    /// computed in a wider exponent range at the precision of the format, into the
+    /// format's range: overflow, underflow and subnormal rounding. Leaves the range
+    /// set to the format's.
+    void fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const;
+    /// @}
+
+private:
+    using Binary = int (*)(mpfr_ptr, mpfr_srcptr, mpfr_srcptr, mpfr_rnd_t);
+    template <Binary op>
+    Word binary(Word a, Word b, int mode);
+    template <Binary op>
+    void binary(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
+
+    Format fmt_;
+    long bias_;
+    mpfr_exp_t emin_, emax_;
+    Word sign_bit_, exp_mask_, mant_mask_;
+    mpfr_t x_, y_, r_;
+    mpz_t field_, sig_; // scratch of the packed path, kept to avoid reallocation
+};
+
+/// Converts patterns of one format into another: what changing the format of a value
+/// must give. A NaN becomes `nan_pattern(to)`; when from == to, patterns are returned
+/// unchanged (NaN payloads included).
+class Converter {
+public:
+    Converter(Format from, Format to);
+    ~Converter();
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+
+    /// Word path: both formats must fit a Word.
+    Word convert(Word bits, int mode);
+    /// Packed path, any widths; `out` may be `bits`.
+    void convert(mpz_class& out, const mpz_class& bits, int mode);
+
+private:
+    void round_source(int mode);
+
+    Emulator source_, target_;
+    mpfr_t src_, dst_;
+};
+
+// ---------------------------------------------------------------------------
+// Convenience functions on mpz_class patterns (allocate; fine for tests)
+// ---------------------------------------------------------------------------
+
+/// Correctly rounded IEEE-754 operations, as Emulator.
+mpz_class add(Format fmt, const mpz_class& a, const mpz_class& b, int mode);
+mpz_class sub(Format fmt, const mpz_class& a, const mpz_class& b, int mode);
+mpz_class mul(Format fmt, const mpz_class& a, const mpz_class& b, int mode);
+mpz_class div(Format fmt, const mpz_class& a, const mpz_class& b, int mode);
+mpz_class sqrt(Format fmt, const mpz_class& a, int mode);
+
+/// `bits` of format `from` converted to format `to`, as Converter.
+mpz_class convert(Format from, const mpz_class& bits, Format to, int mode);
+
+/// The rational q correctly rounded (once) to `fmt`. Zero gives +0.
+mpz_class from_rational(const mpq_class& q, Format fmt, int mode);
+
+/// The value ±sig × 2^exp2 correctly rounded to `fmt` (negative for `negative`;
+/// sig >= 0). Cheap even for exponents far beyond what a rational could hold.
+mpz_class from_scaled(Format fmt, bool negative, const mpz_class& sig, long exp2, int mode);
+
+/// What the library's conversion of an exact number gives. An integer is rounded
+/// once. A non-integer ±N/D (lowest terms) is rounded twice: first correctly to the
+/// common format (e', m') with m' = max(bitlen N, bitlen D, m) and
+/// e' = max(bitlen m', e) + 1, then that value is converted to (e, m), both under `mode`.
+mpz_class from_number_model(const mpq_class& q, Format fmt, int mode);
+
+/// The exact value of a finite pattern (±0 give 0). Throws std::domain_error for
+/// NaN and infinities. Beware: for wide exponent fields the rational can be huge.
+mpq_class to_rational(Format fmt, const mpz_class& bits);
+
+/// The value rounded to an integer under `mode` (1 and every number outside 0..3
+/// round toward zero; 0 breaks ties to even). Zeros, NaN and infinities give 0.
+/// With width > 0 the result is reduced to sign(n) × (|n| mod 2^width).
+mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long width);
+
+/// Rounding to an integral value of the same format: zeros, NaN and infinities are
+/// returned unchanged; otherwise the integer of `to_integer(.., mode, 0)` rounded to
+/// the format under `mode` (it can overflow in formats whose largest finite value is
+/// not an integer), keeping the operand's sign when the result is zero.
+mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode);
+
+/// Reads a decimal numeral "[-]digits[.digits]" as the exact rational it denotes and
+/// rounds it to nearest-even in `fmt`; "-0", "-0.0" and the like give -0. Throws
+/// std::invalid_argument for any other text.
+mpz_class read_decimal(Format fmt, const std::string& numeral);
+
+/// True when `got` is an acceptable result for the reference `want`: identical bits,
+/// or both NaN (of any sign and payload).
+bool same_result(Format fmt, const mpz_class& got, const mpz_class& want);
+bool same_result(Format fmt, Word got, Word want);
+
+/// A one-line description for failure messages, e.g.
+/// "0x3c00 (5,10) [s=0 e=0xf m=0x0] normal = 1*2^0".
+std::string describe(Format fmt, const mpz_class& bits);
+std::string describe(Format fmt, Word bits);
+
+} // namespace oracle
