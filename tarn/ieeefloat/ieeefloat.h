@@ -1,0 +1,278 @@
+// tarn::IEEEFloat, one value of an IEEE-754 binary floating-point format of
+// any width.
+//
+// A format is a pair of widths (e, m): e exponent bits and m stored
+// significand bits, the hidden bit not counted. binary32 is (8, 23), binary64
+// is (11, 52), but every pair is accepted. A value is held in one of three
+// representations:
+//
+//  - REPR_FLOAT32: a binary32 word, computed by the soft-float component;
+//  - REPR_FLOAT64: a binary64 word, likewise;
+//  - REPR_GENERIC: the bit pattern read as a non-negative integer (the
+//    "packed integer": mantissa field in bits [0, m), biased exponent field in
+//    bits [m, m+e), sign at bit e+m), held in a heap QNumber and computed
+//    exactly with rationals, then rounded by the library's own rounding core.
+//
+// binary32 and binary64 values normally use the word representations; the
+// generic one works for every format, those two included, which makes it
+// the reference the word paths can be checked against.
+//
+// Every value carries its own rounding mode. An operation that rounds a value
+// in place uses that value's mode; an operation on two values uses the mode
+// of the first. Both operands of a two-value operation must have the same
+// format and the same representation: nothing checks or converts the second.
+//
+// Formats are never validated. Exponent widths of at least 1 are required by
+// everything that needs the bias; a mantissa width of 0 makes the library NaN
+// pattern coincide with negative infinity; the default value has format (0, 0)
+// held in a binary32 word and is meant only to be assigned to.
+#pragma once
+
+#include "tarn/exception/exception.h"
+#include "tarn/numbers/qnumber.h"
+
+#include <cstdint>
+#include <string>
+
+namespace tarn {
+
+class IEEEFloat;
+
+/// a < b with the IEEE-754 meaning: false when either is a NaN; -0 < +0 is false.
+bool operator<(const IEEEFloat& a, const IEEEFloat& b);
+/// a <= b with the IEEE-754 meaning: false when either is a NaN; +0 <= -0 holds.
+bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
+/// a == b with the IEEE-754 meaning: a NaN equals nothing, +0 equals -0.
+bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+/// Three-way IEEE-754 comparison: -1 when a < b, 1 when b < a, 0 when they are
+/// equal (+0 and -0 included), -2 when they are unordered (a NaN is involved).
+int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
+/// x rounded to an integral value of its own format under its own rounding
+/// mode. Zeros, NaNs and infinities come back unchanged; a value that rounds to
+/// zero keeps its sign.
+IEEEFloat round(const IEEEFloat& x);
+
+/// One value of an IEEE-754 binary floating-point format chosen at run time.
+class IEEEFloat {
+public:
+    /// The widths of a format: e exponent bits and m stored significand bits
+    /// (the hidden bit is not counted).
+    struct format {
+        /// e, the number of bits of the exponent field.
+        unsigned long exponent_width = 0;
+        /// m, the number of stored significand bits.
+        unsigned long mantissa_width = 0;
+
+        /// The format (0, 0), which only a default-constructed value has.
+        constexpr format() = default;
+        /// The format (e, m); also constructible as {e, m}.
+        constexpr format(unsigned long e, unsigned long m) : exponent_width(e), mantissa_width(m) {}
+
+        /// The exponent bias 2^(e-1) - 1. Needs e >= 1.
+        QNumber bias() const;
+        /// 2^e - 1, the all-ones exponent field of infinities and NaNs.
+        QNumber max_exponent() const;
+        /// 2^m - 1, the all-ones mantissa field.
+        QNumber max_mantissa() const;
+
+        /// Formats are equal when both widths are.
+        friend constexpr bool operator==(format a, format b) {
+            return a.exponent_width == b.exponent_width && a.mantissa_width == b.mantissa_width;
+        }
+        /// The negation of ==.
+        friend constexpr bool operator!=(format a, format b) { return !(a == b); }
+    };
+
+    /// How a value is held. The numbers are part of the interface.
+    enum Repr : int {
+        REPR_FLOAT32 = 0, ///< a binary32 word
+        REPR_FLOAT64 = 1, ///< a binary64 word
+        REPR_GENERIC = 2, ///< the packed integer in a heap QNumber; valid for every format
+    };
+
+    /// Rounding directions. The numbers are part of the interface. The
+    /// enumeration has a fixed underlying type so that any number a caller
+    /// stores is a valid value; numbers other than 0 to 3 are reported as
+    /// "bad rounding mode: N" by the first operation that has to round an
+    /// inexact generic result.
+    enum rounding_mode : int {
+        ROUND_NEAREST_EVEN = 0,    ///< nearest; ties to the even last mantissa bit
+        ROUND_TOWARD_ZERO = 1,     ///< the neighbour of smaller magnitude
+        ROUND_TOWARD_POSITIVE = 2, ///< the neighbour toward +infinity
+        ROUND_TOWARD_NEGATIVE = 3, ///< the neighbour toward -infinity
+    };
+
+    /// The only exception type the library throws. Its message is one of a
+    /// fixed set of English texts; construction runs the diagnostic hook of
+    /// tarn::Exception.
+    class error : public Exception {
+    public:
+        /// An error carrying `msg`; the diagnostic hook runs once.
+        explicit error(std::string const& msg) : Exception(msg, true) {}
+        ~error() noexcept override = default;
+    };
+
+    // ---- Construction, copying and bit access -------------------------------
+
+    /// Format (0, 0) in a binary32 word holding 0, ROUND_NEAREST_EVEN.
+    /// Allocates nothing; meant to be assigned to.
+    IEEEFloat() noexcept = default;
+    /// +0 of `fmt` in the representation get_best_repr(fmt), rounding with `mode`.
+    IEEEFloat(format fmt, rounding_mode mode);
+    /// +0 of `fmt` held in `repr`, rounding with `mode`. The pairing is not
+    /// checked: a word representation with another format computes on the
+    /// word's own widths.
+    IEEEFloat(format fmt, Repr repr, rounding_mode mode);
+    /// Deep copy.
+    IEEEFloat(const IEEEFloat& other);
+    /// Takes over `other`'s storage without allocating; `other` is left as a
+    /// default-constructed value (format (0, 0), binary32 word 0).
+    IEEEFloat(IEEEFloat&& other) noexcept;
+    /// Deep copy; the target takes the source's format, mode and representation.
+    /// If the copy cannot be allocated the target is left unchanged.
+    IEEEFloat& operator=(const IEEEFloat& other);
+    /// Takes over `other`'s storage; `other` is left as a default-constructed value.
+    IEEEFloat& operator=(IEEEFloat&& other) noexcept;
+    /// Releases the generic storage.
+    ~IEEEFloat();
+
+    /// REPR_FLOAT32 for (8, 23), REPR_FLOAT64 for (11, 52), REPR_GENERIC otherwise.
+    static Repr get_best_repr(format fmt) noexcept;
+    /// The value of `fmt` whose packed integer is `bits` (used as given: no
+    /// range test, no masking), with ROUND_NEAREST_EVEN, in get_best_repr(fmt).
+    /// Every NaN pattern becomes the library NaN: sign 1, exponent field all
+    /// ones, mantissa field 1.
+    static IEEEFloat from_bits(const QNumber& bits, format fmt);
+    /// The packed integer of the value, in every representation; never negative.
+    QNumber get_bits() const;
+
+    /// True when the sign bit is set (also for -0 and NaNs).
+    bool get_sign() const;
+    /// Sets (`negative`) or clears the sign bit, whatever the class of the value.
+    void set_sign(bool negative);
+    /// Negates in place; a NaN is left as it is.
+    void self_neg();
+    /// Moves the value into `target`. A generic value goes to a binary32 or
+    /// binary64 word by keeping the low 32 or 64 bits of its packed integer; a
+    /// word goes to REPR_GENERIC as the packed integer of the same bits, so the
+    /// generic algorithms can be run on binary32 and binary64 values.
+    void self_specialize_repr(Repr target);
+
+    /// The value's format.
+    format get_format() const noexcept { return fmt; }
+    /// The value's rounding mode (the low 30 bits of the number stored).
+    rounding_mode get_rounding_mode() const noexcept {
+        return static_cast<rounding_mode>(mode_and_repr & mode_mask);
+    }
+    /// Stores the low 30 bits of `mode` as the value's rounding mode.
+    void set_rounding_mode(rounding_mode mode) noexcept {
+        mode_and_repr =
+            (mode_and_repr & ~mode_mask) | (static_cast<std::uint32_t>(mode) & mode_mask);
+    }
+    /// How the value is held.
+    Repr get_repr() const noexcept { return static_cast<Repr>(mode_and_repr >> repr_shift); }
+
+    // ---- Classification and special values ---------------------------------
+
+    /// An infinity of either sign.
+    bool is_inf() const;
+    /// A NaN.
+    bool is_nan() const;
+    /// +0 or -0.
+    bool is_zero() const;
+    /// Biased exponent 0 and mantissa not 0.
+    bool is_subnormal() const;
+    /// None of the four classes above.
+    bool is_normal() const;
+    /// Becomes a NaN: the library NaN in the generic representation, the
+    /// soft-float component's NaN in the word representations.
+    void self_nan();
+    /// Becomes +infinity, or -infinity when `negative`.
+    void self_inf(bool negative);
+    /// Becomes +0, or -0 when `negative`.
+    void self_zero(bool negative);
+    /// The largest finite positive value of `fmt`, with ROUND_NEAREST_EVEN, in
+    /// get_best_repr(fmt).
+    static IEEEFloat max_value(format fmt);
+
+    // ---- Conversion from exact numbers and between formats ----------------
+
+    /// `q` rounded to `fmt` under `mode`, in get_best_repr(fmt). A non-integer
+    /// rational is divided in a wider intermediate format and so rounded twice.
+    static IEEEFloat from_number(const QNumber& q, format fmt, rounding_mode mode);
+    /// Converts the value in place to `new_fmt`, rounding under its own mode;
+    /// the result is held in get_best_repr(new_fmt).
+    void set_format(format new_fmt);
+
+    // ---- Arithmetic ---------------------------------------------------------
+
+    /// this + other, rounded under this value's mode.
+    IEEEFloat& operator+=(const IEEEFloat& other);
+    /// this - other, rounded under this value's mode.
+    IEEEFloat& operator-=(const IEEEFloat& other);
+    /// this * other, rounded under this value's mode.
+    IEEEFloat& operator*=(const IEEEFloat& other);
+    /// this / other, rounded under this value's mode.
+    IEEEFloat& operator/=(const IEEEFloat& other);
+    /// Replaces the value by its square root, rounded under its own mode.
+    IEEEFloat& sqrt();
+
+    // ---- Conversion to exact numbers and integers ---------------------------
+
+    /// The exact value of a finite value (a zero gives 0). Throws for NaNs and
+    /// infinities.
+    QNumber to_number() const;
+    /// The value rounded to an integer under its own mode; 0 for zeros, NaNs
+    /// and infinities. A non-zero `width` keeps the low `width` bits of the
+    /// magnitude and puts the sign back.
+    QNumber to_integer(unsigned long width = 0) const;
+
+    // ---- Neighbours ---------------------------------------------------------
+
+    /// Steps to the adjacent representable value toward +infinity (`up`) or
+    /// -infinity. NaNs stay; zeros go to the smallest subnormals.
+    void next_representable(bool up);
+    /// Steps the bit pattern to the adjacent pattern of the same order (-0 and
+    /// +0 are two distinct steps; infinities and NaNs are not special).
+    void packed_next(bool up);
+
+    // ---- Text ---------------------------------------------------------------
+
+    /// The shortest positional decimal numeral that identifies the finite value
+    /// within its format. Throws for NaNs and infinities.
+    std::string to_float_str() const;
+    /// "[e:m]", the value as to_float_str writes it (or NaN, +Inf, -Inf), then
+    /// the bit pattern grouped as {sign_exponent_mantissa}.
+    std::string to_str() const;
+
+private:
+    // The rounding mode is kept in the low 30 bits and the representation in
+    // the top 2 bits of one word, so the whole object is four machine words.
+    static constexpr unsigned repr_shift = 30;
+    static constexpr std::uint32_t mode_mask = (std::uint32_t{1} << repr_shift) - 1;
+
+    /// The held bits: which member is live is given by the representation.
+    union Value {
+        std::uint32_t bits32; ///< REPR_FLOAT32
+        std::uint64_t bits64; ///< REPR_FLOAT64
+        QNumber* packed;      ///< REPR_GENERIC: owned, never null, never shared
+    };
+
+    void set_repr(Repr r) noexcept {
+        mode_and_repr = (mode_and_repr & mode_mask) | (static_cast<std::uint32_t>(r) << repr_shift);
+    }
+    /// Frees the generic storage, if any; leaves the fields otherwise as they are.
+    void release() noexcept;
+
+    friend bool operator<(const IEEEFloat& a, const IEEEFloat& b);
+    friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
+    friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+    friend int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
+    friend IEEEFloat round(const IEEEFloat& x);
+
+    format fmt;
+    std::uint32_t mode_and_repr = 0; // REPR_FLOAT32, ROUND_NEAREST_EVEN
+    Value value{0};
+};
+
+} // namespace tarn
