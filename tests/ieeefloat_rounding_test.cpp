@@ -2,6 +2,7 @@
 // the implementation, so this test compiles the implementation itself and is
 // linked without the library's copy of it.
 
+#include "allocation_counter.h"
 #include "tarn/ieeefloat/ieeefloat.cpp"
 
 #include <cstdlib>
@@ -11,41 +12,6 @@
 #include <random>
 #include <string>
 #include <vector>
-
-// ---- Allocation counting ------------------------------------------------------
-//
-// Every heap allocation of the test binary, through operator new or through
-// GMP, is counted, so a test can prove that a stretch of work allocated
-// nothing.
-
-namespace {
-unsigned long allocation_count = 0;
-
-void* counted_gmp_alloc(std::size_t n) {
-    ++allocation_count;
-    return std::malloc(n);
-}
-void* counted_gmp_realloc(void* p, std::size_t, std::size_t n) {
-    ++allocation_count;
-    return std::realloc(p, n);
-}
-void counted_gmp_free(void* p, std::size_t) {
-    std::free(p);
-}
-} // namespace
-
-// Out of line, so the compiler does not pair the inlined free() with new.
-[[gnu::noinline]] void* operator new(std::size_t n) {
-    ++allocation_count;
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept {
-    std::free(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 namespace {
 
@@ -133,7 +99,7 @@ mpz_class reference(Format f, Mode mode, bool negative, mpz_class s, const mpz_c
         const mpz_class inf = ((mpz_class(1) << e) - 1) << m;
         return (saturate ? inf - 1 : inf) + sign_bit;
     }
-    if (units >> m == 0) return units + sign_bit; // subnormal or zero
+    if ((units >> m) == 0) return units + sign_bit; // subnormal or zero
     return ((binade + bias) << m) + (units - (mpz_class(1) << m)) + sign_bit;
 }
 
@@ -425,46 +391,43 @@ TEST(PackedCodec, FlagsOfEveryClass) {
 // ---- Allocation ---------------------------------------------------------------------------
 
 TEST(GenericPath, AllocatesNothingWhileNumbersFitTheSmallForm) {
-    mp_set_memory_functions(counted_gmp_alloc, counted_gmp_realloc, counted_gmp_free);
     IEEEFloat half = IEEEFloat::from_bits(QNumber(0x3C00L), {5, 10});
     IEEEFloat tiny = IEEEFloat::from_bits(QNumber(0x13L), {3, 2});
-    const Format formats[] = {{3, 2}, {5, 10}, {8, 23}, {10, 52}};
-    QNumber out, exponent, significand, scratch;
-    bool sign = false, inf = false, nan = false, zero = false;
     int answers = 0;
-
-    const unsigned long before = allocation_count;
-    for (IEEEFloat* x : {&half, &tiny}) {
-        answers += x->is_zero() + x->is_subnormal() + x->is_normal() + x->is_inf() + x->is_nan();
-        x->self_neg();
-        x->set_sign(false);
-        answers += x->get_sign();
-        x->self_nan();
-        x->self_inf(true);
-        x->self_zero(true);
-        answers += x->get_bits() == QNumber(0L);
-    }
-    for (Format f : formats) {
-        tarn::TempNumProvider tmp;
-        for (Mode mode : all_modes)
-            for (long s : {0L, 1L, -7L, 0x5555555L, 0x7fffffffffffffffL})
-                for (long x : {-3000L, -40L, 0L, 5L, 60L, 3000L}) {
-                    exponent = QNumber(x);
-                    significand = QNumber(s);
-                    tarn::round_and_pack_float(tmp, f, mode, s == 0, exponent, significand, out);
-                    tarn::unpack_components(f, out, sign, exponent, significand, scratch);
-                    tarn::get_flags(f, out, inf, nan, zero);
-                    tarn::get_unbiased(f, f.bias(), exponent, significand);
-                    tarn::pack_float(f, sign, exponent, significand, out);
-                }
-    }
-    IEEEFloat single = IEEEFloat::from_bits(QNumber(0x7FC00000L), {8, 23});
-    IEEEFloat largest = IEEEFloat::max_value({11, 52});
-    answers += single.is_nan() + largest.is_normal();
-    const unsigned long during = allocation_count - before;
-
-    mp_set_memory_functions(nullptr, nullptr, nullptr);
-    EXPECT_EQ(during, 0u);
+    const long allocations = tarn_testing::allocations_in([&] {
+        for (IEEEFloat* x : {&half, &tiny}) {
+            answers +=
+                x->is_zero() + x->is_subnormal() + x->is_normal() + x->is_inf() + x->is_nan();
+            x->self_neg();
+            x->set_sign(false);
+            answers += x->get_sign();
+            x->self_nan();
+            x->self_inf(true);
+            x->self_zero(true);
+            answers += x->get_bits() == QNumber(0L);
+        }
+        QNumber out, exponent, significand, scratch;
+        bool sign = false, inf = false, nan = false, zero = false;
+        for (Format f : {Format{3, 2}, Format{5, 10}, Format{8, 23}, Format{10, 52}}) {
+            tarn::TempNumProvider tmp;
+            for (Mode mode : all_modes)
+                for (long s : {0L, 1L, -7L, 0x5555555L, 0x7fffffffffffffffL})
+                    for (long x : {-3000L, -40L, 0L, 5L, 60L, 3000L}) {
+                        exponent = QNumber(x);
+                        significand = QNumber(s);
+                        tarn::round_and_pack_float(tmp, f, mode, s == 0, exponent, significand,
+                                                   out);
+                        tarn::unpack_components(f, out, sign, exponent, significand, scratch);
+                        tarn::get_flags(f, out, inf, nan, zero);
+                        tarn::pack_float(f, sign, exponent, significand, out);
+                        tarn::get_unbiased(f, f.bias(), exponent, significand);
+                    }
+        }
+        // binary32 and binary64 values are built without a detour through the heap.
+        answers += IEEEFloat::from_bits(QNumber(0x7FC00000L), {8, 23}).is_nan();
+        answers += IEEEFloat::max_value({11, 52}).is_normal();
+    });
+    EXPECT_EQ(allocations, 0);
     EXPECT_GT(answers, 0);
 }
 

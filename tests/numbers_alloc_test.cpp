@@ -1,57 +1,12 @@
 // The small form's promise: values that fit two words never touch the heap.
 // This binary replaces the global allocation operator and GMP's allocator with
 // counting versions and runs every small-form operation inside a window.
+#include "allocation_counter.h"
 #include "tarn/numbers/bvnumber.h"
 
-#include <cstdlib>
-#include <gmp.h>
 #include <gtest/gtest.h>
-#include <new>
 
-namespace {
-
-bool counting = false;
-long allocations = 0;
-
-void* (*gmp_alloc)(size_t);
-void* (*gmp_realloc)(void*, size_t, size_t);
-void (*gmp_free)(void*, size_t);
-
-void* counted_gmp_alloc(size_t n) {
-    if (counting) ++allocations;
-    return gmp_alloc(n);
-}
-void* counted_gmp_realloc(void* p, size_t old_size, size_t new_size) {
-    if (counting) ++allocations;
-    return gmp_realloc(p, old_size, new_size);
-}
-
-/// Counts the allocations made by f.
-template <class F>
-long allocations_in(F f) {
-    mp_get_memory_functions(&gmp_alloc, &gmp_realloc, &gmp_free);
-    mp_set_memory_functions(counted_gmp_alloc, counted_gmp_realloc, gmp_free);
-    allocations = 0;
-    counting = true;
-    f();
-    counting = false;
-    mp_set_memory_functions(gmp_alloc, gmp_realloc, gmp_free);
-    return allocations;
-}
-
-} // namespace
-
-void* operator new(std::size_t n) {
-    if (counting) ++allocations;
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
+using tarn_testing::allocations_in;
 
 namespace tarn {
 namespace {
