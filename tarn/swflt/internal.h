@@ -82,13 +82,14 @@ inline int leading_zeros(std::uint64_t x) {
 /// x shifted right by n >= 0 places, with every bit shifted out ORed into bit 0. Bit 0 stays
 /// below every rounding boundary, so it records "something non-zero was here" without moving
 /// the value across a boundary, and it makes the value odd, so a discarded remainder can never
-/// look like an exact tie.
+/// look like an exact tie. x must be below 2^(width - 1): a shift by width - 1 then already
+/// leaves only the sticky bit, so longer shifts are clamped to it and no branch is needed.
 template <class Word>
 inline Word shift_right_jam(Word x, int n) {
     constexpr int width = Fmt<Word>::width;
-    if (n == 0) return x;
-    if (n < width) return (x >> n) | Word((x << (width - n)) != 0);
-    return Word(x != 0);
+    n = n < width - 1 ? n : width - 1;
+    Word const lost = x & ((Word(1) << n) - 1);
+    return (x >> n) | Word(lost != 0);
 }
 
 /// Moves the mantissa of a non-zero subnormal up to the hidden-bit position and returns the

@@ -28,11 +28,9 @@ Word multiply(Word a, Word b, int round) {
     Word const sig_a = fa.significand() << F::extra;
     Word const sig_b = fb.significand() << (F::extra + 1);
     Wide product = Wide(sig_a) * sig_b;
-    int exp = fa.exp + fb.exp - F::bias;
-    if ((product >> (2 * F::width - 2)) == 0) {
-        product <<= 1;
-        --exp;
-    }
+    int const short_product = (product >> (2 * F::width - 2)) == 0;
+    product <<= short_product;
+    int const exp = fa.exp + fb.exp - F::bias - short_product;
     Word const sig = Word(product >> F::width) | Word(Word(product) != 0);
     return round_pack(sign, exp, sig, checked_mode(round));
 }
@@ -57,13 +55,11 @@ Word divide(Word a, Word b, int round) {
     if (fa.is_zero()) return signed_zero<Word>(sign);
     Word sig_a = fa.significand();
     Word const sig_b = fb.significand();
-    int exp = fa.exp - fb.exp + F::bias - 1;
     // Doubling the smaller dividend keeps the quotient in [1, 2), so it fills exactly the
     // working significand: leading bit at width - 2.
-    if (sig_a < sig_b) {
-        sig_a <<= 1;
-        --exp;
-    }
+    int const doubled = sig_a < sig_b;
+    sig_a <<= doubled;
+    int const exp = fa.exp - fb.exp + F::bias - 1 - doubled;
     Wide const dividend = Wide(sig_a) << (F::width - 2);
     Word const quotient = Word(dividend / sig_b);
     bool const inexact = Word(dividend - Wide(quotient) * sig_b) != 0;
