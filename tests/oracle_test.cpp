@@ -222,6 +222,39 @@ TEST(OracleAgainstHardware, DecimalReadBackAgreesWithStrtod) {
     }
 }
 
+TEST(OracleAgainstHardware, ComparisonsAndNeighbours) {
+    for (Format fmt : {binary32, binary64}) {
+        OperandGenerator gen(fmt, 15);
+        for (int i = 0; i < cases(20000); ++i) {
+            Word a = gen.operand_word(), b = i % 3 == 0 ? a : gen.operand_word();
+            if (i % 3 == 1) b = a ^ (gen.engine()() & 3); // neighbours and the other zero
+            double x, y, up, down;
+            if (fmt == binary32) {
+                float fx = from_bits<float>(static_cast<std::uint32_t>(a));
+                x = fx;
+                y = from_bits<float>(static_cast<std::uint32_t>(b));
+                up = std::nextafter(fx, INFINITY);
+                down = std::nextafter(fx, -INFINITY);
+            } else {
+                x = from_bits<double>(a);
+                y = from_bits<double>(b);
+                up = std::nextafter(x, INFINITY);
+                down = std::nextafter(x, -INFINITY);
+            }
+            int want = x < y ? -1 : x > y ? 1 : x == y ? 0 : -2;
+            ASSERT_EQ(compare(fmt, to_mpz(a), to_mpz(b)), want)
+                << describe(fmt, a) << " vs " << describe(fmt, b);
+            if (std::isnan(x)) continue; // the hardware quietens NaNs; the reference keeps them
+            Word want_up = fmt == binary32 ? to_bits<std::uint32_t>(static_cast<float>(up))
+                                           : to_bits<std::uint64_t>(up);
+            Word want_down = fmt == binary32 ? to_bits<std::uint32_t>(static_cast<float>(down))
+                                             : to_bits<std::uint64_t>(down);
+            ASSERT_EQ(next_representable(fmt, to_mpz(a), true), want_up) << describe(fmt, a);
+            ASSERT_EQ(next_representable(fmt, to_mpz(a), false), want_down) << describe(fmt, a);
+        }
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Brute force over tiny formats
 // ---------------------------------------------------------------------------
@@ -657,6 +690,65 @@ TEST(OracleByHand, WideFormatsAndDecimals) {
     for (const char* bad : {"", "-", ".", "1e5", "1.2.3", "+1", "0x10", "1 "})
         EXPECT_THROW(read_decimal(binary32, bad), std::invalid_argument) << bad;
 }
+
+TEST(OracleByHand, ShortestDecimals) {
+    const char* const tiny_table[] = {"0",    "0.06", "0.1", "0.2", "0.25", "0.3", "0.4",
+                                      "0.44", "0.5",  "0.6", "0.7", "0.9",  "1",   "1.2",
+                                      "1.5",  "1.7",  "2",   "2.5", "3",    "3.5", "4",
+                                      "5",    "6",    "7",   "8",   "10",   "12",  "14"};
+    const Format tiny{3, 2};
+    for (unsigned long packed = 0; packed < 28; ++packed) {
+        EXPECT_EQ(shortest_decimal(tiny, packed), tiny_table[packed]) << packed;
+        EXPECT_EQ(shortest_decimal(tiny, packed | 32), std::string("-") + tiny_table[packed]);
+    }
+    const struct {
+        Format fmt;
+        unsigned long bits;
+        std::string text;
+    } table[] = {
+        {binary32, 0x3F800000, "1"},
+        {binary32, 0x80000000, "-0"},
+        {binary32, 0x3DCCCCCD, "0.1"},
+        {binary32, 0xC0200000, "-2.5"},
+        {binary32, 0x3EAAAAAB, "0.33333334"},
+        {binary32, 0x4B800000, "16777216"},
+        {binary32, 0x7F7FFFFF, "340282350000000000000000000000000000000"},
+        {binary32, 0x00800000, "0.000000000000000000000000000000000000011754944"},
+        {binary32, 0x007FFFFF, "0.000000000000000000000000000000000000011754942"},
+        {binary32, 0x00000001, "0." + std::string(44, '0') + "1"},
+        {binary32, 0x0C000000, "0.000000000000000000000000000000098607613"},
+        {binary64, 0x4301B66687B7ABB6, "623203260495222.7"},
+        {binary64, 0x43C5757239BD3AA2, "3092535278770144300"},
+        {binary64, 0x4000000000000001, "2.0000000000000004"},
+        {binary64, 0x3FB999999999999A, "0.1"},
+        {Format{2, 1}, 5, "3"},
+    };
+    for (const auto& c : table)
+        EXPECT_EQ(shortest_decimal(c.fmt, c.bits), c.text) << describe(c.fmt, c.bits);
+    EXPECT_THROW(shortest_decimal(binary32, 0x7F800000), std::domain_error);
+    EXPECT_THROW(shortest_decimal(binary32, 0x7FC00000), std::domain_error);
+}
+
+class DecimalRoundTrip : public ::testing::TestWithParam<Format> {};
+
+TEST_P(DecimalRoundTrip, ShortestDecimalsReadBackToTheSameValue) {
+    const Format fmt = GetParam();
+    OperandGenerator gen(fmt, 51);
+    for (int i = 0; i < cases(400); ++i) {
+        mpz_class x = gen.operand();
+        if (!is_finite(fmt, x)) continue;
+        std::string text = shortest_decimal(fmt, x);
+        ASSERT_EQ(read_decimal(fmt, text), x) << text << " from " << describe(fmt, x);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Oracle, DecimalRoundTrip,
+                         ::testing::Values(Format{2, 1}, Format{4, 3}, binary16, Format{8, 7},
+                                           binary32, binary64, Format{6, 60}),
+                         [](const ::testing::TestParamInfo<Format>& info) {
+                             return "e" + std::to_string(info.param.e) + "m" +
+                                    std::to_string(info.param.m);
+                         });
 
 // ---------------------------------------------------------------------------
 // The two representations of patterns, and the generators' aim

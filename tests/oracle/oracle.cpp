@@ -1,6 +1,7 @@
 #include "tests/oracle/oracle.h"
 
 #include <algorithm>
+#include <ostream>
 #include <sstream>
 #include <stdexcept>
 
@@ -59,6 +60,16 @@ Fields split(Format fmt, const mpz_class& bits) {
     return f;
 }
 
+// The biased exponent field of a packed pattern, read from at most two limbs.
+Word exponent_field(mpz_srcptr bits, Format fmt) {
+    mp_size_t limb = static_cast<mp_size_t>(fmt.m / 64);
+    unsigned offset = fmt.m % 64;
+    Word field = mpz_getlimbn(bits, limb) >> offset;
+    if (offset + fmt.e > 64)
+        field |= static_cast<Word>(mpz_getlimbn(bits, limb + 1)) << (64 - offset);
+    return field & ((Word(1) << fmt.e) - 1);
+}
+
 bool all_ones(const mpz_class& field, unsigned width) {
     return mpz_scan0(field.get_mpz_t(), 0) >= width;
 }
@@ -83,6 +94,10 @@ void check_format(Format fmt) {
 
 std::string to_string(Format fmt) {
     return "(" + std::to_string(fmt.e) + "," + std::to_string(fmt.m) + ")";
+}
+
+std::ostream& operator<<(std::ostream& out, Format fmt) {
+    return out << to_string(fmt);
 }
 
 Kind classify(Format fmt, const mpz_class& bits) {
@@ -163,12 +178,13 @@ Emulator::Emulator(Format fmt) : fmt_(fmt) {
     mant_mask_ = fmt.m >= 64 ? ~Word(0) : (Word(1) << fmt.m) - 1;
     mpfr_prec_t precision = static_cast<mpfr_prec_t>(fmt.m) + 1;
     mpfr_inits2(precision, x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
-    mpz_inits(field_, sig_, static_cast<mpz_ptr>(nullptr));
+    nan_ = nan_pattern(fmt);
+    inf_ = inf_pattern(fmt, false);
+    minus_inf_ = inf_pattern(fmt, true);
 }
 
 Emulator::~Emulator() {
     mpfr_clears(x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
-    mpz_clears(field_, sig_, static_cast<mpz_ptr>(nullptr));
 }
 
 void Emulator::enter_range() const {
@@ -205,27 +221,26 @@ void Emulator::decode_word(mpfr_ptr dst, Word bits) const {
 
 void Emulator::decode(mpfr_ptr dst, const mpz_class& bits) {
     mpz_srcptr p = bits.get_mpz_t();
+    mpz_ptr sig = sig_.get_mpz_t();
     bool negative = mpz_tstbit(p, fmt_.e + fmt_.m) != 0;
-    mpz_fdiv_q_2exp(field_, p, fmt_.m);
-    mpz_fdiv_r_2exp(field_, field_, fmt_.e);
-    mpz_fdiv_r_2exp(sig_, p, fmt_.m);
-    bool mantissa_zero = mpz_sgn(sig_) == 0;
-    if (mpz_scan0(field_, 0) >= fmt_.e) {
+    Word field = exponent_field(p, fmt_);
+    mpz_fdiv_r_2exp(sig, p, fmt_.m);
+    bool mantissa_zero = mpz_sgn(sig) == 0;
+    if (field == exp_mask_) {
         if (!mantissa_zero)
             mpfr_set_nan(dst);
         else
             mpfr_set_inf(dst, negative ? -1 : 1);
         return;
     }
-    long field = mpz_get_si(field_);
     if (field == 0 && mantissa_zero) {
         mpfr_set_zero(dst, negative ? -1 : 1);
         return;
     }
-    if (field != 0) mpz_setbit(sig_, fmt_.m);
-    if (negative) mpz_neg(sig_, sig_);
-    long exponent = (field != 0 ? field : 1) - bias_ - static_cast<long>(fmt_.m);
-    mpfr_set_z_2exp(dst, sig_, exponent, MPFR_RNDN);
+    if (field != 0) mpz_setbit(sig, fmt_.m);
+    if (negative) mpz_neg(sig, sig);
+    long exponent = static_cast<long>(field != 0 ? field : 1) - bias_ - static_cast<long>(fmt_.m);
+    mpfr_set_z_2exp(dst, sig, exponent, MPFR_RNDN);
 }
 
 Word Emulator::encode_word(mpfr_srcptr src) const {
@@ -246,30 +261,31 @@ Word Emulator::encode_word(mpfr_srcptr src) const {
 
 void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
     mpz_ptr o = out.get_mpz_t();
+    mpz_ptr sig = sig_.get_mpz_t();
     if (mpfr_nan_p(src)) {
-        out = nan_pattern(fmt_);
+        out = nan_;
         return;
     }
     bool negative = mpfr_signbit(src) != 0;
     if (mpfr_inf_p(src)) {
-        out = inf_pattern(fmt_, negative);
+        out = negative ? minus_inf_ : inf_;
         return;
     }
     if (mpfr_zero_p(src)) {
         mpz_set_ui(o, 0);
     } else {
-        // sig_ holds the significand as an integer of m+1 bits: src = sig × 2^(E - m - 1).
+        // sig holds the significand as an integer of m+1 bits: src = sig × 2^(E - m - 1).
         mpfr_exp_t exponent = mpfr_get_exp(src);
-        mpfr_get_z_2exp(sig_, src);
-        mpz_abs(sig_, sig_);
+        mpfr_get_z_2exp(sig, src);
+        mpz_abs(sig, sig);
         long biased = exponent - 1 + bias_;
         if (biased >= 1) {
-            mpz_clrbit(sig_, fmt_.m);
-            mpz_set_ui(o, static_cast<unsigned long>(biased));
+            // The hidden bit of the significand adds the missing 1 to the exponent field.
+            mpz_set_ui(o, static_cast<unsigned long>(biased - 1));
             mpz_mul_2exp(o, o, fmt_.m);
-            mpz_add(o, o, sig_);
+            mpz_add(o, o, sig);
         } else {
-            mpz_fdiv_q_2exp(o, sig_, static_cast<unsigned long>(2 - bias_ - exponent));
+            mpz_fdiv_q_2exp(o, sig, static_cast<unsigned long>(2 - bias_ - exponent));
         }
     }
     if (negative) mpz_setbit(o, fmt_.e + fmt_.m);
@@ -563,6 +579,125 @@ mpz_class read_decimal(Format fmt, const std::string& numeral) {
     mpz_class r = from_rational(value, fmt, NEAREST_EVEN);
     if (negative && value == 0) set_sign_bit(fmt, r, true);
     return r;
+}
+
+int compare(Format fmt, const mpz_class& a, const mpz_class& b) {
+    Emulator source(fmt);
+    mpfr_t x, y;
+    mpfr_inits2(static_cast<mpfr_prec_t>(fmt.m) + 1, x, y, static_cast<mpfr_ptr>(nullptr));
+    enter_full_range();
+    source.decode(x, a);
+    source.decode(y, b);
+    int order = mpfr_unordered_p(x, y) ? -2 : mpfr_cmp(x, y);
+    mpfr_clears(x, y, static_cast<mpfr_ptr>(nullptr));
+    return order < -1 ? -2 : order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+
+mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {
+    if (classify(fmt, bits) == Kind::NaN) return bits;
+    // One step of MPFR at one bit more precision lands strictly between the value and
+    // its neighbour in the format (subnormal spacing is coarser still, and MPFR's
+    // infinities step to its own largest finite numbers), so rounding that point
+    // outward gives the neighbour, with IEEE-754's signs for zeros.
+    Emulator target(fmt);
+    mpfr_t point;
+    mpfr_init2(point, static_cast<mpfr_prec_t>(fmt.m) + 2);
+    enter_full_range();
+    target.decode(point, bits);
+    if (up)
+        mpfr_nextabove(point);
+    else
+        mpfr_nextbelow(point);
+    mpfr_rnd_t rnd = up ? MPFR_RNDU : MPFR_RNDD;
+    mpfr_t rounded;
+    mpfr_init2(rounded, static_cast<mpfr_prec_t>(fmt.m) + 1);
+    int t = mpfr_set(rounded, point, rnd);
+    target.fit_to_format(rounded, t, rnd);
+    mpz_class r;
+    target.encode(r, rounded);
+    mpfr_clears(point, rounded, static_cast<mpfr_ptr>(nullptr));
+    return r;
+}
+
+namespace {
+
+mpq_class pow10(long n) {
+    mpz_class p;
+    mpz_ui_pow_ui(p.get_mpz_t(), 10, static_cast<unsigned long>(n < 0 ? -n : n));
+    return n < 0 ? mpq_class(mpz_class(1), p) : mpq_class(p);
+}
+
+mpz_class floor_of(const mpq_class& q) {
+    mpz_class r;
+    mpz_fdiv_q(r.get_mpz_t(), q.get_num_mpz_t(), q.get_den_mpz_t());
+    return r;
+}
+
+// True when some multiple of `grid` lies strictly between low and high.
+bool grid_point_inside(const mpq_class& low, const mpq_class& high, const mpq_class& grid) {
+    mpq_class first = mpq_class(floor_of(low / grid) + 1) * grid;
+    return first < high;
+}
+
+} // namespace
+
+std::string shortest_decimal(Format fmt, const mpz_class& bits) {
+    Kind kind = classify(fmt, bits);
+    if (kind == Kind::NaN || kind == Kind::Infinite)
+        throw std::domain_error("oracle: no decimal for " + describe(fmt, bits));
+    bool negative = mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;
+    if (kind == Kind::Zero) return negative ? "-0" : "0";
+
+    // The rounding interval (low, high) of the magnitude x.
+    mpz_class magnitude = bits;
+    mpz_clrbit(magnitude.get_mpz_t(), fmt.e + fmt.m);
+    mpq_class x = to_rational(fmt, magnitude);
+    Fields f = split(fmt, magnitude);
+    long field = mpz_get_si(f.exponent.get_mpz_t());
+    long ulp_exponent = (field == 0 ? 1 : field) - fmt.bias() - static_cast<long>(fmt.m);
+    mpq_class ulp(1);
+    if (ulp_exponent >= 0)
+        mpq_mul_2exp(ulp.get_mpq_t(), ulp.get_mpq_t(), static_cast<unsigned long>(ulp_exponent));
+    else
+        mpq_div_2exp(ulp.get_mpq_t(), ulp.get_mpq_t(), static_cast<unsigned long>(-ulp_exponent));
+    mpq_class successor = x + ulp;
+    bool finer_below = f.mantissa == 0 && field >= 2;
+    mpq_class predecessor = finer_below ? mpq_class(x - ulp / 2) : mpq_class(x - ulp);
+    mpq_class low = (predecessor + x) / 2, high = (x + successor) / 2;
+
+    long before_point = 0;
+    while (pow10(before_point) < high)
+        ++before_point;
+    // The fewest digits k for which the grid 10^(n-k) has a point inside; finer grids
+    // contain coarser ones, so the property is monotone in k.
+    long fewest = 1, most = 1;
+    while (!grid_point_inside(low, high, pow10(before_point - most)))
+        most *= 2;
+    while (fewest < most) {
+        long middle = (fewest + most) / 2;
+        if (grid_point_inside(low, high, pow10(before_point - middle)))
+            most = middle;
+        else
+            fewest = middle + 1;
+    }
+    mpq_class grid = pow10(before_point - fewest);
+    mpq_class lower = mpq_class(floor_of(x / grid)) * grid, upper = lower + grid;
+    bool lower_inside = low < lower, upper_inside = upper < high;
+    bool take_upper = upper_inside && (!lower_inside || upper - x < x - lower);
+    mpz_class digits_value = floor_of((take_upper ? upper : lower) / grid);
+
+    std::string digits = digits_value.get_str();
+    digits.insert(0,
+                  static_cast<std::size_t>(fewest) -
+                      std::min(digits.size(), static_cast<std::size_t>(fewest)),
+                  '0');
+    std::string text = negative ? "-" : "";
+    std::size_t n = static_cast<std::size_t>(before_point);
+    if (n > 0)
+        text +=
+            digits.size() >= n ? digits.substr(0, n) : digits + std::string(n - digits.size(), '0');
+    if (digits.size() > n) text += (n == 0 ? "0." : ".") + digits.substr(n);
+    return text;
 }
 
 bool same_result(Format fmt, const mpz_class& got, const mpz_class& want) {

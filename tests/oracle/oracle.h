@@ -33,6 +33,7 @@
 
 #include <cstdint>
 #include <gmpxx.h>
+#include <iosfwd>
 #include <mpfr.h>
 #include <string>
 
@@ -73,6 +74,9 @@ void check_format(Format fmt);
 
 /// Human-readable "(e,m)".
 std::string to_string(Format fmt);
+
+/// Writes "(e,m)"; also lets test frameworks print formats.
+std::ostream& operator<<(std::ostream& out, Format fmt);
 
 // ---------------------------------------------------------------------------
 // Patterns: classification and special values
@@ -181,7 +185,8 @@ private:
     mpfr_exp_t emin_, emax_;
     Word sign_bit_, exp_mask_, mant_mask_;
     mpfr_t x_, y_, r_;
-    mpz_t field_, sig_; // scratch of the packed path, kept to avoid reallocation
+    mpz_class sig_;                   // scratch of the packed path, kept to avoid reallocation
+    mpz_class nan_, inf_, minus_inf_; // special results of the packed path, made once
 };
 
 /// Converts patterns of one format into another: what changing the format of a value
@@ -252,6 +257,28 @@ mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode);
 /// rounds it to nearest-even in `fmt`; "-0", "-0.0" and the like give -0. Throws
 /// std::invalid_argument for any other text.
 mpz_class read_decimal(Format fmt, const std::string& numeral);
+
+/// IEEE-754 comparison of two patterns: -1 when a < b, 0 when a = b (+0 equals -0),
+/// 1 when a > b, and -2 when they are unordered (either is a NaN).
+int compare(Format fmt, const mpz_class& a, const mpz_class& b);
+
+/// The neighbour of `bits` toward +infinity (`up`) or -infinity: zeros step to the
+/// smallest subnormal of the direction's sign, the smallest subnormal steps to the
+/// zero of its own sign, the largest finite value steps out to infinity, an infinity
+/// steps inward to the largest finite value or stays, a NaN stays unchanged.
+mpz_class next_representable(Format fmt, const mpz_class& bits, bool up);
+
+/// The shortest positional decimal numeral that identifies a finite value, as the
+/// library writes it: n digits before the point, where 10^n is the least power of
+/// ten (n >= 0) not below the upper end of the value's rounding interval; then the
+/// fewest digits such that a numeral lies strictly inside the interval (its ends are
+/// the midpoints to the neighbours; below a power of two the lower neighbour is the
+/// finer one); of the two candidates next to the value the nearer, the lower on an
+/// exact tie. "-" for negative values, "0" and "-0" for zeros, no exponent, no
+/// trailing zeros after the point. Found by a search over digit counts on exact
+/// rationals, not by generating digits. Throws std::domain_error for NaN and
+/// infinities. Cost grows with the exponent range (exact rationals).
+std::string shortest_decimal(Format fmt, const mpz_class& bits);
 
 /// True when `got` is an acceptable result for the reference `want`: identical bits,
 /// or both NaN (of any sign and payload).
