@@ -15,6 +15,10 @@
 #include <string>
 #include <vector>
 
+#ifdef __clang__
+#pragma STDC FENV_ACCESS ON
+#endif
+
 namespace {
 
 using namespace oracle;
@@ -58,8 +62,9 @@ Bits to_bits(Float f) {
     return bits;
 }
 
-// One hardware operation on patterns; volatile keeps the compiler from evaluating it
-// at compile time, under a rounding mode other than the one set at run time.
+// One hardware operation on patterns. Operands and result are volatile so that the
+// operation can be neither folded at compile time nor moved across the change of
+// rounding direction: compilers do not treat fesetround as a barrier for arithmetic.
 template <class Float, class Bits>
 Word hardware(Operation op, Word a, Word b, int mode) {
     volatile Float x = from_bits<Float>(static_cast<Bits>(a));
@@ -165,11 +170,12 @@ TEST(OracleAgainstHardware, ConversionsBetweenBinary32AndBinary64) {
         if (i % 4 == 0) wide = wide_gen.operand_word();
         for (int mode : all_modes) {
             volatile double d = from_bits<double>(wide);
-            Word want_narrow;
+            volatile float rounded;
             {
                 HardwareRounding rounding(mode);
-                want_narrow = to_bits<std::uint32_t>(static_cast<float>(d));
+                rounded = static_cast<float>(d);
             }
+            Word want_narrow = to_bits<std::uint32_t>(static_cast<float>(rounded));
             ASSERT_TRUE(same_result(binary32, narrowing.convert(wide, mode), want_narrow))
                 << "mode " << mode << " " << describe(binary64, wide);
             volatile float f = from_bits<float>(static_cast<std::uint32_t>(narrow));
@@ -189,13 +195,17 @@ TEST(OracleAgainstHardware, IntegersRationalsAndIntegralValues) {
         for (int mode : all_modes) {
             volatile std::int64_t vn = n;
             volatile double vx = from_bits<double>(x);
-            Word want64, want32, want_integral;
+            volatile double wide, integral;
+            volatile float narrow;
             {
                 HardwareRounding rounding(mode);
-                want64 = to_bits<std::uint64_t>(static_cast<double>(vn));
-                want32 = to_bits<std::uint32_t>(static_cast<float>(vn));
-                want_integral = to_bits<std::uint64_t>(std::nearbyint(vx));
+                wide = static_cast<double>(vn);
+                narrow = static_cast<float>(vn);
+                integral = std::nearbyint(vx);
             }
+            Word want64 = to_bits<std::uint64_t>(static_cast<double>(wide));
+            Word want32 = to_bits<std::uint32_t>(static_cast<float>(narrow));
+            Word want_integral = to_bits<std::uint64_t>(static_cast<double>(integral));
             mpq_class q{mpz_class(std::to_string(n))};
             ASSERT_EQ(to64.from_rational(q, mode), want64) << n << " mode " << mode;
             ASSERT_EQ(to32.from_rational(q, mode), want32) << n << " mode " << mode;
