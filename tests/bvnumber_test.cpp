@@ -251,5 +251,31 @@ TEST(BVNumberBoundary, FormsOfBuiltValues) {
     EXPECT_TRUE(BVNumber::to_long(forced_big(QNumber(7)), &word) && word == 7);
 }
 
+// Two-word access reads and writes values below 2^128 in either form; a big
+// target keeps its form.
+TEST(BVNumberBoundary, TwoWordAccess) {
+    std::uint64_t low = 1, high = 1;
+    EXPECT_TRUE(BVNumber::to_words(QNumber(5), &low, &high) && low == 5 && high == 0);
+    EXPECT_TRUE(BVNumber::to_words(forced_big(QNumber(7)), &low, &high) && low == 7 && high == 0);
+    const QNumber top = QNumber(mpz_class(pow2z(127) + 9));
+    EXPECT_TRUE(BVNumber::to_words(top, &low, &high));
+    EXPECT_EQ(low, 9u);
+    EXPECT_EQ(high, std::uint64_t{1} << 63);
+    EXPECT_FALSE(BVNumber::to_words(QNumber(pow2z(128)), &low, &high));
+    EXPECT_FALSE(BVNumber::to_words(QNumber(-1), &low, &high));
+
+    QNumber out(3);
+    BVNumber::assign_words(9, std::uint64_t{1} << 63, &out);
+    EXPECT_TRUE(out == top);
+    BVNumber::assign_words(4, 0, &out);
+    EXPECT_TRUE(out.is_big() && out == QNumber(4));
+    QNumber small;
+    BVNumber::assign_words(std::uint64_t{1} << 63, 0, &small);
+    EXPECT_TRUE(small == QNumber(pow2z(63)));
+    QNumber word;
+    BVNumber::assign_words(12, 0, &word);
+    EXPECT_TRUE(word.is_small() && word == QNumber(12));
+}
+
 } // namespace
 } // namespace tarn

@@ -10,7 +10,10 @@
 #include "tarn/numbers/qnumber.h"
 
 #include <climits>
+#include <cstdint>
 #include <gmp.h>
+
+static_assert(GMP_NUMB_BITS == 64, "two-word access reads 64-bit limbs");
 
 namespace tarn {
 
@@ -227,6 +230,40 @@ public:
     /// x AND y, the word half of the library's one bit_op.
     static long bit_and_l(long x, long y) noexcept {
         return x & y;
+    }
+
+    /// True, with the low and the high 64 bits of q in *low and *high, when
+    /// q is a non-negative integer below 2^128 (in either form); false and
+    /// both words untouched otherwise. Never allocates: this is how the float
+    /// code reads two-word bit patterns.
+    static bool to_words(QNumber const& q, std::uint64_t* low, std::uint64_t* high) noexcept {
+        if (q.is_small()) {
+            if (q.num_ < 0) return false;
+            *low = static_cast<std::uint64_t>(q.num_);
+            *high = 0;
+            return true;
+        }
+        mpz_srcptr z = q.big_->num;
+        if (mpz_sgn(z) < 0 || mpz_size(z) > 2) return false;
+        *low = mpz_getlimbn(z, 0);
+        *high = mpz_getlimbn(z, 1);
+        return true;
+    }
+
+    /// *out = high * 2^64 + low. A value that fits a signed word goes into a
+    /// small *out as a word; a big *out stays big and reuses its limbs, so
+    /// writing two-word patterns into the same number allocates only once.
+    static void assign_words(std::uint64_t low, std::uint64_t high, QNumber* out) {
+        if (high == 0 && low <= static_cast<std::uint64_t>(LONG_MAX)) {
+            out->assign_long(static_cast<long>(low));
+            return;
+        }
+        out->ensure_big();
+        mp_limb_t* limbs = mpz_limbs_write(out->big_->num, 2);
+        limbs[0] = low;
+        limbs[1] = high;
+        mpz_limbs_finish(out->big_->num, high != 0 ? 2 : 1);
+        mpz_set_ui(out->big_->den, 1);
     }
 };
 
