@@ -21,7 +21,9 @@
 #include "tarn/numbers/bvnumber.h"
 #include "tarn/swflt/swflt.h"
 
+#include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <gmp.h>
 #include <string>
@@ -819,8 +821,987 @@ IEEEFloat IEEEFloat::max_value(format f) {
     return from_bits(bits, f);
 }
 
-// The sections that follow add the conversions from exact numbers and between
-// formats, the arithmetic and square root, the comparisons, the conversions
-// to exact numbers and integers, the neighbour steps and the text forms.
+// ===========================================================================
+// Arithmetic on machine words for small and medium formats
+// ===========================================================================
+//
+// A generic value of a small format (binary16, bfloat16, the 8-bit formats,
+// binary32 held generically) has a packed integer that fits one machine word,
+// and one of a medium format (binary64 held generically, binary128, the
+// extended formats up to 128 bits) fits two. The exact path would still
+// unpack such integers into QNumbers and combine them one call at a time,
+// with GMP allocating for every intermediate above a word. The routines of
+// this section compute the same results on the packed words with
+// intermediates of twice their width: 128 bits for one-word formats, 256 bits
+// for two-word formats.
+//
+// They are the exact path in another notation, not an approximation of it.
+// Each operation rounds either the very significand and exponent that the
+// exact path builds, or a shorter significand whose extra low 1 bit stands
+// for a non-zero rest (for quotients, roots and addends far apart). Such a
+// significand keeps at least one bit below the rounding position, so it lies
+// strictly inside the rounding interval of the exact value and rounds to the
+// same result under every mode; it is exact exactly when the exact value is,
+// so an invalid rounding mode fails in the same cases. The special operands
+// follow the same tables, NaN operands keep their packed integers and exact
+// zeros get the same signs. The differential tests run formats of every path
+// against one reference.
+
+namespace {
+
+__extension__ typedef unsigned __int128 u128;
+
+/// The largest exponent difference that addition aligns. The alignment is
+/// exact: the significand with the larger exponent is shifted onto the
+/// smaller one, giving an integer of about d + m + 1 bits, and in a format
+/// with a very wide exponent field d can approach 2^e. Past this bound (2^26
+/// bits, an 8 MiB integer) addition and subtraction throw "reached limit on
+/// float precision" rather than allocate without limit. The largest
+/// difference within a format is 2^e - 3, so every format with up to 26
+/// exponent bits is far from it; a zero addend is never aligned at all.
+constexpr unsigned long max_alignment_distance = 1UL << 26;
+
+void check_alignment_distance(unsigned long distance) {
+    if (distance > max_alignment_distance) throw_error(precision_limit_message);
+}
+
+// ---- A 256-bit unsigned integer, the intermediate of two-word formats -------
+
+struct U256 {
+    u128 hi = 0, lo = 0;
+
+    U256() = default;
+    U256(u128 v) : lo(v) {} // NOLINT: widening, like the built-in integers
+    U256(u128 h, u128 l) : hi(h), lo(l) {}
+    explicit operator u128() const { return lo; }
+};
+
+inline bool operator==(const U256& a, const U256& b) {
+    return a.hi == b.hi && a.lo == b.lo;
+}
+inline bool operator!=(const U256& a, const U256& b) {
+    return !(a == b);
+}
+inline bool operator<(const U256& a, const U256& b) {
+    return a.hi != b.hi ? a.hi < b.hi : a.lo < b.lo;
+}
+inline bool operator>=(const U256& a, const U256& b) {
+    return !(a < b);
+}
+inline U256 operator+(const U256& a, const U256& b) {
+    const u128 lo = a.lo + b.lo;
+    return {a.hi + b.hi + (lo < a.lo), lo};
+}
+inline U256 operator-(const U256& a, const U256& b) {
+    return {a.hi - b.hi - (a.lo < b.lo), a.lo - b.lo};
+}
+inline U256 operator|(const U256& a, const U256& b) {
+    return {a.hi | b.hi, a.lo | b.lo};
+}
+/// Shifts by 0 to 255 bits.
+inline U256 operator<<(const U256& v, long n) {
+    if (n == 0) return v;
+    if (n >= 128) return {v.lo << (n - 128), 0};
+    return {v.hi << n | v.lo >> (128 - n), v.lo << n};
+}
+inline U256 operator>>(const U256& v, long n) {
+    if (n == 0) return v;
+    if (n >= 128) return {0, v.hi >> (n - 128)};
+    return {v.hi >> n, v.lo >> n | v.hi << (128 - n)};
+}
+
+// ---- Width-generic helpers ----------------------------------------------------
+
+inline int bit_length(std::uint64_t v) {
+    return v == 0 ? 0 : 64 - __builtin_clzll(v);
+}
+inline int bit_length(u128 v) {
+    const auto high = static_cast<std::uint64_t>(v >> 64);
+    return high != 0 ? 64 + bit_length(high) : bit_length(static_cast<std::uint64_t>(v));
+}
+inline int bit_length(const U256& v) {
+    return v.hi != 0 ? 128 + bit_length(v.hi) : bit_length(v.lo);
+}
+
+template <class W>
+constexpr int bits_of = sizeof(W) * 8;
+
+/// Bit n of v.
+template <class W>
+bool bit_at(const W& v, long n) {
+    return (static_cast<std::uint64_t>(static_cast<u128>(v >> n)) & 1) != 0;
+}
+
+/// Whether any of the n lowest bits of v is set (0 <= n <= the width of W).
+template <class W>
+bool low_bits_set(const W& v, long n) {
+    if (n == 0) return false;
+    if (n >= bits_of<W>) return v != W{0};
+    return (v << (bits_of<W> - n)) != W{0};
+}
+
+inline u128 wide_product(std::uint64_t a, std::uint64_t b) {
+    return u128{a} * b;
+}
+inline U256 wide_product(u128 a, u128 b) {
+    const u128 mask = ~std::uint64_t{0};
+    const u128 a0 = a & mask, a1 = a >> 64, b0 = b & mask, b1 = b >> 64;
+    const u128 low = a0 * b0, mid1 = a0 * b1, mid2 = a1 * b0, high = a1 * b1;
+    const u128 mid = (low >> 64) + (mid1 & mask) + (mid2 & mask);
+    return {high + (mid1 >> 64) + (mid2 >> 64) + (mid >> 64), (mid << 64) | (low & mask)};
+}
+
+/// The limbs of a 256-bit number, lowest first, and how many are in use.
+int to_limbs(const U256& v, mp_limb_t* limbs) {
+    limbs[0] = static_cast<mp_limb_t>(v.lo);
+    limbs[1] = static_cast<mp_limb_t>(v.lo >> 64);
+    limbs[2] = static_cast<mp_limb_t>(v.hi);
+    limbs[3] = static_cast<mp_limb_t>(v.hi >> 64);
+    int used = 4;
+    while (used > 0 && limbs[used - 1] == 0)
+        --used;
+    return used;
+}
+
+U256 from_limbs(const mp_limb_t* limbs, int count) {
+    mp_limb_t all[4] = {0, 0, 0, 0};
+    for (int i = 0; i < count && i < 4; ++i)
+        all[i] = limbs[i];
+    return {u128{all[3]} << 64 | all[2], u128{all[1]} << 64 | all[0]};
+}
+
+/// floor(n / d), and whether the division leaves a remainder (d > 0).
+inline u128 divide(u128 n, std::uint64_t d, bool& inexact) {
+    inexact = n % d != 0;
+    return n / d;
+}
+U256 divide(const U256& n, u128 d, bool& inexact) {
+    mp_limb_t num[4], den[2] = {static_cast<mp_limb_t>(d), static_cast<mp_limb_t>(d >> 64)};
+    const int nn = to_limbs(n, num), dn = den[1] != 0 ? 2 : 1;
+    if (nn < dn) {
+        inexact = n != U256{};
+        return {};
+    }
+    mp_limb_t quotient[4], rest[2];
+    mpn_tdiv_qr(quotient, rest, 0, num, nn, den, dn);
+    inexact = rest[0] != 0 || (dn == 2 && rest[1] != 0);
+    return from_limbs(quotient, nn - dn + 1);
+}
+
+/// floor(sqrt(n)) and whether it is inexact, for n < 2^126: a floating-point
+/// estimate, corrected.
+u128 square_root(u128 n, bool& inexact) {
+    auto root = n < (u128{1} << 53)
+                    ? static_cast<std::uint64_t>(std::sqrt(static_cast<double>(n)))
+                    : static_cast<std::uint64_t>(std::sqrt(static_cast<long double>(n)));
+    while (u128{root} * root > n)
+        --root;
+    while (u128{root + 1} * (root + 1) <= n)
+        ++root;
+    inexact = u128{root} * root != n;
+    return root;
+}
+U256 square_root(const U256& n, bool& inexact) {
+    mp_limb_t limbs[4], root[2] = {0, 0}, rest[4];
+    const int used = to_limbs(n, limbs);
+    inexact = used != 0 && mpn_sqrtrem(root, rest, limbs, used) != 0;
+    return from_limbs(root, 2);
+}
+
+// ---- Packed words -----------------------------------------------------------
+
+/// Reads a packed integer as a word pattern. Fails (and the caller takes the
+/// exact path) for integers too wide and for bits above the sign, which the
+/// exact path would keep in NaN results and the words would not.
+inline bool read_packed(const QNumber& packed, unsigned sign_bit, std::uint64_t& bits) {
+    return as_word(packed, bits) && (bits >> sign_bit) <= 1;
+}
+inline bool read_packed(const QNumber& packed, unsigned sign_bit, u128& bits) {
+    std::uint64_t low, high;
+    if (!BVNumber::to_words(packed, &low, &high)) return false;
+    bits = u128{high} << 64 | low;
+    return (bits >> sign_bit) <= 1;
+}
+
+inline void write_packed(std::uint64_t bits, QNumber& out) {
+    out = QNumber(static_cast<long>(bits));
+}
+inline void write_packed(u128 bits, QNumber& out) {
+    BVNumber::assign_words(static_cast<std::uint64_t>(bits), static_cast<std::uint64_t>(bits >> 64),
+                           &out);
+}
+
+/// The formats of the word paths. With at most 32 exponent bits no exponent
+/// sum, difference or biased exponent comes near the limits of a signed
+/// word. One-word formats keep the sign below bit 63 (the small form of
+/// QNumber) and a square root's radicand of 2m + 6 bits within 128 bits with
+/// room for its correction; two-word formats are those up to 128 bits.
+enum class WordPath { none, one_word, two_words };
+
+WordPath word_path(format f) {
+    const unsigned long e = f.exponent_width, m = f.mantissa_width;
+    if (e < 2 || e > 32) return WordPath::none;
+    if (m <= 60 && e + m + 1 <= 63) return WordPath::one_word;
+    if (e + m + 1 <= 128) return WordPath::two_words;
+    return WordPath::none;
+}
+
+/// The constants of a format, for packed integers of type Bits.
+template <class Bits>
+struct WordFormat {
+    unsigned m;        ///< mantissa width
+    unsigned sign_bit; ///< e + m
+    long bias;         ///< 2^(e-1) - 1
+    long max_field;    ///< 2^e - 1, the exponent field of infinities and NaNs
+
+    explicit WordFormat(format f)
+        : m(static_cast<unsigned>(f.mantissa_width)),
+          sign_bit(static_cast<unsigned>(f.exponent_width + f.mantissa_width)),
+          bias((long{1} << (f.exponent_width - 1)) - 1),
+          max_field((long{1} << f.exponent_width) - 1) {}
+
+    Bits sign_mask() const { return Bits{1} << sign_bit; }
+    Bits mantissa_mask() const { return (Bits{1} << m) - 1; }
+    Bits signed_zero(bool negative) const { return negative ? sign_mask() : Bits{0}; }
+    Bits inf(bool negative) const {
+        return static_cast<Bits>(max_field) << m | signed_zero(negative);
+    }
+    /// The library NaN: sign 1, exponent field all ones, mantissa field 1.
+    Bits nan() const { return inf(true) | 1; }
+};
+
+/// One operand: its packed bits, its class and, when finite, the exact
+/// significand and exponent of (-1)^sign * sig * 2^(exp - m).
+template <class Bits>
+struct WordOperand {
+    Bits bits;
+    bool sign, nan, inf, zero;
+    long exp;
+    Bits sig;
+};
+
+template <class Bits>
+[[gnu::always_inline]] inline WordOperand<Bits> unpack(const WordFormat<Bits>& wf, Bits bits) {
+    WordOperand<Bits> o;
+    o.bits = bits;
+    o.sign = ((bits >> wf.sign_bit) & 1) != 0;
+    const auto field = static_cast<long>((bits & (wf.sign_mask() - 1)) >> wf.m);
+    const Bits mantissa = bits & wf.mantissa_mask();
+    o.nan = field == wf.max_field && mantissa != 0;
+    o.inf = field == wf.max_field && mantissa == 0;
+    o.zero = field == 0 && mantissa == 0;
+    o.exp = field == 0 ? 1 - wf.bias : field - wf.bias;
+    o.sig = field == 0 ? mantissa : mantissa | Bits{1} << wf.m;
+    return o;
+}
+
+/// Gives a subnormal significand m + 1 bits, lowering its exponent to match.
+template <class Bits>
+void normalise(const WordFormat<Bits>& wf, WordOperand<Bits>& o) {
+    const int shift = static_cast<int>(wf.m) + 1 - bit_length(o.sig);
+    if (shift > 0) {
+        o.sig <<= shift;
+        o.exp -= shift;
+    }
+}
+
+/// Marks a truncated significand as inexact: one more low bit, set.
+template <class Wide>
+[[gnu::always_inline]] inline void append_sticky(Wide& sig, long& exp) {
+    sig = sig << 1 | Wide{1};
+    --exp;
+}
+
+/// The packed bits, sign bit excluded, of (-1)^negative * sig * 2^(exp - m)
+/// rounded to the format under `mode`: the decisions of round_and_pack_float
+/// (normal, subnormal or overflow; round and sticky bits; the carry into the
+/// next binade), taken on words.
+template <class Bits, class Wide>
+[[gnu::always_inline]] inline Bits round_bits(const WordFormat<Bits>& wf, rounding_mode mode,
+                                              bool negative, Wide sig, long exp) {
+    if (sig == Wide{0}) return 0;
+    const long delta = bit_length(sig) - static_cast<long>(wf.m + 1);
+    long biased = exp + delta + wf.bias;
+    bool overflow = biased >= wf.max_field;
+    // A result below the normal range keeps the minimum exponent and loses
+    // the bits below the smallest subnormal.
+    const long shift = biased > 0 ? delta : 1 - wf.bias - exp;
+    exp += shift;
+
+    bool round_bit = false, sticky = false;
+    if (shift < 0) {
+        sig = sig << -shift;
+    } else if (shift > bits_of<Wide>) {
+        sticky = true;
+        sig = Wide{0};
+    } else if (shift > 0) {
+        round_bit = bit_at(sig, shift - 1);
+        sticky = low_bits_set(sig, shift - 1);
+        sig = shift == bits_of<Wide> ? Wide{0} : sig >> shift;
+    }
+
+    if ((round_bit || sticky) && rounds_away(mode, negative, round_bit, sticky, bit_at(sig, 0))) {
+        sig = sig + Wide{1};
+        if (bit_at(sig, wf.m + 1)) { // rounded up to the next power of two
+            if (++biased >= wf.max_field) {
+                overflow = true;
+            } else {
+                ++exp;
+                sig = sig >> 1;
+            }
+        }
+    }
+
+    if (overflow) {
+        const Bits inf = wf.inf(false);
+        return overflow_saturates(mode, negative) ? inf - 1 : inf;
+    }
+    const auto s = static_cast<Bits>(sig);
+    if ((s >> wf.m) & 1) return static_cast<Bits>(exp + wf.bias) << wf.m | (s & wf.mantissa_mask());
+    return s; // subnormal, or zero when everything was shifted out
+}
+
+/// Rounds (-1)^negative * sig * 2^(exp - m) into the packed integer `out`.
+template <class Bits, class Wide>
+[[gnu::always_inline]] inline void round_into(const WordFormat<Bits>& wf, rounding_mode mode,
+                                              bool negative, Wide sig, long exp, QNumber& out) {
+    write_packed(round_bits(wf, mode, negative, sig, exp) | wf.signed_zero(negative), out);
+}
+
+template <class Bits, class Wide>
+void add_sub_words(const WordFormat<Bits>& wf, rounding_mode mode, bool subtract, Bits a_bits,
+                   Bits b_bits, QNumber& out) {
+    WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
+    const bool b_sign = b.sign != subtract;
+
+    if (a.nan) return write_packed(a.bits, out);
+    if (b.nan) return write_packed(b.bits, out);
+    if (a.inf && b.inf) return write_packed(a.sign == b_sign ? a.bits : wf.nan(), out);
+    if (a.inf) return write_packed(a.bits, out);
+    if (b.inf) return write_packed(wf.inf(b_sign), out);
+    if (a.zero && b.zero)
+        return write_packed(a.sign == b_sign ? a.bits : wf.signed_zero(mode == 3), out);
+
+    // A zero addend needs no alignment.
+    if (a.zero) a.exp = b.exp;
+    if (b.zero) b.exp = a.exp;
+
+    // `hi` is the addend with the larger exponent.
+    const bool a_hi = a.exp >= b.exp;
+    const WordOperand<Bits>& hi = a_hi ? a : b;
+    const WordOperand<Bits>& lo = a_hi ? b : a;
+    const bool hi_sign = a_hi ? a.sign : b_sign;
+    const bool lo_sign = a_hi ? b_sign : a.sign;
+    const auto distance = static_cast<unsigned long>(hi.exp - lo.exp);
+    check_alignment_distance(distance);
+
+    Wide sum;
+    long exp;
+    bool negative = hi_sign;
+    if (distance <= wf.m + 3) {
+        // Exact alignment, at most 2m + 4 bits.
+        const Wide hi_sig = Wide{hi.sig} << static_cast<long>(distance);
+        const Wide lo_sig{lo.sig};
+        exp = lo.exp;
+        if (hi_sign == lo_sign) {
+            sum = hi_sig + lo_sig;
+        } else if (hi_sig >= lo_sig) {
+            sum = hi_sig - lo_sig;
+        } else {
+            sum = lo_sig - hi_sig;
+            negative = lo_sign;
+        }
+        // An exact zero sum is +0, or -0 when rounding toward negative.
+        if (sum == Wide{0}) return write_packed(wf.signed_zero(mode == 3), out);
+    } else {
+        // The smaller addend lies below a quarter of an ulp of `hi`, which is
+        // normal since its exponent is above the minimum: in quarter ulps the
+        // sum lies strictly between 4 hi.sig and 4 hi.sig + 1, or between
+        // 4 hi.sig - 1 and 4 hi.sig.
+        sum = Wide{hi.sig} << 2;
+        exp = hi.exp - 2;
+        if (hi_sign != lo_sign) sum = sum - Wide{1};
+        append_sticky(sum, exp);
+    }
+    round_into(wf, mode, negative, sum, exp, out);
+}
+
+template <class Bits, class Wide>
+void mul_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits b_bits,
+               QNumber& out) {
+    const WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
+    const bool negative = a.sign != b.sign;
+
+    if (a.nan) return write_packed(a.bits, out);
+    if (b.nan) return write_packed(b.bits, out);
+    if (a.inf || b.inf) return write_packed(a.zero || b.zero ? wf.nan() : wf.inf(negative), out);
+    round_into(wf, mode, negative, wide_product(a.sig, b.sig),
+               a.exp + b.exp - static_cast<long>(wf.m), out);
+}
+
+template <class Bits, class Wide>
+void div_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits b_bits,
+               QNumber& out) {
+    WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
+    const bool negative = a.sign != b.sign;
+
+    if (a.nan) return write_packed(a.bits, out);
+    if (b.nan) return write_packed(b.bits, out);
+    if (a.zero && b.zero) return write_packed(wf.nan(), out);
+    if (b.zero) return write_packed(wf.inf(negative), out);
+    if (a.inf && b.inf) return write_packed(wf.nan(), out);
+    if (b.inf) return write_packed(wf.signed_zero(negative), out);
+    if (a.inf) return write_packed(wf.inf(negative), out);
+    if (a.zero) return write_packed(wf.signed_zero(negative), out);
+
+    normalise(wf, a);
+    normalise(wf, b);
+    // The exact path divides a.sig * 2^(2m) by b.sig. From m = 2 on, m + 2
+    // extra bits already put the round bit above the sticky bit, so the
+    // shorter dividend rounds the same; below that the exact path's own
+    // quotient is reproduced bit for bit.
+    const unsigned extra = wf.m >= 2 ? wf.m + 2 : 2 * wf.m;
+    long exp = a.exp - b.exp + static_cast<long>(wf.m) - static_cast<long>(extra);
+    bool inexact;
+    Wide quotient;
+    if (sizeof(Bits) == 8 && wf.m + 1 + extra <= 64) {
+        // Narrow formats divide in one machine word.
+        const auto dividend = static_cast<std::uint64_t>(a.sig) << extra;
+        const auto divisor = static_cast<std::uint64_t>(b.sig);
+        quotient = Wide{dividend / divisor};
+        inexact = dividend % divisor != 0;
+    } else {
+        quotient = divide(Wide{a.sig} << static_cast<long>(extra), b.sig, inexact);
+    }
+    if (inexact) append_sticky(quotient, exp);
+    round_into(wf, mode, negative, quotient, exp, out);
+}
+
+template <class Bits, class Wide>
+void sqrt_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits bits, QNumber& out) {
+    WordOperand<Bits> x = unpack(wf, bits);
+    if (x.nan || x.zero) return;
+    if (x.sign) return write_packed(wf.nan(), out);
+    if (x.inf) return;
+
+    normalise(wf, x);
+    // An even exponent halves exactly; an odd one moves a factor 2 into the
+    // significand (floor division, also below zero).
+    const long half = x.exp >> 1;
+    const Bits sig = x.sig << (x.exp & 1);
+    // The root of sig * 2^(m+4) has m + 3 bits, two below the format's.
+    bool inexact;
+    Wide root = square_root(Wide{sig} << static_cast<long>(wf.m + 4), inexact);
+    long exp = half - 2;
+    if (inexact) append_sticky(root, exp);
+    round_into(wf, mode, false, root, exp, out);
+}
+
+/// Converts the pattern `bits` of `from` to `to`, both one-word formats: the
+/// generic conversion of set_format, on words.
+void convert_word(format from, format to, rounding_mode mode, std::uint64_t bits, QNumber& out) {
+    const WordFormat<std::uint64_t> wf_from(from), wf_to(to);
+    const WordOperand<std::uint64_t> x = unpack(wf_from, bits);
+    if (x.nan) return write_packed(wf_to.nan(), out);
+    if (x.inf) return write_packed(wf_to.inf(x.sign), out);
+    if (x.zero) return write_packed(wf_to.signed_zero(x.sign), out);
+    const long exp = x.exp - static_cast<long>(wf_from.m) + static_cast<long>(wf_to.m);
+    round_into(wf_to, mode, x.sign, u128{x.sig}, exp, out);
+}
+
+/// Which operation a word or exact computation performs.
+enum class ArithOp { add, sub, mul, div, sqrt };
+
+/// a := a op b (a := sqrt a) on the words of one path, when both packed
+/// integers read as words; false, with nothing done, otherwise.
+template <class Bits, class Wide>
+bool word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    const WordFormat<Bits> wf(f);
+    Bits a_bits, b_bits;
+    if (!read_packed(a, wf.sign_bit, a_bits)) return false;
+    if (op == ArithOp::sqrt) {
+        sqrt_words<Bits, Wide>(wf, mode, a_bits, a);
+        return true;
+    }
+    if (!read_packed(b, wf.sign_bit, b_bits)) return false;
+    switch (op) {
+    case ArithOp::add:
+    case ArithOp::sub:
+        add_sub_words<Bits, Wide>(wf, mode, op == ArithOp::sub, a_bits, b_bits, a);
+        break;
+    case ArithOp::mul:
+        mul_words<Bits, Wide>(wf, mode, a_bits, b_bits, a);
+        break;
+    default:
+        div_words<Bits, Wide>(wf, mode, a_bits, b_bits, a);
+    }
+    return true;
+}
+
+/// a := a op b on the words of the format's path, if it has one and the
+/// operands read as words.
+inline bool try_word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    switch (word_path(f)) {
+    case WordPath::one_word:
+        return word_op<std::uint64_t, u128>(op, f, mode, a, b);
+    case WordPath::two_words:
+        return word_op<u128, U256>(op, f, mode, a, b);
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+// ===========================================================================
+// Conversion from exact numbers and between formats
+// ===========================================================================
+
+namespace {
+
+/// The format into which every positive integer of `bits` bits converts
+/// exactly, with at least the precision and the exponent width of f: such an
+/// integer is a normal value of it.
+format exact_integer_format(unsigned long bits, format f) {
+    const unsigned long m = std::max(bits, f.mantissa_width);
+    const auto m_bits = static_cast<unsigned long>(64 - __builtin_clzll(m | 1));
+    return {std::max(m_bits, f.exponent_width) + 1, m};
+}
+
+} // namespace
+
+IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode) {
+    if (q.is_integer()) {
+        // The integer N is N * 2^(m - m): significand N, exponent m.
+        IEEEFloat result(f, REPR_GENERIC, mode);
+        TempNumProvider tmp(static_cast<long>(f.mantissa_width));
+        tmp[1] = q;
+        round_and_pack_float(tmp, f, mode, false, tmp[0], tmp[1], *result.value.packed);
+        result.self_specialize_repr(get_best_repr(f));
+        return result;
+    }
+
+    // A proper fraction N/D. N and D each convert exactly into a format wide
+    // enough for them; the quotient is rounded once in the wider of the two
+    // formats and then rounded again into f. This double rounding is part of
+    // the contract: from_number(8/3, (4, 3)) is 2.5, not the nearer 2.75.
+    const bool negative = q.is_negative();
+    QNumber numerator = q.get_num();
+    if (negative) numerator.self_neg();
+    const QNumber denominator = q.get_den();
+    const format num_fmt = exact_integer_format(bit_length(numerator), f);
+    const format den_fmt = exact_integer_format(bit_length(denominator), f);
+
+    IEEEFloat result = from_number(negative ? q.get_num() : numerator, num_fmt, mode);
+    IEEEFloat divisor = from_number(denominator, den_fmt, mode);
+    if (num_fmt.mantissa_width < den_fmt.mantissa_width) result.set_format(den_fmt);
+    if (num_fmt.mantissa_width > den_fmt.mantissa_width) divisor.set_format(num_fmt);
+    const Repr common = get_best_repr(result.fmt);
+    result.self_specialize_repr(common);
+    divisor.self_specialize_repr(common);
+    result /= divisor;
+    result.set_sign(negative);
+    result.set_format(f);
+    return result;
+}
+
+void IEEEFloat::set_format(format new_fmt) {
+    if (new_fmt == fmt) return;
+    const Repr repr = get_repr();
+    if (repr == REPR_FLOAT32 && new_fmt == binary64_format) {
+        value.bits64 = settle_float64(swflt::float32_to_float64(value.bits32));
+        fmt = new_fmt;
+        set_repr(REPR_FLOAT64);
+        return;
+    }
+    if (repr == REPR_FLOAT64 && new_fmt == binary32_format) {
+        const std::uint32_t word = settle_float32(
+            swflt::float64_to_float32(value.bits64, swflt_rounding_code(get_rounding_mode())));
+        value.bits64 = 0;
+        value.bits32 = word;
+        fmt = new_fmt;
+        set_repr(REPR_FLOAT32);
+        return;
+    }
+    if (repr != REPR_GENERIC) self_specialize_repr(REPR_GENERIC);
+
+    const format old_fmt = fmt;
+    const rounding_mode mode = get_rounding_mode();
+    QNumber& packed = *value.packed;
+    std::uint64_t word;
+    if (word_path(old_fmt) == WordPath::one_word && word_path(new_fmt) == WordPath::one_word &&
+        read_packed(packed, static_cast<unsigned>(old_fmt.exponent_width + old_fmt.mantissa_width),
+                    word)) {
+        convert_word(old_fmt, new_fmt, mode, word, packed);
+    } else {
+        TempNumProvider tmp;
+        bool sign, inf, nan, zero;
+        unpack_components(old_fmt, packed, sign, tmp[0], tmp[1], tmp[4]);
+        get_flags(old_fmt, packed, inf, nan, zero);
+        if (nan) {
+            do_make_nan(new_fmt, packed);
+        } else if (inf) {
+            do_make_inf(new_fmt, sign, packed);
+        } else {
+            // M * 2^(E - m) is M * 2^((E - m + m') - m') in the new format.
+            tmp[4] = old_fmt.bias();
+            get_unbiased(old_fmt, tmp[4], tmp[0], tmp[1]);
+            tmp[0] -= static_cast<long>(old_fmt.mantissa_width);
+            tmp[0] += static_cast<long>(new_fmt.mantissa_width);
+            // Zeros come out with the sign flag they are handed, so -0 stays -0.
+            round_and_pack_float(tmp, new_fmt, mode, sign, tmp[0], tmp[1], packed);
+        }
+    }
+    fmt = new_fmt;
+    self_specialize_repr(get_best_repr(new_fmt));
+}
+
+// ===========================================================================
+// Addition, subtraction, multiplication and division
+// ===========================================================================
+
+namespace {
+
+/// Sign and class of one packed operand.
+struct OperandClass {
+    bool sign = false, inf = false, nan = false, zero = false;
+};
+
+/// Splits a packed operand into its biased exponent (slot `slot`) and its
+/// mantissa (slot `slot` + 1), and classifies it.
+OperandClass unpack_operand(TempNumProvider& tmp, format f, const QNumber& packed, int slot) {
+    OperandClass c;
+    unpack_components(f, packed, c.sign, tmp[slot], tmp[slot + 1], tmp[4]);
+    get_flags(f, packed, c.inf, c.nan, c.zero);
+    return c;
+}
+
+/// The difference of the exponents in slots `hi` and `lo`, which the
+/// alignment must shift by.
+unsigned long alignment_distance(TempNumProvider& tmp, int hi, int lo) {
+    QNumber& difference = tmp[5];
+    difference = tmp[hi];
+    difference -= tmp[lo];
+    long d;
+    if (!BVNumber::to_long(difference, &d)) throw_error(precision_limit_message);
+    check_alignment_distance(static_cast<unsigned long>(d));
+    return static_cast<unsigned long>(d);
+}
+
+/// a := a + b (a - b when `subtract`) on packed integers of format f, rounded
+/// under `mode`. The operands may be one object. On an error a is unchanged.
+void add_sub_float(bool subtract, TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a,
+                   const QNumber& b) {
+    const OperandClass ca = unpack_operand(tmp, f, a, 0);
+    const OperandClass cb = unpack_operand(tmp, f, b, 2);
+    const bool sa = ca.sign, sb = cb.sign != subtract;
+    const unsigned long sign_bit = f.exponent_width + f.mantissa_width;
+    const bool toward_negative = mode == IEEEFloat::ROUND_TOWARD_NEGATIVE;
+
+    if (ca.nan) return;
+    if (cb.nan) {
+        a = b;
+        return;
+    }
+    if (ca.inf && cb.inf) {
+        if (sa != sb) do_make_nan(f, a);
+        return;
+    }
+    if (ca.inf) return;
+    if (cb.inf) {
+        a = b;
+        BVNumber::set_bit(a, sign_bit, sb);
+        return;
+    }
+    if (ca.zero && cb.zero) {
+        if (sa != sb) do_make_zero(f, toward_negative, a);
+        return;
+    }
+
+    tmp[4] = f.bias();
+    get_unbiased(f, tmp[4], tmp[0], tmp[1]);
+    get_unbiased(f, tmp[4], tmp[2], tmp[3]);
+    // A zero addend is 0 at any exponent; lending it the other's spares
+    // shifting the other across the exponent range.
+    if (ca.zero) tmp[0] = tmp[2];
+    if (cb.zero) tmp[2] = tmp[0];
+
+    // Exact alignment onto the smaller exponent, which the sum keeps.
+    const int order = cmp(tmp[0], tmp[2]);
+    if (order > 0) {
+        BVNumber::bit_left_shift(tmp[1], alignment_distance(tmp, 0, 2), &tmp[1]);
+        tmp[0] = tmp[2];
+    } else if (order < 0) {
+        BVNumber::bit_left_shift(tmp[3], alignment_distance(tmp, 2, 0), &tmp[3]);
+    }
+
+    if (sa) tmp[1].self_neg();
+    if (sb) tmp[3].self_neg();
+    tmp[1] += tmp[3];
+    bool negative = sa;
+    if (!tmp[1].is_zero()) {
+        negative = tmp[1].is_negative();
+        if (negative) tmp[1].self_neg();
+    }
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], a);
+    // Two values of one format sum to a multiple of the smallest subnormal,
+    // so only an exact zero sum packs to zero: x - x is +0, or -0 when
+    // rounding toward negative.
+    if (BVNumber::scan_bit_1(a, 0) >= sign_bit) do_make_zero(f, toward_negative, a);
+}
+
+void mul_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    const OperandClass ca = unpack_operand(tmp, f, a, 0);
+    const OperandClass cb = unpack_operand(tmp, f, b, 2);
+    const bool negative = ca.sign != cb.sign;
+
+    if (ca.nan) return;
+    if (cb.nan) {
+        a = b;
+        return;
+    }
+    if (ca.inf || cb.inf) {
+        if (ca.zero || cb.zero) return do_make_nan(f, a);
+        if (!ca.inf) a = b;
+        BVNumber::set_bit(a, f.exponent_width + f.mantissa_width, negative);
+        return;
+    }
+
+    // Subnormal factors need no normalising: the product is exact anyway.
+    tmp[4] = f.bias();
+    get_unbiased(f, tmp[4], tmp[0], tmp[1]);
+    get_unbiased(f, tmp[4], tmp[2], tmp[3]);
+    tmp[0] += tmp[2];
+    tmp[0] -= static_cast<long>(f.mantissa_width);
+    tmp[1] *= tmp[3];
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], a);
+}
+
+/// Gives the subnormal significand in slot `sig` m + 1 bits, lowering the
+/// exponent in slot `exp` to match, so that quotients and roots start from
+/// full-width significands.
+void normalise_subnormal(TempNumProvider& tmp, format f, int exp, int sig) {
+    const unsigned long z = BVNumber::count_leading_zeros(tmp[sig], f.mantissa_width) + 1;
+    tmp[exp] -= static_cast<long>(z);
+    BVNumber::bit_left_shift(tmp[sig], z, &tmp[sig]);
+}
+
+/// a := a / b on packed integers of format f, rounded under `mode`.
+///
+/// The quotient of the two (m + 1)-bit significands is taken to 2m or 2m + 1
+/// bits, with one more low 1 bit when the division leaves a remainder; that
+/// bit takes part in rounding only as sticky information. From m = 2 on the
+/// round bit lies above it and the result is correctly rounded. With m = 0
+/// every significand is 1 and every quotient exact. With m = 1 the quotient
+/// 1.0 / 1.1 (binary), 2/3 of a binade, keeps just its two kept bits and the
+/// appended bit, which then reads as a round bit with nothing below it: under
+/// ROUND_NEAREST_EVEN a normal result of that quotient is rounded as a tie,
+/// to the even significand 1.0, where 1.1 is nearer. The directed modes and
+/// every other quotient are correctly rounded.
+void div_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    const OperandClass ca = unpack_operand(tmp, f, a, 0);
+    const OperandClass cb = unpack_operand(tmp, f, b, 2);
+    const bool negative = ca.sign != cb.sign;
+    const unsigned long m = f.mantissa_width;
+
+    if (ca.nan) return;
+    if (cb.nan) {
+        a = b;
+        return;
+    }
+    if (ca.zero && cb.zero) return do_make_nan(f, a);
+    if (cb.zero) return do_make_inf(f, negative, a);
+    if (ca.inf && cb.inf) return do_make_nan(f, a);
+    if (cb.inf) return do_make_zero(f, negative, a);
+    if (ca.inf) return do_make_inf(f, negative, a);
+    if (ca.zero) {
+        if (ca.sign != negative) BVNumber::set_bit(a, f.exponent_width + m, negative);
+        return;
+    }
+
+    // The biased exponent fields still tell the subnormals apart.
+    const bool a_subnormal = tmp[0].is_zero(), b_subnormal = tmp[2].is_zero();
+    tmp[4] = f.bias();
+    get_unbiased(f, tmp[4], tmp[0], tmp[1]);
+    get_unbiased(f, tmp[4], tmp[2], tmp[3]);
+    if (a_subnormal) normalise_subnormal(tmp, f, 0, 1);
+    if (b_subnormal) normalise_subnormal(tmp, f, 2, 3);
+
+    tmp[0] -= tmp[2];
+    tmp[0] -= static_cast<long>(m);
+    BVNumber::bit_left_shift(tmp[1], m, &tmp[1]);
+    BVNumber::bit_left_shift(tmp[1], m, &tmp[1]);
+    tmp[1].divmod(tmp[3], tmp[4], tmp[2]);
+    if (!tmp[2].is_zero()) {
+        tmp[0] -= 1L;
+        BVNumber::bit_left_shift(tmp[4], 1, &tmp[4]);
+        tmp[4] += 1L;
+    }
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[4], a);
+}
+
+/// a := a op b on packed integers of format f, exactly with QNumbers. Kept
+/// out of line so that the word paths' caller stays small.
+[[gnu::noinline]] void exact_op(ArithOp op, format f, rounding_mode mode, QNumber& a,
+                                const QNumber& b) {
+    TempNumProvider tmp;
+    switch (op) {
+    case ArithOp::add:
+        return add_sub_float(false, tmp, f, mode, a, b);
+    case ArithOp::sub:
+        return add_sub_float(true, tmp, f, mode, a, b);
+    case ArithOp::mul:
+        return mul_float(tmp, f, mode, a, b);
+    default:
+        return div_float(tmp, f, mode, a, b);
+    }
+}
+
+/// a := a op b on packed integers of format f: on machine words when the
+/// format and both operands allow it, otherwise exactly.
+void generic_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    if (!try_word_op(op, f, mode, a, b)) exact_op(op, f, mode, a, b);
+}
+
+/// The soft-float code of a value's rounding mode.
+inline int swflt_code(const IEEEFloat& x) {
+    return swflt_rounding_code(x.get_rounding_mode());
+}
+
+} // namespace
+
+IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_add(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_add(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::add, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_sub(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_sub(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::sub, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_mul(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_mul(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::mul, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_div(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_div(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::div, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+// ===========================================================================
+// Square root
+// ===========================================================================
+
+namespace {
+
+/// x := the square root of the packed integer x of format f, rounded under
+/// `mode`. NaNs and zeros stay as they are (so the root of -0 is -0), every
+/// other negative value gives the library NaN.
+void sqrt_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& x) {
+    bool sign, inf, nan, zero;
+    unpack_components(f, x, sign, tmp[0], tmp[1], tmp[4]);
+    get_flags(f, x, inf, nan, zero);
+    if (nan || zero) return;
+    if (sign) return do_make_nan(f, x);
+    if (inf) return;
+
+    const unsigned long m = f.mantissa_width;
+    const bool subnormal = tmp[0].is_zero();
+    tmp[4] = f.bias();
+    get_unbiased(f, tmp[4], tmp[0], tmp[1]);
+    if (subnormal) normalise_subnormal(tmp, f, 0, 1);
+
+    // Halve the exponent, rounding toward minus infinity; an odd exponent
+    // leaves its factor 2 in the significand, so 2^m <= M < 2^(m+2).
+    tmp[0].divmod(QNumber(2L), tmp[5], tmp[6]);
+    tmp[0] = tmp[5];
+    if (!tmp[6].is_zero()) BVNumber::bit_left_shift(tmp[1], 1, &tmp[1]);
+
+    // The integer root of M * 2^(m+4) has m + 3 bits, two more than the
+    // format keeps; a non-zero remainder becomes one more low 1 bit, which
+    // rounds exactly as the irrational rest of the root would.
+    BVNumber::bit_left_shift(tmp[1], m + 4, &tmp[1]);
+    mpz_class radicand = tmp[1].to_mpz(), root, rest;
+    mpz_sqrtrem(root.get_mpz_t(), rest.get_mpz_t(), radicand.get_mpz_t());
+    tmp[1] = QNumber(root);
+    tmp[0] -= 2L;
+    if (rest != 0) {
+        tmp[0] -= 1L;
+        BVNumber::bit_left_shift(tmp[1], 1, &tmp[1]);
+        tmp[1] += 1L;
+    }
+    round_and_pack_float(tmp, f, mode, false, tmp[0], tmp[1], x);
+}
+
+} // namespace
+
+IEEEFloat& IEEEFloat::sqrt() {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 = settle_float32(swflt::float32_sqrt(value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 = settle_float64(swflt::float64_sqrt(value.bits64, swflt_code(*this)));
+        break;
+    default: {
+        const rounding_mode mode = get_rounding_mode();
+        QNumber& packed = *value.packed;
+        if (!try_word_op(ArithOp::sqrt, fmt, mode, packed, packed)) {
+            TempNumProvider tmp;
+            sqrt_float(tmp, fmt, mode, packed);
+        }
+    }
+    }
+    return *this;
+}
+
+// The sections that follow add the comparisons, the conversions to exact
+// numbers and integers, the neighbour steps and the text forms.
 
 } // namespace tarn

@@ -1,0 +1,351 @@
+// tarn's arithmetic, square root and conversions against MPFR emulating the
+// same format (precision m + 1, the format's exponent range, subnormals by
+// mpfr_subnormalize), on the same operands. Both sides start from bit
+// patterns and end with one: tarn builds its values with from_bits and reads
+// the result with get_bits, MPFR decodes the patterns into registers and
+// encodes the result. After the runs a table gives the time of each side and
+// the ratio tarn / MPFR (below 1 means tarn is faster).
+
+#include "tarn/ieeefloat/ieeefloat.h"
+#include "tests/oracle/operands.h"
+#include "tests/oracle/oracle.h"
+
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using tarn::IEEEFloat;
+using tarn::QNumber;
+
+constexpr std::size_t operand_count = 1024;
+constexpr int mode = 0; // nearest-even, the mode of nearly every real computation
+
+struct BenchFormat {
+    const char* name;
+    unsigned e, m;
+    IEEEFloat::Repr repr;
+};
+
+const BenchFormat formats[] = {
+    {"binary16", 5, 10, IEEEFloat::REPR_GENERIC},
+    {"bfloat16", 8, 7, IEEEFloat::REPR_GENERIC},
+    {"fp8(4,3)", 4, 3, IEEEFloat::REPR_GENERIC},
+    {"binary32-generic", 8, 23, IEEEFloat::REPR_GENERIC},
+    {"binary64-generic", 11, 52, IEEEFloat::REPR_GENERIC},
+    {"binary128", 15, 112, IEEEFloat::REPR_GENERIC},
+};
+
+/// The destination of the set_format case: a narrower format, where the
+/// conversion has to round.
+oracle::Format narrower(const BenchFormat& f) {
+    return f.m == 10 && f.e == 5 ? oracle::Format{4, 3} : oracle::Format{5, 10};
+}
+
+/// Operands of one format, prepared once in every form the two sides read.
+struct Operands {
+    std::vector<QNumber> a, b, x, root;
+    std::vector<mpz_class> a_mpz, b_mpz, x_mpz, root_mpz;
+    std::vector<QNumber> rational;
+    std::vector<mpq_class> rational_mpq;
+};
+
+oracle::Operation to_oracle(const std::string& op) {
+    if (op == "add") return oracle::Operation::Add;
+    if (op == "mul") return oracle::Operation::Mul;
+    return oracle::Operation::Div;
+}
+
+/// Finite operands from the edge-biased generator: NaNs and infinities
+/// would make both sides take shortcuts that say nothing about arithmetic.
+Operands make_operands(const BenchFormat& f, const std::string& op) {
+    const oracle::Format of{f.e, f.m};
+    oracle::OperandGenerator gen(of, 42);
+    auto finite = [&](const mpz_class& bits) {
+        const oracle::Kind k = oracle::classify(of, bits);
+        return k != oracle::Kind::NaN && k != oracle::Kind::Infinite;
+    };
+    Operands ops;
+    while (ops.a.size() < operand_count) {
+        const auto [a, b] =
+            gen.pair(op == "sqrt" || op == "convert" ? oracle::Operation::Add : to_oracle(op));
+        if (!finite(a) || !finite(b)) continue;
+        ops.a_mpz.push_back(a);
+        ops.b_mpz.push_back(b);
+        ops.a.emplace_back(a);
+        ops.b.emplace_back(b);
+    }
+    while (ops.root.size() < operand_count) {
+        const mpz_class x = gen.sqrt_operand();
+        if (!finite(x) || oracle::classify(of, x) == oracle::Kind::Zero ||
+            mpz_tstbit(x.get_mpz_t(), f.e + f.m))
+            continue;
+        ops.root_mpz.push_back(x);
+        ops.root.emplace_back(x);
+    }
+    while (ops.rational.size() < operand_count) {
+        const mpq_class q = gen.rational();
+        ops.rational_mpq.push_back(q);
+        ops.rational.emplace_back(q);
+    }
+    return ops;
+}
+
+const Operands& operands_for(const BenchFormat& f, const std::string& op) {
+    static std::map<std::string, Operands> cache;
+    const std::string key = std::string(f.name) + op;
+    auto it = cache.find(key);
+    if (it == cache.end()) it = cache.emplace(key, make_operands(f, op)).first;
+    return it->second;
+}
+
+IEEEFloat decode(const QNumber& bits, const BenchFormat& f) {
+    IEEEFloat x = IEEEFloat::from_bits(bits, {f.e, f.m});
+    x.self_specialize_repr(f.repr);
+    return x;
+}
+
+// ---- tarn ------------------------------------------------------------------
+
+template <class Op>
+void tarn_binary(benchmark::State& state, const BenchFormat& f, const std::string& name, Op op) {
+    const Operands& ops = operands_for(f, name);
+    std::size_t i = 0;
+    for (auto _ : state) {
+        IEEEFloat a = decode(ops.a[i], f);
+        const IEEEFloat b = decode(ops.b[i], f);
+        op(a, b);
+        benchmark::DoNotOptimize(a.get_bits());
+        i = (i + 1) % operand_count;
+    }
+}
+
+void tarn_sqrt(benchmark::State& state, const BenchFormat& f) {
+    const Operands& ops = operands_for(f, "sqrt");
+    std::size_t i = 0;
+    for (auto _ : state) {
+        IEEEFloat x = decode(ops.root[i], f);
+        x.sqrt();
+        benchmark::DoNotOptimize(x.get_bits());
+        i = (i + 1) % operand_count;
+    }
+}
+
+void tarn_from_number(benchmark::State& state, const BenchFormat& f) {
+    const Operands& ops = operands_for(f, "from_number");
+    std::size_t i = 0;
+    for (auto _ : state) {
+        const IEEEFloat x =
+            IEEEFloat::from_number(ops.rational[i], {f.e, f.m}, IEEEFloat::ROUND_NEAREST_EVEN);
+        benchmark::DoNotOptimize(x.get_bits());
+        i = (i + 1) % operand_count;
+    }
+}
+
+void tarn_set_format(benchmark::State& state, const BenchFormat& f) {
+    const Operands& ops = operands_for(f, "convert");
+    const oracle::Format to = narrower(f);
+    std::size_t i = 0;
+    for (auto _ : state) {
+        IEEEFloat x = decode(ops.a[i], f);
+        x.set_format({to.e, to.m});
+        benchmark::DoNotOptimize(x.get_bits());
+        i = (i + 1) % operand_count;
+    }
+}
+
+// ---- MPFR --------------------------------------------------------------------
+
+/// Runs `op(emulator, a, b)` on words where the format fits one, on GMP
+/// integers otherwise, which is how a user of MPFR would hold such values.
+template <class WordOp, class WideOp>
+void mpfr_binary(benchmark::State& state, const BenchFormat& f, const std::string& name,
+                 WordOp word_op, WideOp wide_op) {
+    const Operands& ops = operands_for(f, name);
+    oracle::Emulator em({f.e, f.m});
+    std::size_t i = 0;
+    if (em.format().fits_word()) {
+        std::vector<oracle::Word> a, b;
+        for (std::size_t k = 0; k < operand_count; ++k) {
+            a.push_back(oracle::to_word(ops.a_mpz[k]));
+            b.push_back(oracle::to_word(ops.b_mpz[k]));
+        }
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(word_op(em, a[i], b[i]));
+            i = (i + 1) % operand_count;
+        }
+    } else {
+        mpz_class out;
+        for (auto _ : state) {
+            wide_op(em, out, ops.a_mpz[i], ops.b_mpz[i]);
+            benchmark::DoNotOptimize(out.get_mpz_t());
+            i = (i + 1) % operand_count;
+        }
+    }
+}
+
+void mpfr_sqrt(benchmark::State& state, const BenchFormat& f) {
+    const Operands& ops = operands_for(f, "sqrt");
+    oracle::Emulator em({f.e, f.m});
+    std::size_t i = 0;
+    if (em.format().fits_word()) {
+        std::vector<oracle::Word> x;
+        for (const auto& v : ops.root_mpz)
+            x.push_back(oracle::to_word(v));
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(em.sqrt(x[i], mode));
+            i = (i + 1) % operand_count;
+        }
+    } else {
+        mpz_class out;
+        for (auto _ : state) {
+            em.sqrt(out, ops.root_mpz[i], mode);
+            benchmark::DoNotOptimize(out.get_mpz_t());
+            i = (i + 1) % operand_count;
+        }
+    }
+}
+
+void mpfr_from_number(benchmark::State& state, const BenchFormat& f) {
+    const Operands& ops = operands_for(f, "from_number");
+    oracle::Emulator em({f.e, f.m});
+    std::size_t i = 0;
+    mpz_class out;
+    for (auto _ : state) {
+        if (em.format().fits_word()) {
+            benchmark::DoNotOptimize(em.from_rational(ops.rational_mpq[i], mode));
+        } else {
+            em.from_rational(out, ops.rational_mpq[i], mode);
+            benchmark::DoNotOptimize(out.get_mpz_t());
+        }
+        i = (i + 1) % operand_count;
+    }
+}
+
+void mpfr_set_format(benchmark::State& state, const BenchFormat& f) {
+    const Operands& ops = operands_for(f, "convert");
+    oracle::Converter conv({f.e, f.m}, narrower(f));
+    std::size_t i = 0;
+    if (oracle::Format{f.e, f.m}.fits_word()) {
+        std::vector<oracle::Word> x;
+        for (const auto& v : ops.a_mpz)
+            x.push_back(oracle::to_word(v));
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(conv.convert(x[i], mode));
+            i = (i + 1) % operand_count;
+        }
+    } else {
+        mpz_class out;
+        for (auto _ : state) {
+            conv.convert(out, ops.a_mpz[i], mode);
+            benchmark::DoNotOptimize(out.get_mpz_t());
+            i = (i + 1) % operand_count;
+        }
+    }
+}
+
+// ---- Registration and the ratio table ------------------------------------------
+
+const char* const operations[] = {"add", "mul", "div", "sqrt", "from_number", "set_format"};
+
+void register_all() {
+    for (const BenchFormat& f : formats) {
+        const std::string suffix = std::string("/") + f.name;
+        benchmark::RegisterBenchmark(("tarn/add" + suffix).c_str(), [f](benchmark::State& s) {
+            tarn_binary(s, f, "add", [](IEEEFloat& a, const IEEEFloat& b) { a += b; });
+        });
+        benchmark::RegisterBenchmark(("mpfr/add" + suffix).c_str(), [f](benchmark::State& s) {
+            mpfr_binary(
+                s, f, "add",
+                [](oracle::Emulator& em, oracle::Word a, oracle::Word b) {
+                    return em.add(a, b, mode);
+                },
+                [](oracle::Emulator& em, mpz_class& out, const mpz_class& a, const mpz_class& b) {
+                    em.add(out, a, b, mode);
+                });
+        });
+        benchmark::RegisterBenchmark(("tarn/mul" + suffix).c_str(), [f](benchmark::State& s) {
+            tarn_binary(s, f, "mul", [](IEEEFloat& a, const IEEEFloat& b) { a *= b; });
+        });
+        benchmark::RegisterBenchmark(("mpfr/mul" + suffix).c_str(), [f](benchmark::State& s) {
+            mpfr_binary(
+                s, f, "mul",
+                [](oracle::Emulator& em, oracle::Word a, oracle::Word b) {
+                    return em.mul(a, b, mode);
+                },
+                [](oracle::Emulator& em, mpz_class& out, const mpz_class& a, const mpz_class& b) {
+                    em.mul(out, a, b, mode);
+                });
+        });
+        benchmark::RegisterBenchmark(("tarn/div" + suffix).c_str(), [f](benchmark::State& s) {
+            tarn_binary(s, f, "div", [](IEEEFloat& a, const IEEEFloat& b) { a /= b; });
+        });
+        benchmark::RegisterBenchmark(("mpfr/div" + suffix).c_str(), [f](benchmark::State& s) {
+            mpfr_binary(
+                s, f, "div",
+                [](oracle::Emulator& em, oracle::Word a, oracle::Word b) {
+                    return em.div(a, b, mode);
+                },
+                [](oracle::Emulator& em, mpz_class& out, const mpz_class& a, const mpz_class& b) {
+                    em.div(out, a, b, mode);
+                });
+        });
+        benchmark::RegisterBenchmark(("tarn/sqrt" + suffix).c_str(),
+                                     [f](benchmark::State& s) { tarn_sqrt(s, f); });
+        benchmark::RegisterBenchmark(("mpfr/sqrt" + suffix).c_str(),
+                                     [f](benchmark::State& s) { mpfr_sqrt(s, f); });
+        benchmark::RegisterBenchmark(("tarn/from_number" + suffix).c_str(),
+                                     [f](benchmark::State& s) { tarn_from_number(s, f); });
+        benchmark::RegisterBenchmark(("mpfr/from_number" + suffix).c_str(),
+                                     [f](benchmark::State& s) { mpfr_from_number(s, f); });
+        benchmark::RegisterBenchmark(("tarn/set_format" + suffix).c_str(),
+                                     [f](benchmark::State& s) { tarn_set_format(s, f); });
+        benchmark::RegisterBenchmark(("mpfr/set_format" + suffix).c_str(),
+                                     [f](benchmark::State& s) { mpfr_set_format(s, f); });
+    }
+}
+
+/// Prints the usual console output and keeps every run's time per iteration.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs)
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred)
+                ns_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+    }
+
+    /// The markdown table of tarn against MPFR, one row per operation and format.
+    void print_ratios() const {
+        std::printf("\n| operation | format | tarn ns | MPFR ns | tarn/MPFR |\n");
+        std::printf("|---|---|---:|---:|---:|\n");
+        for (const char* op : operations) {
+            for (const BenchFormat& f : formats) {
+                const std::string tail = std::string(op) + "/" + f.name;
+                const auto t = ns_.find("tarn/" + tail), m = ns_.find("mpfr/" + tail);
+                if (t == ns_.end() || m == ns_.end()) continue;
+                std::printf("| %s | %s | %.1f | %.1f | %.2f |\n", op, f.name, t->second, m->second,
+                            t->second / m->second);
+            }
+        }
+    }
+
+private:
+    std::map<std::string, double> ns_;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    register_all();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.print_ratios();
+    benchmark::Shutdown();
+    return 0;
+}
