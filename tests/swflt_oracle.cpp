@@ -75,10 +75,14 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b) {
     case Op::le:
         truth = x <= y;
         break;
-    // The relational operators signal on quiet NaNs; == does not, so build it from two.
-    case Op::eq:
-        truth = (x <= y) & (y <= x);
+    // The relational operators signal on quiet NaNs; == does not, so build it from two, both
+    // evaluated.
+    case Op::eq: {
+        bool const below = x <= y;
+        bool const above = y <= x;
+        truth = below && above;
         break;
+    }
     case Op::convert:
         break;
     }
