@@ -200,22 +200,30 @@ inline bool exponent_field_zero(const QNumber& packed, format f) {
         BVNumber::set_bit(significand, f.mantissa_width, true);
 }
 
-/// out := exponent * 2^m + significand, with the sign bit set when `sign`.
+/// out := exponent * 2^m + significand, with the sign bit set when `sign`;
+/// out may be the same object as either input.
 /// Nothing is masked, so a significand that still holds its hidden bit
 /// carries one into the exponent field: callers may pass either E + bias with
 /// the bare mantissa or E + bias - 1 with the full significand.
 void pack_float(format f, bool sign, const QNumber& exponent, const QNumber& significand,
                 QNumber& out) {
-    if (&out == &significand) {
-        QNumber sum;
-        BVNumber::bit_left_shift(exponent, f.mantissa_width, &sum);
-        sum += significand;
-        out = sum;
+    const unsigned long m = f.mantissa_width;
+    long high, low;
+    if (m <= 61 && BVNumber::to_long(exponent, &high) && high >= 0 && (high >> (62 - m)) == 0 &&
+        BVNumber::to_long(significand, &low) && low >= 0 && (low >> 62) == 0) {
+        out = QNumber((high << m) + low); // both below 2^62: the sum fits a word
+    } else if (&out == &exponent || &out == &significand) {
+        const QNumber exponent_copy = exponent, significand_copy = significand;
+        pack_float(f, false, exponent_copy, significand_copy, out);
     } else {
-        BVNumber::bit_left_shift(exponent, f.mantissa_width, &out);
+        // A wide pattern is built in out's own storage, which a generic value
+        // keeps from one operation to the next: 2^m, times the exponent, plus
+        // the significand, each in place.
+        BVNumber::pow2(m, &out);
+        out *= exponent;
         out += significand;
     }
-    if (sign) BVNumber::set_bit(out, f.exponent_width + f.mantissa_width, true);
+    if (sign) BVNumber::set_bit(out, f.exponent_width + m, true);
 }
 
 /// out := the library NaN: sign 1, exponent field all ones, mantissa field 1.
@@ -316,12 +324,42 @@ void store_packed(format f, bool negative, std::uint64_t magnitude_bits, QNumber
     if (negative) BVNumber::set_bit(out, sign_bit, true);
 }
 
+/// The last steps of the rounding core for formats whose patterns fit words:
+/// `kept` is the significand already cut to the format's precision, with the
+/// first discarded bit and the sticky bit beside it. `biased` is the biased
+/// exponent of a normal result (above 0 and below the all-ones field); 0 or
+/// below marks a subnormal one, and it is ignored under `overflow`.
+void finish_in_words(format f, rounding_mode mode, bool negative, std::uint64_t kept,
+                     bool round_bit, bool sticky, long biased, bool overflow, QNumber& out) {
+    const unsigned long m = f.mantissa_width;
+    const long max_exponent = (long{1} << f.exponent_width) - 1;
+    if ((round_bit || sticky) && rounds_away(mode, negative, round_bit, sticky, kept & 1)) {
+        ++kept;
+        if (kept >> (m + 1)) { // rounded up to the next power of two
+            kept >>= 1;
+            overflow = overflow || ++biased >= max_exponent;
+        }
+    }
+    std::uint64_t bits;
+    if (overflow) {
+        bits = static_cast<std::uint64_t>(max_exponent) << m;
+        if (overflow_saturates(mode, negative)) --bits;
+    } else if (biased > 0) {
+        // The hidden bit of kept carries one into the exponent field.
+        bits = (static_cast<std::uint64_t>(biased - 1) << m) + kept;
+    } else {
+        // Subnormal, or zero when everything was shifted out; one that rounded
+        // up to 2^m lands on the smallest normal by the same carry.
+        bits = kept;
+    }
+    store_packed(f, negative, bits, out);
+}
+
 /// The rounding core on machine words, for word_rounding_format formats and
-/// exponents within word_exponent_limit. The same steps as the general path
-/// below, with every number in a register.
+/// exponents within word_exponent_limit: the steps of the QNumber path below
+/// with every number in a register.
 void round_and_pack_word(format f, rounding_mode mode, bool negative, long significand,
                          long exponent, QNumber& out) {
-    const unsigned long m = f.mantissa_width;
     std::uint64_t s = static_cast<std::uint64_t>(significand);
     if (significand < 0) {
         s = 0 - s;
@@ -333,14 +371,10 @@ void round_and_pack_word(format f, rounding_mode mode, bool negative, long signi
     }
     const long bias = (long{1} << (f.exponent_width - 1)) - 1;
     const long max_exponent = (long{1} << f.exponent_width) - 1;
-    const long length = 64 - __builtin_clzll(s);
-    const long delta = length - static_cast<long>(m + 1);
-
-    long biased = exponent + delta + bias;
-    bool overflow = biased >= max_exponent;
+    const long delta = 63 - __builtin_clzll(s) - static_cast<long>(f.mantissa_width);
+    const long biased = exponent + delta + bias;
     // A subnormal result keeps the minimum exponent and loses more bits.
     const long shift = biased > 0 ? delta : 1 - bias - exponent;
-    exponent += shift;
 
     bool round_bit = false, sticky = false;
     if (shift < 0) {
@@ -353,32 +387,12 @@ void round_and_pack_word(format f, rounding_mode mode, bool negative, long signi
         sticky = (s & low_mask(static_cast<unsigned long>(shift - 1))) != 0;
         s = shift == 64 ? 0 : s >> shift;
     }
-
-    if ((round_bit || sticky) && rounds_away(mode, negative, round_bit, sticky, s & 1)) {
-        ++s;
-        if (s >> (m + 1)) { // rounded up to the next power of two
-            if (++biased >= max_exponent) {
-                overflow = true;
-            } else {
-                ++exponent;
-                s >>= 1;
-            }
-        }
-    }
-
-    std::uint64_t bits;
-    if (overflow) {
-        bits = static_cast<std::uint64_t>(max_exponent) << m;
-        if (overflow_saturates(mode, negative)) --bits;
-    } else if ((s >> m) & 1) {
-        bits = static_cast<std::uint64_t>(exponent + bias) << m | (s & low_mask(m));
-    } else {
-        bits = s; // subnormal, or zero when everything was shifted out
-    }
-    store_packed(f, negative, bits, out);
+    finish_in_words(f, mode, negative, s, round_bit, sticky, biased, biased >= max_exponent, out);
 }
 
 /// The rounding core on QNumbers, for every format and every size of result.
+/// Formats whose patterns fit words leave it, for finish_in_words, as soon as
+/// the significand has been cut to their precision.
 void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bool negative,
                           QNumber& exponent, QNumber& significand, QNumber& out) {
     const unsigned long m = f.mantissa_width;
@@ -400,9 +414,10 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
     biased += bias;
     scratch = f.max_exponent();
     bool overflow = !(biased < scratch);
+    const bool normal = QNumber(0L) < biased;
 
     long shift = delta;
-    if (!(QNumber(0L) < biased)) {
+    if (!normal) {
         // Subnormal: bring the exponent to the minimum 1 - bias.
         scratch = QNumber(1L);
         scratch -= bias;
@@ -419,6 +434,14 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
         round_bit = BVNumber::test_bit(significand, round_index);
         sticky = BVNumber::scan_bit_1(significand, 0) < round_index;
         BVNumber::bit_right_shift(significand, static_cast<unsigned long>(shift), &significand);
+    }
+
+    long kept, biased_word = 0;
+    if (word_rounding_format(f) && BVNumber::to_long(significand, &kept) &&
+        (overflow || !normal || BVNumber::to_long(biased, &biased_word))) {
+        finish_in_words(f, mode, negative, static_cast<std::uint64_t>(kept), round_bit, sticky,
+                        biased_word, overflow, out);
+        return;
     }
 
     if ((round_bit || sticky) &&
