@@ -112,9 +112,6 @@ constexpr char precision_limit_message[] = "reached limit on float precision";
 // ---------------------------------------------------------------------------
 // The packed codec
 // ---------------------------------------------------------------------------
-//
-// The routines marked maybe_unused here and in the rounding core serve the
-// arithmetic and conversions, which are written in later sections.
 
 /// The two scans that classify a packed integer P of a format (e, m):
 /// `lowest_one` is the index of the lowest 1 bit of P (no_bit for P = 0) and
@@ -157,7 +154,7 @@ inline bool exponent_field_zero(const QNumber& packed, format f) {
 }
 
 /// Classifies a packed integer: at most one of inf, nan and zero is set.
-[[maybe_unused]] void get_flags(format f, const QNumber& packed, bool& inf, bool& nan, bool& zero) {
+void get_flags(format f, const QNumber& packed, bool& inf, bool& nan, bool& zero) {
     const PackedScan scan = scan_packed(packed, f.mantissa_width);
     inf = scan.inf(f);
     nan = scan.nan(f);
@@ -166,8 +163,8 @@ inline bool exponent_field_zero(const QNumber& packed, format f) {
 
 /// Splits a packed integer into its sign, biased exponent field and mantissa
 /// field. `scratch` is working storage and ends holding 2^m - 1.
-[[maybe_unused]] void unpack_components(format f, const QNumber& packed, bool& sign,
-                                        QNumber& exponent, QNumber& mantissa, QNumber& scratch) {
+void unpack_components(format f, const QNumber& packed, bool& sign, QNumber& exponent,
+                       QNumber& mantissa, QNumber& scratch) {
     const unsigned long e = f.exponent_width, m = f.mantissa_width;
     std::uint64_t word;
     if (e <= 62 && m <= 62 && as_word(packed, word)) {
@@ -190,8 +187,7 @@ inline bool exponent_field_zero(const QNumber& packed, format f) {
 /// Turns a biased exponent field and a mantissa field, in place, into the
 /// unbiased exponent E and the integer significand M. Subnormals keep their
 /// short significand and the minimum exponent 1 - bias.
-[[maybe_unused]] void get_unbiased(format f, const QNumber& bias, QNumber& exponent,
-                                   QNumber& significand) {
+void get_unbiased(format f, const QNumber& bias, QNumber& exponent, QNumber& significand) {
     const bool subnormal_or_zero = exponent.is_zero();
     exponent -= bias;
     if (subnormal_or_zero)
@@ -490,9 +486,8 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
 ///
 /// Results whose numbers fit machine words are rounded entirely in registers;
 /// the QNumber path handles everything else with identical results.
-[[maybe_unused]] void round_and_pack_float(TempNumProvider& tmp, format f, rounding_mode mode,
-                                           bool negative, QNumber& exponent, QNumber& significand,
-                                           QNumber& out) {
+void round_and_pack_float(TempNumProvider& tmp, format f, rounding_mode mode, bool negative,
+                          QNumber& exponent, QNumber& significand, QNumber& out) {
     long s, x;
     if (word_rounding_format(f) && BVNumber::to_long(significand, &s) &&
         BVNumber::to_long(exponent, &x) && x > -word_exponent_limit && x < word_exponent_limit) {
@@ -509,7 +504,7 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
 /// The soft-float component's code for a rounding mode. Its order differs
 /// from ours; an invalid mode becomes -1, which the component handles
 /// without an error.
-[[maybe_unused]] inline int swflt_rounding_code(rounding_mode mode) {
+inline int swflt_rounding_code(rounding_mode mode) {
     switch (mode) {
     case IEEEFloat::ROUND_NEAREST_EVEN:
         return 0;
@@ -526,13 +521,13 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
 /// Settles a binary32 result of the component: no exception state outlives
 /// a library operation, and every NaN becomes the component's one NaN so that
 /// results do not depend on operand payloads.
-[[maybe_unused]] inline std::uint32_t settle_float32(std::uint32_t result) {
+inline std::uint32_t settle_float32(std::uint32_t result) {
     swflt::float_exception_flags = 0;
     return swflt::float32_is_nan(result) ? swflt::float32_make_nan() : result;
 }
 
 /// The binary64 twin of settle_float32.
-[[maybe_unused]] inline std::uint64_t settle_float64(std::uint64_t result) {
+inline std::uint64_t settle_float64(std::uint64_t result) {
     swflt::float_exception_flags = 0;
     return swflt::float64_is_nan(result) ? swflt::float64_make_nan() : result;
 }
