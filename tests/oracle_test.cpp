@@ -739,6 +739,43 @@ TEST(OracleByHand, ShortestDecimals) {
     EXPECT_THROW(shortest_decimal(binary32, 0x7FC00000), std::domain_error);
 }
 
+TEST(OracleByHand, NeighboursWalkWholeFormats) {
+    for (Format fmt : {Format{2, 0}, Format{3, 2}, Format{4, 3}}) {
+        // packed_next climbs from the bottom pattern through every pattern once, in
+        // increasing order of value wherever both neighbours are ordered.
+        mpz_class bottom = (mpz_class(1) << fmt.width()) - 1, p = bottom;
+        std::size_t visited = 1;
+        for (mpz_class next; (next = packed_next(fmt, p, true)) != p; p = next, ++visited) {
+            ASSERT_EQ(packed_next(fmt, next, false), p) << describe(fmt, next);
+            int order = compare(fmt, p, next);
+            bool zeros = classify(fmt, p) == Kind::Zero && classify(fmt, next) == Kind::Zero;
+            ASSERT_TRUE(order == -2 || order == (zeros ? 0 : -1)) << describe(fmt, p);
+            if (is_finite(fmt, p) && classify(fmt, p) != Kind::Zero) {
+                ASSERT_EQ(next_representable(fmt, p, !sign_of(fmt, p)),
+                          packed_next(fmt, p, !sign_of(fmt, p)))
+                    << describe(fmt, p);
+                ASSERT_EQ(next_representable(fmt, p, sign_of(fmt, p)),
+                          packed_next(fmt, p, sign_of(fmt, p)))
+                    << describe(fmt, p);
+            }
+        }
+        EXPECT_EQ(visited, std::size_t(1) << fmt.width()) << fmt;
+        EXPECT_EQ(packed_next(fmt, bottom, false), bottom);
+        // Both zeros step to the smallest subnormal of the direction's sign.
+        for (bool negative : {false, true}) {
+            mpz_class zero = make_pattern(fmt, negative, 0, 0);
+            EXPECT_EQ(next_representable(fmt, zero, true), min_pattern(fmt, false)) << fmt;
+            EXPECT_EQ(next_representable(fmt, zero, false), min_pattern(fmt, true)) << fmt;
+            EXPECT_EQ(next_representable(fmt, inf_pattern(fmt, negative), negative),
+                      max_pattern(fmt, negative));
+            EXPECT_EQ(next_representable(fmt, inf_pattern(fmt, negative), !negative),
+                      inf_pattern(fmt, negative));
+        }
+        EXPECT_EQ(next_representable(fmt, min_pattern(fmt, true), true),
+                  make_pattern(fmt, true, 0, 0));
+    }
+}
+
 class DecimalRoundTrip : public ::testing::TestWithParam<Format> {};
 
 TEST_P(DecimalRoundTrip, ShortestDecimalsReadBackToTheSameValue) {

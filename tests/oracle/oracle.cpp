@@ -619,6 +619,21 @@ mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {
     return r;
 }
 
+mpz_class packed_next(Format fmt, const mpz_class& bits, bool up) {
+    // Rank the patterns 0 .. 2^(e+m+1)-1 along the order: negative patterns in
+    // decreasing magnitude below 2^(e+m), positive ones in increasing magnitude above.
+    mpz_class half = pow2(fmt.e + fmt.m), magnitude = bits;
+    bool negative = mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;
+    mpz_clrbit(magnitude.get_mpz_t(), fmt.e + fmt.m);
+    mpz_class rank = negative ? mpz_class(half - 1 - magnitude) : mpz_class(half + magnitude);
+    rank += up ? 1 : -1;
+    if (rank < 0 || rank >= 2 * half) return bits;
+    if (rank >= half) return rank - half;
+    mpz_class r = half - 1 - rank;
+    mpz_setbit(r.get_mpz_t(), fmt.e + fmt.m);
+    return r;
+}
+
 namespace {
 
 mpq_class pow10(long n) {

@@ -29,6 +29,22 @@
 //
 // Supported formats: 2 <= e <= 60 and any m >= 0. Formats outside that range are
 // rejected with std::invalid_argument.
+//
+// Typical use in a differential test:
+//
+//   oracle::Format f{5, 10};
+//   oracle::OperandGenerator gen(f, seed);          // tests/oracle/operands.h
+//   oracle::Emulator emu(f);
+//   auto [a, b] = gen.pair_word(oracle::Operation::Mul);
+//   oracle::Word want = emu.mul(a, b, oracle::TOWARD_ZERO);
+//   if (!oracle::same_result(f, got, want))
+//       FAIL() << oracle::describe(f, got) << " != " << oracle::describe(f, want);
+//
+// and for wide formats the same with mpz_class patterns (gen.pair(...),
+// emu.mul(out, a, b, mode)). As a benchmark baseline, keep one Emulator per format
+// and call its Word or out-parameter methods: neither allocates per call. Measured
+// on the development machines (thread CPU time): about 60 ns per add/mul/div and
+// 45 ns per sqrt on the Word path, 100-125 ns on the packed path for binary128.
 #pragma once
 
 #include <cstdint>
@@ -267,6 +283,14 @@ int compare(Format fmt, const mpz_class& a, const mpz_class& b);
 /// zero of its own sign, the largest finite value steps out to infinity, an infinity
 /// steps inward to the largest finite value or stays, a NaN stays unchanged.
 mpz_class next_representable(Format fmt, const mpz_class& bits, bool up);
+
+/// The adjacent pattern in the order in which the patterns' values and classes run:
+/// negative NaNs (largest payload first), -infinity, the negative finite values, -0,
+/// +0, the positive finite values, +infinity, positive NaNs (smallest payload first).
+/// `up` steps toward the positive end. The two ends of that order (the positive NaN
+/// with every mantissa bit set, and the pattern with every bit set) have no neighbour
+/// beyond them and are returned unchanged.
+mpz_class packed_next(Format fmt, const mpz_class& bits, bool up);
 
 /// The shortest positional decimal numeral that identifies a finite value, as the
 /// library writes it: n digits before the point, where 10^n is the least power of
