@@ -910,6 +910,19 @@ TEST(OperandGenerators, ReachTheHardCases) {
     }
 }
 
+TEST(OperandGenerators, ReachRationalsThatRoundTwiceDifferently) {
+    for (Format fmt : {Format{4, 3}, binary16, binary32, binary64}) {
+        OperandGenerator gen(fmt, 43);
+        int differ = 0;
+        for (int i = 0; i < 2000; ++i) {
+            mpq_class q = gen.rational();
+            differ +=
+                from_number_model(q, fmt, NEAREST_EVEN) != from_rational(q, fmt, NEAREST_EVEN);
+        }
+        EXPECT_GT(differ, 10) << fmt;
+    }
+}
+
 TEST(OperandGenerators, AreReproducibleFromTheirSeed) {
     OperandGenerator first(binary128, 7), second(binary128, 7);
     for (int i = 0; i < 100; ++i) {

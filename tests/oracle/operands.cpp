@@ -468,9 +468,18 @@ mpq_class OperandGenerator::extreme_rational() {
 
 mpq_class OperandGenerator::rational() {
     const long m = fmt_.m;
-    switch (uniform(0, 6)) {
+    switch (uniform(0, 7)) {
     case 0:
         return integer_rational();
+    case 7: {
+        // A numerator a few bits wider than the precision over a small odd
+        // denominator: the first of two roundings keeps only those few extra bits and
+        // so often leaves an exact tie for the second.
+        mpz_class n = random_odd(static_cast<unsigned long>(m + uniform(1, 2)));
+        mpq_class q(n, random_odd(static_cast<unsigned long>(uniform(2, 7))));
+        q.canonicalize();
+        return coin() ? mpq_class(-q) : q;
+    }
     case 1: {
         mpq_class q(mpz_class(uniform(1, 1000)), mpz_class(uniform(1, 1000)));
         q.canonicalize();

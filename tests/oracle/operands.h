@@ -54,8 +54,10 @@ public:
 
     /// A rational for conversion into the format: integers (also wider than the
     /// precision, and integer ties), fractions with small and with wide numerators
-    /// and denominators, values just off a rounding tie, and magnitudes that overflow
-    /// or underflow (kept moderate for formats with very wide exponent fields).
+    /// and denominators, values just off a rounding tie, numerators a few bits wider
+    /// than the precision over small odd denominators (where rounding twice and
+    /// rounding once often differ), and magnitudes that overflow or underflow (kept
+    /// moderate for formats with very wide exponent fields).
     mpq_class rational();
 
     /// @name Word forms (require format().fits_word())

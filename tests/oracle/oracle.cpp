@@ -26,6 +26,11 @@ mpfr_rnd_t to_mpfr_rounding(int mode) {
     }
 }
 
+void require_word(Format fmt) {
+    if (!fmt.fits_word())
+        throw std::logic_error("oracle: " + to_string(fmt) + " patterns do not fit a Word");
+}
+
 // Intermediate results (a decoded operand of another format, a rational) are rounded
 // at the target precision in the widest range MPFR has, and only then brought into
 // the target's range, so that no step sees a value outside the current range.
@@ -293,6 +298,7 @@ void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
 
 template <Emulator::Binary op>
 Word Emulator::binary(Word a, Word b, int mode) {
+    require_word(fmt_);
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     enter_range();
     decode_word(x_, a);
@@ -340,6 +346,7 @@ void Emulator::div(mpz_class& out, const mpz_class& a, const mpz_class& b, int m
 }
 
 Word Emulator::sqrt(Word a, int mode) {
+    require_word(fmt_);
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     enter_range();
     decode_word(x_, a);
@@ -358,6 +365,7 @@ void Emulator::sqrt(mpz_class& out, const mpz_class& a, int mode) {
 }
 
 Word Emulator::from_rational(const mpq_class& q, int mode) {
+    require_word(fmt_);
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     enter_full_range();
     int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
@@ -395,6 +403,8 @@ void Converter::round_source(int mode) {
 }
 
 Word Converter::convert(Word bits, int mode) {
+    require_word(source_.format());
+    require_word(target_.format());
     if (source_.format() == target_.format()) return bits;
     enter_full_range();
     source_.decode_word(src_, bits);

@@ -147,7 +147,7 @@ public:
     /// The emulated format.
     Format format() const { return fmt_; }
 
-    /// @name Word path (requires format().fits_word())
+    /// @name Word path (std::logic_error unless format().fits_word())
     /// Correctly rounded a+b, a-b, a*b, a/b and sqrt(a) under `mode`, IEEE-754 special
     /// cases included (x - x is +0, or -0 toward -infinity; sqrt(-0) is -0; NaN
     /// results are `nan_pattern`).
@@ -215,7 +215,7 @@ public:
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
 
-    /// Word path: both formats must fit a Word.
+    /// Word path: both formats must fit a Word (std::logic_error otherwise).
     Word convert(Word bits, int mode);
     /// Packed path, any widths; `out` may be `bits`.
     void convert(mpz_class& out, const mpz_class& bits, int mode);
