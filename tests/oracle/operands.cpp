@@ -30,11 +30,6 @@ OperandGenerator::OperandGenerator(Format fmt, std::uint64_t seed)
     : fmt_(fmt), seed_(seed), rng_(seed), bias_(0), min_exponent_(0), emulator_(fmt) {
     bias_ = fmt.bias();
     min_exponent_ = 1 - bias_ - static_cast<long>(fmt.m);
-    mpfr_init2(scratch_, 64);
-}
-
-OperandGenerator::~OperandGenerator() {
-    mpfr_clear(scratch_);
 }
 
 long OperandGenerator::uniform(long lo, long hi) {
@@ -99,23 +94,8 @@ long OperandGenerator::random_exponent() {
 mpz_class OperandGenerator::value(bool negative, const mpz_class& sig, long exp2) {
     // Rounded toward zero so that out-of-range requests land on the largest finite
     // value or on zero rather than becoming infinite.
-    mpfr_set_prec(scratch_, static_cast<mpfr_prec_t>(std::max(1UL, bit_length(sig))));
-    mpfr_set_emin(mpfr_get_emin_min());
-    mpfr_set_emax(mpfr_get_emax_max());
-    mpfr_set_z_2exp(scratch_, sig.get_mpz_t(), exp2, MPFR_RNDN);
-    if (negative) mpfr_neg(scratch_, scratch_, MPFR_RNDN);
     mpz_class r;
-    if (mpfr_zero_p(scratch_)) {
-        r = 0;
-    } else {
-        mpfr_t rounded;
-        mpfr_init2(rounded, static_cast<mpfr_prec_t>(fmt_.m) + 1);
-        int t = mpfr_set(rounded, scratch_, MPFR_RNDZ);
-        emulator_.fit_to_format(rounded, t, MPFR_RNDZ);
-        emulator_.encode(r, rounded);
-        mpfr_clear(rounded);
-    }
-    if (negative && mpz_sgn(r.get_mpz_t()) == 0) mpz_setbit(r.get_mpz_t(), fmt_.e + fmt_.m);
+    emulator_.from_scaled(r, negative, sig, exp2, TOWARD_ZERO);
     return r;
 }
 

@@ -25,7 +25,6 @@ class OperandGenerator {
 public:
     /// Throws std::invalid_argument for formats the oracle does not support.
     OperandGenerator(Format fmt, std::uint64_t seed);
-    ~OperandGenerator();
     OperandGenerator(const OperandGenerator&) = delete;
     OperandGenerator& operator=(const OperandGenerator&) = delete;
 
@@ -105,7 +104,6 @@ private:
     long bias_;
     long min_exponent_; // leading-bit exponent of the smallest subnormal
     Emulator emulator_;
-    mpfr_t scratch_;
 };
 
 } // namespace oracle

@@ -1,9 +1,11 @@
 #include "tests/oracle/oracle.h"
 
 #include <algorithm>
+#include <memory>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 static_assert(GMP_NUMB_BITS == 64, "the Word codec reads MPFR significands as 64-bit limbs");
 
@@ -381,6 +383,23 @@ void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode) {
     encode(out, r_);
 }
 
+void Emulator::from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2,
+                           int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    if (mpz_sgn(sig.get_mpz_t()) == 0) {
+        out = 0;
+        if (negative) mpz_setbit(out.get_mpz_t(), fmt_.e + fmt_.m);
+        return;
+    }
+    mpz_ptr signed_sig = sig_.get_mpz_t();
+    mpz_set(signed_sig, sig.get_mpz_t());
+    if (negative) mpz_neg(signed_sig, signed_sig);
+    enter_full_range();
+    int t = mpfr_set_z_2exp(r_, signed_sig, exp2, rnd);
+    fit_to_format(r_, t, rnd);
+    encode(out, r_);
+}
+
 // ---------------------------------------------------------------------------
 // Converter
 // ---------------------------------------------------------------------------
@@ -427,62 +446,87 @@ void Converter::convert(mpz_class& out, const mpz_class& bits, int mode) {
 // Convenience functions
 // ---------------------------------------------------------------------------
 
+namespace {
+
+// Tests call the convenience functions hundreds of thousands of times on a handful of
+// formats; setting up MPFR registers costs several times the operation itself, so
+// each thread keeps the emulators and converters it used last. The most recently
+// used entry is never the one evicted, so two references taken in a row stay valid.
+template <class Engine, class Matches, class Make>
+Engine& recently_used(std::vector<std::unique_ptr<Engine>>& recent, Matches matches, Make make) {
+    auto hit = std::find_if(recent.begin(), recent.end(),
+                            [&](const std::unique_ptr<Engine>& e) { return matches(*e); });
+    if (hit != recent.end()) {
+        std::rotate(hit, hit + 1, recent.end());
+        return *recent.back();
+    }
+    constexpr std::size_t capacity = 16;
+    if (recent.size() == capacity) recent.erase(recent.begin());
+    recent.push_back(make());
+    return *recent.back();
+}
+
+Emulator& emulator_for(Format fmt) {
+    thread_local std::vector<std::unique_ptr<Emulator>> recent;
+    return recently_used(
+        recent, [&](const Emulator& e) { return e.format() == fmt; },
+        [&] { return std::make_unique<Emulator>(fmt); });
+}
+
+Converter& converter_for(Format from, Format to) {
+    thread_local std::vector<std::unique_ptr<Converter>> recent;
+    return recently_used(
+        recent, [&](const Converter& c) { return c.from() == from && c.to() == to; },
+        [&] { return std::make_unique<Converter>(from, to); });
+}
+
+} // namespace
+
 mpz_class add(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
     mpz_class r;
-    Emulator(fmt).add(r, a, b, mode);
+    emulator_for(fmt).add(r, a, b, mode);
     return r;
 }
 
 mpz_class sub(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
     mpz_class r;
-    Emulator(fmt).sub(r, a, b, mode);
+    emulator_for(fmt).sub(r, a, b, mode);
     return r;
 }
 
 mpz_class mul(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
     mpz_class r;
-    Emulator(fmt).mul(r, a, b, mode);
+    emulator_for(fmt).mul(r, a, b, mode);
     return r;
 }
 
 mpz_class div(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
     mpz_class r;
-    Emulator(fmt).div(r, a, b, mode);
+    emulator_for(fmt).div(r, a, b, mode);
     return r;
 }
 
 mpz_class sqrt(Format fmt, const mpz_class& a, int mode) {
     mpz_class r;
-    Emulator(fmt).sqrt(r, a, mode);
+    emulator_for(fmt).sqrt(r, a, mode);
     return r;
 }
 
 mpz_class convert(Format from, const mpz_class& bits, Format to, int mode) {
     mpz_class r;
-    Converter(from, to).convert(r, bits, mode);
+    converter_for(from, to).convert(r, bits, mode);
     return r;
 }
 
 mpz_class from_rational(const mpq_class& q, Format fmt, int mode) {
     mpz_class r;
-    Emulator(fmt).from_rational(r, q, mode);
+    emulator_for(fmt).from_rational(r, q, mode);
     return r;
 }
 
 mpz_class from_scaled(Format fmt, bool negative, const mpz_class& sig, long exp2, int mode) {
-    Emulator target(fmt);
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    mpfr_t exact, rounded;
-    mpfr_init2(exact, static_cast<mpfr_prec_t>(std::max(1UL, bit_length(sig))));
-    mpfr_init2(rounded, static_cast<mpfr_prec_t>(fmt.m) + 1);
-    enter_full_range();
-    mpfr_set_z_2exp(exact, sig.get_mpz_t(), exp2, MPFR_RNDN);
-    if (negative) mpfr_neg(exact, exact, MPFR_RNDN);
-    int t = mpfr_set(rounded, exact, rnd);
-    target.fit_to_format(rounded, t, rnd);
     mpz_class r;
-    target.encode(r, rounded);
-    mpfr_clears(exact, rounded, static_cast<mpfr_ptr>(nullptr));
+    emulator_for(fmt).from_scaled(r, negative, sig, exp2, mode);
     return r;
 }
 
@@ -494,7 +538,8 @@ mpz_class from_number_model(const mpq_class& q, Format fmt, int mode) {
     unsigned long wide_e = std::max(bit_length(wide_m), static_cast<unsigned long>(fmt.e)) + 1;
     Format common{static_cast<unsigned>(wide_e), static_cast<unsigned>(wide_m)};
 
-    Emulator wide(common), target(fmt);
+    Emulator& wide = emulator_for(common);
+    Emulator& target = emulator_for(fmt);
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     mpfr_t first, second;
     mpfr_init2(first, static_cast<mpfr_prec_t>(wide_m) + 1);
@@ -534,7 +579,7 @@ mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long 
     if (kind == Kind::NaN || kind == Kind::Infinite || kind == Kind::Zero) return 0;
     bool valid_mode = mode >= NEAREST_EVEN && mode <= TOWARD_NEGATIVE;
     mpfr_rnd_t rnd = to_mpfr_rounding(valid_mode ? mode : TOWARD_ZERO);
-    Emulator source(fmt);
+    Emulator& source = emulator_for(fmt);
     mpfr_t value, integral;
     mpfr_init2(value, static_cast<mpfr_prec_t>(fmt.m) + 1);
     enter_full_range();
@@ -592,7 +637,7 @@ mpz_class read_decimal(Format fmt, const std::string& numeral) {
 }
 
 int compare(Format fmt, const mpz_class& a, const mpz_class& b) {
-    Emulator source(fmt);
+    Emulator& source = emulator_for(fmt);
     mpfr_t x, y;
     mpfr_inits2(static_cast<mpfr_prec_t>(fmt.m) + 1, x, y, static_cast<mpfr_ptr>(nullptr));
     enter_full_range();
@@ -609,7 +654,7 @@ mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {
     // its neighbour in the format (subnormal spacing is coarser still, and MPFR's
     // infinities step to its own largest finite numbers), so rounding that point
     // outward gives the neighbour, with IEEE-754's signs for zeros.
-    Emulator target(fmt);
+    Emulator& target = emulator_for(fmt);
     mpfr_t point;
     mpfr_init2(point, static_cast<mpfr_prec_t>(fmt.m) + 2);
     enter_full_range();

@@ -169,6 +169,9 @@ public:
     void div(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
     void sqrt(mpz_class& out, const mpz_class& a, int mode);
     void from_rational(mpz_class& out, const mpq_class& q, int mode);
+    /// ±sig × 2^exp2 (sig >= 0, any size) rounded once to the format; a zero sig gives
+    /// the zero of the requested sign.
+    void from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2, int mode);
     /// @}
 
     /// @name Register access for composite references
@@ -215,6 +218,9 @@ public:
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
 
+    Format from() const { return source_.format(); }
+    Format to() const { return target_.format(); }
+
     /// Word path: both formats must fit a Word (std::logic_error otherwise).
     Word convert(Word bits, int mode);
     /// Packed path, any widths; `out` may be `bits`.
@@ -228,7 +234,9 @@ private:
 };
 
 // ---------------------------------------------------------------------------
-// Convenience functions on mpz_class patterns (allocate; fine for tests)
+// Convenience functions on mpz_class patterns. They allocate their result; each
+// thread reuses the emulators of the formats it used last, so they cost little more
+// than the Emulator methods. Safe to call from several threads at once.
 // ---------------------------------------------------------------------------
 
 /// Correctly rounded IEEE-754 operations, as Emulator.
