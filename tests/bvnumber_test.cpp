@@ -63,7 +63,8 @@ void check_outputs(Bits const& x, Op op, mpz_class const& want, bool small,
     ASSERT_TRUE(holds(fresh, mpq_class(want))) << what << " gave " << show(fresh);
     ASSERT_EQ(fresh.is_small(), small) << what;
 
-    QNumber big_out = forced_big(QNumber(9));
+    // A fraction in the output checks that its denominator is replaced too.
+    QNumber big_out = forced_big(QNumber(9, 4));
     op(x.q, &big_out);
     ASSERT_TRUE(holds(big_out, mpq_class(want)) && big_out.is_big()) << what << " into big";
 
@@ -75,7 +76,7 @@ void check_outputs(Bits const& x, Op op, mpz_class const& want, bool small,
 
 TEST(BVNumberProperty, ShiftsAndPowersMatchGmp) {
     std::mt19937_64 rng(kSeed);
-    for (int i = 0; i < scaled(4000); ++i) {
+    for (int i = 0; i < scaled(15000); ++i) {
         Bits const x = random_bits(rng);
         unsigned long const n = random_index(rng);
 
@@ -99,7 +100,7 @@ TEST(BVNumberProperty, ShiftsAndPowersMatchGmp) {
 
 TEST(BVNumberProperty, BitQueriesMatchGmp) {
     std::mt19937_64 rng(kSeed + 1);
-    for (int i = 0; i < scaled(6000); ++i) {
+    for (int i = 0; i < scaled(20000); ++i) {
         Bits const x = random_bits(rng);
         unsigned long const n = random_index(rng);
         std::string const what = describe("query", x, n, i);
@@ -120,7 +121,7 @@ TEST(BVNumberProperty, BitQueriesMatchGmp) {
 
 TEST(BVNumberProperty, InPlaceEditsMatchGmp) {
     std::mt19937_64 rng(kSeed + 2);
-    for (int i = 0; i < scaled(6000); ++i) {
+    for (int i = 0; i < scaled(20000); ++i) {
         Bits const x = random_bits(rng);
         unsigned long const n = random_index(rng);
 
@@ -145,7 +146,7 @@ TEST(BVNumberProperty, InPlaceEditsMatchGmp) {
 
 TEST(BVNumberProperty, BitAndMatchesGmpWithAliasing) {
     std::mt19937_64 rng(kSeed + 3);
-    for (int i = 0; i < scaled(6000); ++i) {
+    for (int i = 0; i < scaled(20000); ++i) {
         Bits const a = random_bits(rng);
         Bits const b = random_bits(rng);
         mpz_class const want = a.v & b.v;

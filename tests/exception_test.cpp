@@ -1,7 +1,6 @@
 #include "tarn/exception/exception.h"
 
 #include <gtest/gtest.h>
-
 #include <string>
 
 namespace {
