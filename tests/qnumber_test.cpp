@@ -427,5 +427,18 @@ TEST(QNumberConversions, RoundTripThroughGmp) {
     EXPECT_EQ(big(-pow2z(70) - 1, 2).to_mpq(), mpq_class(-pow2z(70) - 1, 2));
 }
 
+TEST(QNumberDivisionByZero, ThrowsInEveryForm) {
+    QNumber const big_zero = forced_big(QNumber(0));
+    QNumber q, r;
+    for (QNumber const& zero : {QNumber(0), big_zero}) {
+        EXPECT_THROW(QNumber(1) /= zero, std::domain_error);
+        EXPECT_THROW(forced_big(QNumber(1, 3)) /= zero, std::domain_error);
+        EXPECT_THROW(zero.inv(), std::domain_error);
+        EXPECT_THROW(QNumber(7).divmod(zero, q, r), std::domain_error);
+    }
+    EXPECT_THROW(QNumber(1, 0), std::domain_error);
+    EXPECT_THROW(QNumber(mpz_class(1), mpz_class(0)), std::domain_error);
+}
+
 } // namespace
 } // namespace tarn

@@ -19,7 +19,9 @@ namespace tarn {
 
 /// Static bit-vector operations on integer QNumbers. Operands must be
 /// non-negative integers (to_long accepts any integer); only numerators are
-/// read.
+/// read. A negative operand gives an unspecified value and form, but never
+/// undefined behaviour: the word paths see its two's complement word and the
+/// GMP paths GMP's infinite two's complement.
 class BVNumber {
 public:
     BVNumber() = delete;
@@ -71,7 +73,8 @@ public:
             // Every bit from 63 up of a non-negative word is 0.
             if (start > 63) return start;
             unsigned long const rest = ~static_cast<unsigned long>(q.num_) >> start;
-            return start + static_cast<unsigned long>(__builtin_ctzl(rest));
+            // rest is 0 only for a negative word (outside the contract).
+            return rest == 0 ? no_bit : start + static_cast<unsigned long>(__builtin_ctzl(rest));
         }
         return mpz_scan0(q.big_->num, start);
     }
@@ -114,7 +117,9 @@ public:
         mpz_setbit(out->big_->num, n);
     }
 
-    /// *out = q × 2^n: small whenever the result fits a word, even for a big q.
+    /// *out = q × 2^n: small whenever the result fits a word, even for a big
+    /// q (a big output stays big). A big result is computed in the output's
+    /// own integer, so shifting into a grown output allocates nothing.
     static void bit_left_shift(QNumber const& q, unsigned long n, QNumber* out) {
         if (n == 0) {
             *out = q;
@@ -130,40 +135,33 @@ public:
                 out->assign_long(0);
                 return;
             }
+            // A non-zero word that fails the test above needs bit 63 or higher.
+            out->make_big_integer(); // out may be &q: word was read first
+            mpz_set_si(out->big_->num, static_cast<long>(word));
+            mpz_mul_2exp(out->big_->num, out->big_->num, n);
+            return;
         }
-        // The result needs GMP (or, from a big q, may shrink back to a word).
-        mpz_t product;
-        if (q.is_small())
-            mpz_init_set_si(product, q.num_);
-        else
-            mpz_init_set(product, q.big_->num);
-        mpz_mul_2exp(product, product, n);
-        if (mpz_fits_slong_p(product))
-            out->assign_long(mpz_get_si(product));
-        else
-            *out = QNumber::adopt_big_integer(product);
-        mpz_clear(product);
+        mpz_srcptr const z = q.big_->num;
+        if (out->is_small() && shifted_fits_word(z, n)) {
+            out->assign_long(static_cast<long>(static_cast<unsigned long>(mpz_get_si(z)) << n));
+            return;
+        }
+        out->make_big_integer();
+        mpz_mul_2exp(out->big_->num, z, n);
     }
 
-    /// *out = floor(q / 2^n), in the form of q.
+    /// *out = floor(q / 2^n), in the form of q (a big output stays big).
     static void bit_right_shift(QNumber const& q, unsigned long n, QNumber* out) {
         if (n == 0) {
             *out = q;
             return;
         }
         if (q.is_small()) {
-            out->assign_long(n <= 63 ? q.num_ >> n : 0);
+            out->assign_long(n <= 63 ? q.num_ >> n : (q.num_ < 0 ? -1 : 0));
             return;
         }
-        if (out->is_big()) {
-            // Covers out == &q: GMP shifts in place.
-            mpz_fdiv_q_2exp(out->big_->num, q.big_->num, n);
-            mpz_set_ui(out->big_->den, 1);
-            return;
-        }
-        QNumber r = QNumber::make_big();
-        mpz_fdiv_q_2exp(r.big_->num, q.big_->num, n);
-        *out = std::move(r);
+        out->make_big_integer(); // out may be &q: GMP shifts in place
+        mpz_fdiv_q_2exp(out->big_->num, q.big_->num, n);
     }
 
     /// width minus the bit length of q, or 0 when the bit length exceeds width.
@@ -206,25 +204,21 @@ public:
 
     /// *out = a op b for a symmetric bitwise op, given as a word function
     /// long(long, long) and a GMP function void(mpz_ptr, mpz_srcptr,
-    /// mpz_srcptr). Small when both operands are small, big otherwise.
+    /// mpz_srcptr). Small when both operands are small, big otherwise; a big
+    /// result is computed in the output's own integer.
     template <class F, class G>
     static void bit_op(QNumber const& a, QNumber const& b, F word_op, G gmp_op, QNumber* out) {
         if (a.is_small() && b.is_small()) {
             out->assign_long(word_op(a.num_, b.num_));
             return;
         }
-        mpz_t t;
-        if (a.is_big() && b.is_big()) {
-            mpz_init(t);
-            gmp_op(t, a.big_->num, b.big_->num);
-        } else {
-            QNumber const& small = a.is_small() ? a : b;
-            QNumber const& big = a.is_small() ? b : a;
-            mpz_init_set_si(t, small.num_);
-            gmp_op(t, t, big.big_->num);
-        }
-        *out = QNumber::adopt_big_integer(t);
-        mpz_clear(t);
+        // Views copy a small operand's word, so out may alias either operand.
+        QNumber::WordView a_word;
+        QNumber::WordView b_word;
+        mpz_srcptr const x = a.numerator_in(a_word);
+        mpz_srcptr const y = b.numerator_in(b_word);
+        out->make_big_integer();
+        gmp_op(out->big_->num, x, y);
     }
 
     /// x AND y, the word half of the library's one bit_op.
@@ -264,6 +258,14 @@ public:
         limbs[1] = high;
         mpz_limbs_finish(out->big_->num, high != 0 ? 2 : 1);
         mpz_set_ui(out->big_->den, 1);
+    }
+
+private:
+    /// Whether z × 2^n fits a signed word other than -2^63.
+    static bool shifted_fits_word(mpz_srcptr z, unsigned long n) noexcept {
+        if (mpz_sgn(z) == 0) return true;
+        unsigned long const length = mpz_sizeinbase(z, 2);
+        return n < 63 && length <= 63 - n;
     }
 };
 

@@ -16,6 +16,7 @@
 #include <gmp.h>
 #include <gmpxx.h>
 #include <ostream>
+#include <stdexcept>
 #include <utility>
 
 namespace tarn {
@@ -31,9 +32,11 @@ class BVNumber;
 /// operand gives a big result (the one exception: a big non-integer times a
 /// small 0 gives the small 0). There is no general demotion from big to small.
 ///
-/// Division by zero and zero denominators are outside the contract; the type
-/// does not check for them (GMP aborts on a big-form division by zero, the
-/// word paths trap or misbehave).
+/// Division by zero (`/=`, `/`, `inv()`, `divmod`) and a zero denominator in a
+/// construction throw std::domain_error. The float code never does either;
+/// the check is there because a zero denominator word would otherwise read as
+/// the big-form tag and turn the numerator into a wild pointer, and one
+/// compare per division is cheap next to the gcd work a division does.
 class QNumber {
 public:
     /// Zero, in the small form.
@@ -45,16 +48,18 @@ public:
     }
 
     /// n/d brought to lowest terms with a positive denominator. Held big when
-    /// either word is -2^63 (its magnitude has no small form); d must not be 0.
+    /// either word is -2^63 (its magnitude has no small form); d = 0 throws.
     QNumber(long n, long d) : num_(n), den_(d) {
+        if (d == 0) throw_division_by_zero();
         if (n == LONG_MIN || d == LONG_MIN) become_big_from_words();
         normalize();
     }
 
     /// num/den brought to lowest terms. Small when both parts fit a signed
-    /// 32-bit int, big otherwise (even when they would fit a word); den must
-    /// not be 0.
+    /// 32-bit int, big otherwise (even when they would fit a word); den = 0
+    /// throws.
     QNumber(mpz_class const& num, mpz_class const& den) {
+        if (sgn(den) == 0) throw_division_by_zero();
         if (mpz_fits_sint_p(num.get_mpz_t()) && mpz_fits_sint_p(den.get_mpz_t())) {
             num_ = mpz_get_si(num.get_mpz_t());
             den_ = mpz_get_si(den.get_mpz_t());
@@ -78,6 +83,7 @@ public:
     /// The rational q, brought to lowest terms (q need not be canonical):
     /// small when numerator and denominator fit a word, else big.
     explicit QNumber(mpq_class const& q) : num_(0), den_(1) {
+        if (sgn(q.get_den()) == 0) throw_division_by_zero();
         mpz_srcptr n = q.get_num_mpz_t();
         mpz_srcptr d = q.get_den_mpz_t();
         if (fits_small_word(n) && fits_small_word(d)) {
@@ -198,9 +204,10 @@ public:
         return mul_words(n, 1);
     }
 
-    /// this × (1/other); other must not be 0. A small divisor's reciprocal is
+    /// this × (1/other); other = 0 throws. A small divisor's reciprocal is
     /// formed in words, so small / small never builds a temporary.
     QNumber& operator/=(QNumber const& other) {
+        if (other.is_zero()) throw_division_by_zero();
         if (other.is_small()) {
             long const c = other.num_;
             long const d = other.den_;
@@ -219,9 +226,10 @@ public:
             mpz_neg(big_->num, big_->num);
     }
 
-    /// The reciprocal 1/this; this must not be 0. Small for a small value, big
+    /// The reciprocal 1/this; 0 throws. Small for a small value, big
     /// for a big one.
     QNumber inv() const {
+        if (is_zero()) throw_division_by_zero();
         if (is_small()) return QNumber(den_, num_);
         QNumber r = make_big();
         mpz_set(r.big_->num, big_->den);
@@ -251,11 +259,12 @@ public:
     }
 
     /// Integer division of this by d, both integers (only the numerators are
-    /// read), d not 0: q = floor(this/d) and r = this - q×d, so r is 0 or has
+    /// read), d = 0 throws: q = floor(this/d) and r = this - q×d, so r is 0 or has
     /// the sign of d. With two small operands q and r receive the results in
     /// place (a big q or r stays big); otherwise both become big integers.
     /// q and r must be distinct objects; either may be this or d.
     void divmod(QNumber const& d, QNumber& q, QNumber& r) const {
+        if (d.is_zero()) throw_division_by_zero();
         if (is_small() && d.is_small()) {
             long const a = num_;
             long const b = d.num_;
@@ -345,6 +354,25 @@ private:
         mpz_t z_;
     };
 
+    /// A read-only GMP integer viewing one word, built without allocating:
+    /// how a small operand takes part in a GMP call.
+    class WordView {
+    public:
+        WordView() noexcept = default;
+        WordView(WordView const&) = delete;
+        WordView& operator=(WordView const&) = delete;
+
+        /// Views v; valid until the next call or the end of this view.
+        mpz_srcptr of(long v) noexcept {
+            limb_ = magnitude(v);
+            return mpz_roinit_n(z_, &limb_, v < 0 ? -1 : 1);
+        }
+
+    private:
+        mp_limb_t limb_ = 0;
+        mpz_t z_;
+    };
+
     union {
         long num_;  ///< small form: the numerator
         Pair* big_; ///< big form: the owned heap pair
@@ -353,23 +381,31 @@ private:
 
     // ---- word helpers -------------------------------------------------------
 
+    [[noreturn]] static void throw_division_by_zero() {
+        throw std::domain_error("tarn::QNumber: division by zero");
+    }
+
     static unsigned long magnitude(long x) noexcept {
         return x < 0 ? 0UL - static_cast<unsigned long>(x) : static_cast<unsigned long>(x);
     }
 
     /// gcd of two words, gcd(0, x) = x. Binary gcd on trailing-zero counts:
-    /// the same result as Euclid's algorithm without a division per step.
-    static unsigned long gcd_words(unsigned long a, unsigned long b) noexcept {
-        if (a == 0) return b;
-        if (b == 0) return a;
-        int const shift = __builtin_ctzl(a | b);
-        a >>= __builtin_ctzl(a);
-        do {
-            b >>= __builtin_ctzl(b);
-            if (a > b) std::swap(a, b);
-            b -= a;
-        } while (b != 0);
-        return a << shift;
+    /// the same result as Euclid's algorithm without a division per step. The
+    /// trailing zeros of v - u are those of |v - u|, so the count does not wait
+    /// for the comparison, which keeps the loop's dependency chain short.
+    static unsigned long gcd_words(unsigned long u, unsigned long v) noexcept {
+        if (u == 0) return v;
+        if (v == 0) return u;
+        int const shift = __builtin_ctzl(u | v);
+        u >>= __builtin_ctzl(u);
+        v >>= __builtin_ctzl(v);
+        while (u != v) {
+            unsigned long const diff = v - u;
+            unsigned long const distance = v > u ? diff : u - v;
+            u = v < u ? v : u;
+            v = distance >> __builtin_ctzl(diff);
+        }
+        return u << shift;
     }
 
     // The overflow checks run before the word result is kept, so small words
@@ -724,9 +760,10 @@ private:
     // ---- integer division ---------------------------------------------------
 
     void divmod_big(QNumber const& d, QNumber& q, QNumber& r) const {
-        // Load both numerators before q or r (which may alias them) change.
-        Scratch a_word;
-        Scratch d_word;
+        // Read both numerators before q or r (which may alias them) change;
+        // a view holds its own copy of a small word.
+        WordView a_word;
+        WordView d_word;
         mpz_srcptr const a = numerator_in(a_word);
         mpz_srcptr const b = d.numerator_in(d_word);
         // When q or r is this or d and big, its numerator is read in place by
@@ -736,20 +773,12 @@ private:
         mpz_fdiv_qr(q.big_->num, r.big_->num, a, b);
     }
 
-    /// The numerator as a GMP integer: a big value's own, or the small
-    /// numerator loaded into scratch.
-    mpz_srcptr numerator_in(Scratch& scratch) const {
-        if (is_big()) return big_->num;
-        mpz_set_si(scratch, num_);
-        return scratch;
-    }
+    /// The numerator as a GMP integer: a big value's own, or a view of the
+    /// small numerator.
+    mpz_srcptr numerator_in(WordView& view) const { return is_big() ? big_->num : view.of(num_); }
 
     /// The denominator as a GMP integer, read like numerator_in().
-    mpz_srcptr denominator_in(Scratch& scratch) const {
-        if (is_big()) return big_->den;
-        mpz_set_si(scratch, den_);
-        return scratch;
-    }
+    mpz_srcptr denominator_in(WordView& view) const { return is_big() ? big_->den : view.of(den_); }
 };
 
 // ---- comparison -------------------------------------------------------------
@@ -778,7 +807,7 @@ inline bool operator<(QNumber const& a, QNumber const& b) {
         __extension__ using wide = __int128;
         return static_cast<wide>(a.num_) * b.den_ < static_cast<wide>(b.num_) * a.den_;
     }
-    QNumber::Scratch an, ad, bn, bd;
+    QNumber::WordView an, ad, bn, bd;
     mpz_srcptr const a_num = a.numerator_in(an);
     mpz_srcptr const a_den = a.denominator_in(ad);
     mpz_srcptr const b_num = b.numerator_in(bn);
@@ -864,11 +893,11 @@ inline QNumber operator*(QNumber&& a, QNumber const& b) {
 inline QNumber operator*(QNumber const& a, long n) {
     return QNumber(a) *= n;
 }
-/// n / b; b must not be 0.
+/// n / b; b = 0 throws.
 inline QNumber operator/(long n, QNumber const& b) {
     return QNumber(n) /= b;
 }
-/// a / b; b must not be 0.
+/// a / b; b = 0 throws.
 inline QNumber operator/(QNumber const& a, QNumber const& b) {
     return QNumber(a) /= b;
 }
