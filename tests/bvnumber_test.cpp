@@ -232,6 +232,10 @@ TEST(BVNumberBoundary, FormsOfBuiltValues) {
     BVNumber::bit_left_shift(big_pow2(40), 10, &z); // a big operand whose result fits shrinks
     EXPECT_TRUE(z.is_small() && z == QNumber(1L << 50));
 
+    QNumber zero;
+    BVNumber::bit_left_shift(forced_big(QNumber(0)), 67, &zero); // a big zero shifts to a word
+    EXPECT_TRUE(zero.is_small() && zero.is_zero());
+
     QNumber r;
     BVNumber::bit_right_shift(big_pow2(70), 10, &r);
     EXPECT_TRUE(r.is_big() && r == QNumber(1L << 60));

@@ -143,7 +143,9 @@ public:
         }
         mpz_srcptr const z = q.big_->num;
         if (out->is_small() && shifted_fits_word(z, n)) {
-            out->assign_long(static_cast<long>(static_cast<unsigned long>(mpz_get_si(z)) << n));
+            // A non-zero z that fits has n < 63; a zero stays zero at any n.
+            unsigned long const word = static_cast<unsigned long>(mpz_get_si(z));
+            out->assign_long(word == 0 ? 0 : static_cast<long>(word << n));
             return;
         }
         out->make_big_integer();
