@@ -110,7 +110,9 @@ void run_binary(const Target& t, Operation op, const char* symbol, const Apply& 
     Mismatches mismatches(t.oracle_format());
     for (int mode : oracle::all_modes) {
         for (int i = 0; i < cases; ++i) {
-            const auto [a_bits, b_bits] = gen.pair(op);
+            const auto operands = gen.pair(op);
+            const mpz_class& a_bits = operands.first;
+            const mpz_class& b_bits = operands.second;
             IEEEFloat a = make(t, a_bits, mode);
             const IEEEFloat b = make(t, b_bits, mode);
             apply(a, b);

@@ -41,6 +41,12 @@ IEEEFloat pattern(unsigned long b, Format f, Mode mode = nearest) {
 
 /// Runs `f` and returns the message of the IEEEFloat::error it throws, or
 /// "no error".
+/// "e5m10" for the format (5, 10), as a test name.
+std::string format_name(const ::testing::TestParamInfo<Format>& info) {
+    return "e" + std::to_string(info.param.exponent_width) + "m" +
+           std::to_string(info.param.mantissa_width);
+}
+
 std::string error_of(const std::function<void()>& f) {
     try {
         f();
@@ -77,7 +83,13 @@ INSTANTIATE_TEST_SUITE_P(
                       FromNumberCase{-1, 3, {8, 23}, toward_negative, 0xBEAAAAAB},
                       FromNumberCase{1, 3, {5, 10}, nearest, 0x3555},
                       FromNumberCase{1, 3, {5, 10}, toward_positive, 0x3556},
-                      FromNumberCase{0, 1, {5, 10}, toward_negative, 0}));
+                      FromNumberCase{0, 1, {5, 10}, toward_negative, 0}),
+    [](const ::testing::TestParamInfo<FromNumberCase>& info) {
+        const FromNumberCase& c = info.param;
+        return (c.num < 0 ? "minus" + std::to_string(-c.num) : std::to_string(c.num)) + "_over_" +
+               std::to_string(c.den) + "_e" + std::to_string(c.format.exponent_width) + "m" +
+               std::to_string(c.format.mantissa_width) + "_mode" + std::to_string(c.mode);
+    });
 
 // In the generic representation a NaN operand is the result as it is, with
 // its own sign and payload: the positive NaN 0x7C01 of binary16 stays
@@ -165,7 +177,8 @@ TEST_P(InvalidRoundingMode, FailsOnlyWhenInexact) {
 
 INSTANTIATE_TEST_SUITE_P(Formats, InvalidRoundingMode,
                          ::testing::Values(Format{5, 10}, Format{8, 7}, Format{15, 112},
-                                           Format{11, 60}));
+                                           Format{11, 60}),
+                         format_name);
 
 // Addition aligns significands exactly, so the exponent difference it
 // accepts is bounded (2^26); past it the operation throws and leaves its
@@ -271,6 +284,6 @@ TEST_P(WordAndGenericAgree, OnEveryOperation) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, WordAndGenericAgree,
-                         ::testing::Values(Format{8, 23}, Format{11, 52}));
+                         ::testing::Values(Format{8, 23}, Format{11, 52}), format_name);
 
 } // namespace

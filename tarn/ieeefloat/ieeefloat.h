@@ -197,24 +197,51 @@ public:
 
     // ---- Conversion from exact numbers and between formats ----------------
 
-    /// `q` rounded to `fmt` under `mode`, in get_best_repr(fmt). A non-integer
-    /// rational is divided in a wider intermediate format and so rounded twice.
+    /// `q` rounded to `fmt` under `mode`, in get_best_repr(fmt). An integer is
+    /// rounded once. A fraction N/D is rounded twice: N and D are converted
+    /// exactly into formats wide enough for them, the quotient is rounded in the
+    /// wider of the two (precision max(bitlen N, bitlen D, m) + 1) and that
+    /// value is rounded again into `fmt`. So from_number(8/3, (4, 3)) is 2.5,
+    /// not the nearer 2.75: 8/3 first becomes 2.625, a tie in (4, 3). When N
+    /// and D have at most m bits and the result is normal, only the first
+    /// rounding can be inexact. Throws "bad rounding mode: N" for a mode above
+    /// 3 when a rounding is inexact.
     static IEEEFloat from_number(const QNumber& q, format fmt, rounding_mode mode);
     /// Converts the value in place to `new_fmt`, rounding under its own mode;
-    /// the result is held in get_best_repr(new_fmt).
+    /// the result is held in get_best_repr(new_fmt). NaNs become the library
+    /// NaN of the new format (the soft-float NaN between binary32 and binary64
+    /// words), infinities and zeros keep their sign.
     void set_format(format new_fmt);
 
     // ---- Arithmetic ---------------------------------------------------------
+    //
+    // In the generic representation a NaN operand is the result as it stands
+    // (the first operand's if both are NaNs), sign and payload included; NaNs
+    // made from non-NaN operands are the library NaN. An exact zero sum is +0,
+    // or -0 under ROUND_TOWARD_NEGATIVE. binary32 and binary64 words give the
+    // soft-float component's results, every NaN made its one NaN. A mode above
+    // 3 throws "bad rounding mode: N" only when the result is inexact, and the
+    // operand then keeps its value.
 
-    /// this + other, rounded under this value's mode.
+    /// this + other, rounded under this value's mode. Addition aligns the two
+    /// significands exactly, so the exponent difference it accepts is bounded:
+    /// above 2^26 (possible only in formats with more than 26 exponent bits,
+    /// whose values span 2^e binades) it throws "reached limit on float
+    /// precision" rather than build integers of gigabytes. Adding a zero never
+    /// throws.
     IEEEFloat& operator+=(const IEEEFloat& other);
-    /// this - other, rounded under this value's mode.
+    /// this - other, rounded under this value's mode; bounded like +=.
     IEEEFloat& operator-=(const IEEEFloat& other);
     /// this * other, rounded under this value's mode.
     IEEEFloat& operator*=(const IEEEFloat& other);
-    /// this / other, rounded under this value's mode.
+    /// this / other, rounded under this value's mode. Correctly rounded for
+    /// mantissa widths of 2 or more. With m = 0 every quotient is exact. With
+    /// m = 1 the quotient of significands 1.0 / 1.1 (binary) is taken for a
+    /// tie under ROUND_NEAREST_EVEN and gives 1.0 where 1.1 is nearer (when
+    /// the result is normal); every other case is correctly rounded.
     IEEEFloat& operator/=(const IEEEFloat& other);
-    /// Replaces the value by its square root, rounded under its own mode.
+    /// Replaces the value by its square root, rounded under its own mode. The
+    /// root of -0 is -0; that of any other negative value is a NaN.
     IEEEFloat& sqrt();
 
     // ---- Conversion to exact numbers and integers ---------------------------
