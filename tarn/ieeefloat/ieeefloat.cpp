@@ -977,10 +977,13 @@ bool low_bits_set(const W& v, long n) {
     return (v << (bits_of<W> - n)) != W{0};
 }
 
-inline u128 wide_product(std::uint64_t a, std::uint64_t b) {
-    return u128{a} * b;
+/// The exact product of two significands, in the path's intermediate type.
+template <class Wide, class Bits>
+inline Wide wide_product(Bits a, Bits b) {
+    return Wide{a} * Wide{b};
 }
-inline U256 wide_product(u128 a, u128 b) {
+template <>
+inline U256 wide_product<U256, u128>(u128 a, u128 b) {
     const u128 mask = ~std::uint64_t{0};
     const u128 a0 = a & mask, a1 = a >> 64, b0 = b & mask, b1 = b >> 64;
     const u128 low = a0 * b0, mid1 = a0 * b1, mid2 = a1 * b0, high = a1 * b1;
@@ -1008,7 +1011,8 @@ U256 from_limbs(const mp_limb_t* limbs, int count) {
 }
 
 /// floor(n / d), and whether the division leaves a remainder (d > 0).
-inline u128 divide(u128 n, std::uint64_t d, bool& inexact) {
+template <class Wide>
+inline Wide divide(Wide n, std::uint64_t d, bool& inexact) {
     inexact = n % d != 0;
     return n / d;
 }
@@ -1037,6 +1041,9 @@ u128 square_root(u128 n, bool& inexact) {
         ++root;
     inexact = u128{root} * root != n;
     return root;
+}
+std::uint64_t square_root(std::uint64_t n, bool& inexact) {
+    return static_cast<std::uint64_t>(square_root(u128{n}, inexact));
 }
 U256 square_root(const U256& n, bool& inexact) {
     mp_limb_t limbs[4], root[2] = {0, 0}, rest[4];
@@ -1068,19 +1075,28 @@ inline void write_packed(u128 bits, QNumber& out) {
                            &out);
 }
 
-/// The formats of the word paths. With at most 32 exponent bits no exponent
-/// sum, difference or biased exponent comes near the limits of a signed
-/// word. One-word formats keep the sign below bit 63 (the small form of
-/// QNumber) and a square root's radicand of 2m + 6 bits within 128 bits with
-/// room for its correction; two-word formats are those up to 128 bits.
-enum class WordPath { none, one_word, two_words };
+/// The word paths, named by the width of their intermediates. With at most
+/// 32 exponent bits no exponent sum, difference or biased exponent comes near
+/// the limits of a signed word. One-word formats keep the sign below bit 63
+/// (the small form of QNumber); their intermediates (at most 2m + 6 bits, for
+/// a square root's radicand) fit 64 bits up to m = 29 and 128 bits, with room
+/// for the root's correction, up to m = 60. Two-word formats are those of up
+/// to 128 bits, with 256-bit intermediates.
+enum class WordPath { none, wide64, wide128, wide256 };
 
 WordPath word_path(format f) {
     const unsigned long e = f.exponent_width, m = f.mantissa_width;
     if (e < 2 || e > 32) return WordPath::none;
-    if (m <= 60 && e + m + 1 <= 63) return WordPath::one_word;
-    if (e + m + 1 <= 128) return WordPath::two_words;
+    if (m <= 29 && e + m + 1 <= 63) return WordPath::wide64;
+    if (m <= 60 && e + m + 1 <= 63) return WordPath::wide128;
+    if (e + m + 1 <= 128) return WordPath::wide256;
     return WordPath::none;
+}
+
+/// Whether the packed integers of a format are single words.
+bool one_word_format(format f) {
+    const WordPath path = word_path(f);
+    return path == WordPath::wide64 || path == WordPath::wide128;
 }
 
 /// The constants of a format, for packed integers of type Bits.
@@ -1272,7 +1288,7 @@ void mul_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits
     if (a.nan) return write_packed(a.bits, out);
     if (b.nan) return write_packed(b.bits, out);
     if (a.inf || b.inf) return write_packed(a.zero || b.zero ? wf.nan() : wf.inf(negative), out);
-    round_into(wf, mode, negative, wide_product(a.sig, b.sig),
+    round_into(wf, mode, negative, wide_product<Wide>(a.sig, b.sig),
                a.exp + b.exp - static_cast<long>(wf.m), out);
 }
 
@@ -1379,9 +1395,11 @@ bool word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber
 /// operands read as words.
 inline bool try_word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
     switch (word_path(f)) {
-    case WordPath::one_word:
+    case WordPath::wide64:
+        return word_op<std::uint64_t, std::uint64_t>(op, f, mode, a, b);
+    case WordPath::wide128:
         return word_op<std::uint64_t, u128>(op, f, mode, a, b);
-    case WordPath::two_words:
+    case WordPath::wide256:
         return word_op<u128, U256>(op, f, mode, a, b);
     default:
         return false;
@@ -1466,7 +1484,7 @@ void IEEEFloat::set_format(format new_fmt) {
     const rounding_mode mode = get_rounding_mode();
     QNumber& packed = *value.packed;
     std::uint64_t word;
-    if (word_path(old_fmt) == WordPath::one_word && word_path(new_fmt) == WordPath::one_word &&
+    if (one_word_format(old_fmt) && one_word_format(new_fmt) &&
         read_packed(packed, static_cast<unsigned>(old_fmt.exponent_width + old_fmt.mantissa_width),
                     word)) {
         convert_word(old_fmt, new_fmt, mode, word, packed);
