@@ -1860,3 +1860,732 @@ IEEEFloat& IEEEFloat::sqrt() {
 // numbers and integers, the neighbour steps and the text forms.
 
 } // namespace tarn
+
+namespace tarn {
+
+// ===========================================================================
+// Decoding finite values
+// ===========================================================================
+//
+// The exact results, the rounding to integers and the text all start from
+// the same split of a finite value into sign, integer significand M and the
+// weight 2^k of its lowest bit (k = E - m). Patterns that fit a machine word,
+// which covers binary32 and binary64 in every representation and every small
+// generic format, are split with shifts; wider ones go through the packed
+// codec on QNumbers.
+
+namespace {
+
+/// The class of a value as these sections need it.
+enum class ValueClass { zero, finite, infinite, nan };
+
+/// A value split for exact work: (-1)^negative * significand * 2^exponent.
+/// For zeros only `negative` is meaningful.
+struct FiniteParts {
+    bool negative = false;
+    /// The significand is `word` when true, `wide` otherwise.
+    bool in_word = true;
+    std::uint64_t word = 0;
+    mpz_class wide;
+    /// k = E - m, the weight of the lowest significand bit.
+    long exponent = 0;
+    /// The value is a power of two above the lowest binade, so its lower
+    /// neighbour lies at half the spacing of its upper one.
+    bool finer_below = false;
+};
+
+/// Splits a pattern of format (e, m) held in a word (e + m <= 63, e <= 62).
+ValueClass decode_word(std::uint64_t bits, unsigned long e, unsigned long m, FiniteParts& out) {
+    const std::uint64_t mantissa = bits & low_mask(m);
+    const std::uint64_t biased = (bits >> m) & low_mask(e);
+    out.negative = (bits >> (e + m)) & 1;
+    if (biased == low_mask(e)) return mantissa == 0 ? ValueClass::infinite : ValueClass::nan;
+    if (biased == 0 && mantissa == 0) return ValueClass::zero;
+    const long bias = static_cast<long>(low_mask(e - 1));
+    const long unbiased = biased == 0 ? 1 - bias : static_cast<long>(biased) - bias;
+    out.in_word = true;
+    out.word = biased == 0 ? mantissa : mantissa | std::uint64_t{1} << m;
+    out.exponent = unbiased - static_cast<long>(m);
+    out.finer_below = mantissa == 0 && biased >= 2;
+    return ValueClass::finite;
+}
+
+/// Splits a packed integer of any size with the packed codec. Throws the
+/// precision limit when the weight of the lowest bit does not fit a word.
+ValueClass decode_packed(format f, const QNumber& packed, FiniteParts& out) {
+    const unsigned long e = f.exponent_width, m = f.mantissa_width;
+    std::uint64_t word;
+    if (e <= 62 && e + m <= 63 && as_word(packed, word)) return decode_word(word, e, m, out);
+
+    TempNumProvider tmp;
+    QNumber& exponent = tmp[0];
+    QNumber& significand = tmp[1];
+    bool inf, nan, zero;
+    unpack_components(f, packed, out.negative, exponent, significand, tmp[2]);
+    get_flags(f, packed, inf, nan, zero);
+    if (nan) return ValueClass::nan;
+    if (inf) return ValueClass::infinite;
+    if (zero) return ValueClass::zero;
+
+    out.finer_below = significand.is_zero() && QNumber(1L) < exponent;
+    get_unbiased(f, f.bias(), exponent, significand);
+    exponent -= QNumber(static_cast<long>(m));
+    long k;
+    if (!BVNumber::to_long(exponent, &k) || k == LONG_MIN) throw_error(precision_limit_message);
+    out.exponent = k;
+    out.in_word = false;
+    out.wide = significand.to_mpz();
+    return ValueClass::finite;
+}
+
+/// Splits any value: words of the binary32 and binary64 representations are
+/// read with their own layouts, whatever the format says, as the soft-float
+/// component reads them.
+template <class Held>
+ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, FiniteParts& out) {
+    switch (repr) {
+    case IEEEFloat::REPR_FLOAT32:
+        return decode_word(held.bits32, 8, 23, out);
+    case IEEEFloat::REPR_FLOAT64:
+        return decode_word(held.bits64, 11, 52, out);
+    default:
+        return decode_packed(f, *held.packed, out);
+    }
+}
+
+/// The largest |k| for which an exact result is built. A value's exact
+/// rational or decimal needs about |k| bits, so formats with exponent fields
+/// wider than 22 bits could ask for integers of gigabytes from a single
+/// pattern; past this bound the operations that would build such a number
+/// report the precision limit instead. Every value of a format with e <= 22
+/// is within it, binary256 and its kin included.
+constexpr long exact_exponent_limit = long{1} << 22;
+
+/// Throws the precision limit when an exact result of weight 2^k is too large.
+void check_exact_size(long k) {
+    if (k > exact_exponent_limit || k < -exact_exponent_limit) throw_error(precision_limit_message);
+}
+
+} // namespace
+
+// ===========================================================================
+// Comparison
+// ===========================================================================
+//
+// binary32 and binary64 values are compared by the soft-float component.
+// Generic values are compared on their packed integers: for one sign the
+// pattern grows with the magnitude, so after the NaN test only the signs and
+// the pair of zeros need a look before a single integer comparison.
+
+namespace {
+
+/// The order of two generic values neither of which is a NaN: -1, 0 or 1 as a
+/// lies below, on or above b, with +0 and -0 equal.
+int packed_order(format f, const QNumber& a, const QNumber& b) {
+    const unsigned long sign_bit = f.exponent_width + f.mantissa_width;
+    const bool a_negative = BVNumber::test_bit(a, sign_bit);
+    const bool b_negative = BVNumber::test_bit(b, sign_bit);
+    if (a_negative != b_negative) {
+        const unsigned long m = f.mantissa_width;
+        if (scan_packed(a, m).zero(f) && scan_packed(b, m).zero(f)) return 0;
+        return a_negative ? -1 : 1;
+    }
+    const int order = cmp(a, b);
+    return a_negative ? -order : order;
+}
+
+} // namespace
+
+namespace {
+
+/// One comparison of a and b, whose held values are `x` and `y`: on words the
+/// soft-float component's predicate, after which its exception byte is
+/// cleared; on packed integers the order of the two values, which `holds`
+/// turns into the answer. A NaN operand makes every comparison false.
+template <class Held, class Holds>
+bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const Held& y,
+                  std::uint8_t (*on_float32)(std::uint32_t, std::uint32_t),
+                  std::uint8_t (*on_float64)(std::uint64_t, std::uint64_t), Holds holds) {
+    bool result;
+    switch (a.get_repr()) {
+    case IEEEFloat::REPR_FLOAT32:
+        result = on_float32(x.bits32, y.bits32) != 0;
+        break;
+    case IEEEFloat::REPR_FLOAT64:
+        result = on_float64(x.bits64, y.bits64) != 0;
+        break;
+    default:
+        if (a.is_nan() || b.is_nan()) return false;
+        return holds(packed_order(a.get_format(), *x.packed, *y.packed));
+    }
+    swflt::float_exception_flags = 0;
+    return result;
+}
+
+} // namespace
+
+bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
+    return compare_held(a, b, a.value, b.value, swflt::float32_lt, swflt::float64_lt,
+                        [](int order) { return order < 0; });
+}
+
+bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
+    return compare_held(a, b, a.value, b.value, swflt::float32_le, swflt::float64_le,
+                        [](int order) { return order <= 0; });
+}
+
+bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
+    return compare_held(a, b, a.value, b.value, swflt::float32_eq_signaling,
+                        swflt::float64_eq_signaling, [](int order) { return order == 0; });
+}
+
+int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
+    if (a.get_repr() >= IEEEFloat::REPR_GENERIC) {
+        // One pass instead of up to three comparisons: the answers coincide.
+        if (a.is_nan() || b.is_nan()) return -2;
+        return packed_order(a.fmt, *a.value.packed, *b.value.packed);
+    }
+    if (a < b) return -1;
+    if (b < a) return 1;
+    if (a == b) return 0;
+    return -2;
+}
+
+// ===========================================================================
+// Conversion to exact numbers and integers; rounding to integral
+// ===========================================================================
+
+namespace {
+
+/// The exact rational (-1)^negative * significand * 2^exponent. Trailing zero
+/// bits of the significand are moved into the exponent first, which leaves
+/// an odd numerator over a power of two: already in lowest terms.
+QNumber exact_value(const FiniteParts& p) {
+    if (p.in_word) {
+        const int zeros = __builtin_ctzll(p.word);
+        const std::uint64_t odd = p.word >> zeros;
+        const long k = p.exponent + zeros;
+        if (k >= 0 && k <= 62 && (odd >> (62 - k)) == 0) {
+            const long magnitude = static_cast<long>(odd << k);
+            return QNumber(p.negative ? -magnitude : magnitude);
+        }
+        const long numerator = p.negative ? -static_cast<long>(odd) : static_cast<long>(odd);
+        if (k < 0 && k >= -62) return QNumber(numerator, long{1} << -k);
+    }
+    mpz_class numerator = p.in_word ? mpz_class(static_cast<unsigned long>(p.word)) : p.wide;
+    const mp_bitcnt_t zeros = mpz_scan1(numerator.get_mpz_t(), 0);
+    mpz_fdiv_q_2exp(numerator.get_mpz_t(), numerator.get_mpz_t(), zeros);
+    const long k = p.exponent + static_cast<long>(zeros);
+    mpz_class denominator = 1;
+    if (k >= 0)
+        mpz_mul_2exp(numerator.get_mpz_t(), numerator.get_mpz_t(), static_cast<mp_bitcnt_t>(k));
+    else
+        mpz_mul_2exp(denominator.get_mpz_t(), denominator.get_mpz_t(),
+                     static_cast<mp_bitcnt_t>(-k));
+    if (p.negative) numerator = -numerator;
+    return QNumber(numerator, denominator);
+}
+
+/// Whether dropping the fraction of a magnitude rounds it up to the next
+/// integer. Unlike the rounding core, an unknown mode number truncates
+/// instead of failing: integer conversion never raises for the mode.
+bool integer_rounds_up(rounding_mode mode, bool negative, bool round_bit, bool sticky, bool odd) {
+    if (!round_bit && !sticky) return false;
+    switch (mode) {
+    case IEEEFloat::ROUND_NEAREST_EVEN:
+        return round_bit && (sticky || odd);
+    case IEEEFloat::ROUND_TOWARD_POSITIVE:
+        return !negative;
+    case IEEEFloat::ROUND_TOWARD_NEGATIVE:
+        return negative;
+    default:
+        return false;
+    }
+}
+
+/// The value rounded to an integer under `mode`, its magnitude reduced to
+/// its low `width` bits when width is not 0.
+QNumber rounded_integer(const FiniteParts& p, rounding_mode mode, unsigned long width) {
+    const bool word_sized =
+        p.in_word && (p.exponent <= 0 || (p.exponent < 64 && (p.word >> (64 - p.exponent)) == 0));
+    if (word_sized && p.exponent > 0) {
+        std::uint64_t magnitude = p.word << p.exponent;
+        if (width > 0) magnitude &= low_mask(width);
+        QNumber result = integer_from_word(magnitude);
+        if (p.negative) result.self_neg();
+        return result;
+    }
+    if (word_sized) {
+        const unsigned long shift = static_cast<unsigned long>(-p.exponent);
+        const std::uint64_t sig = p.word;
+        const bool round_bit = shift >= 1 && shift <= 64 && ((sig >> (shift - 1)) & 1);
+        const bool sticky = shift >= 2 && (sig & low_mask(shift - 1)) != 0;
+        std::uint64_t magnitude = shift >= 64 ? 0 : sig >> shift;
+        magnitude += integer_rounds_up(mode, p.negative, round_bit, sticky, magnitude & 1);
+        if (width > 0) magnitude &= low_mask(width);
+        QNumber result = integer_from_word(magnitude);
+        if (p.negative) result.self_neg();
+        return result;
+    }
+    if (p.exponent > 0 && width > 0 && static_cast<unsigned long>(p.exponent) >= width)
+        return QNumber(0L); // every kept bit lies below the significand
+    if (p.exponent > 0) check_exact_size(p.exponent);
+    mpz_class magnitude = p.in_word ? mpz_class(static_cast<unsigned long>(p.word)) : p.wide;
+    mpz_ptr z = magnitude.get_mpz_t();
+    if (p.exponent >= 0) {
+        mpz_mul_2exp(z, z, static_cast<mp_bitcnt_t>(p.exponent));
+    } else {
+        const mp_bitcnt_t shift = static_cast<mp_bitcnt_t>(-p.exponent);
+        const bool round_bit = mpz_tstbit(z, shift - 1);
+        const bool sticky = mpz_scan1(z, 0) < shift - 1;
+        mpz_fdiv_q_2exp(z, z, shift);
+        if (integer_rounds_up(mode, p.negative, round_bit, sticky, mpz_odd_p(z)))
+            mpz_add_ui(z, z, 1);
+    }
+    if (width > 0) mpz_fdiv_r_2exp(z, z, width);
+    if (p.negative) mpz_neg(z, z);
+    return QNumber(magnitude);
+}
+
+} // namespace
+
+QNumber IEEEFloat::to_number() const {
+    FiniteParts parts;
+    switch (decode_value(get_repr(), value, fmt, parts)) {
+    case ValueClass::zero:
+        return QNumber(0L);
+    case ValueClass::nan:
+        throw_error("can't convert NaN to a Number");
+    case ValueClass::infinite:
+        throw_error("can't convert infinity to a Number");
+    case ValueClass::finite:
+        break;
+    }
+    check_exact_size(parts.exponent);
+    return exact_value(parts);
+}
+
+QNumber IEEEFloat::to_integer(unsigned long width) const {
+    FiniteParts parts;
+    if (decode_value(get_repr(), value, fmt, parts) != ValueClass::finite) return QNumber(0L);
+    return rounded_integer(parts, get_rounding_mode(), width);
+}
+
+// ===========================================================================
+// Neighbouring values
+// ===========================================================================
+//
+// For one sign, patterns read as unsigned integers run through zero, the
+// subnormals, the normals, infinity and the NaNs in increasing order, so a
+// step is an increment or decrement of the magnitude bits.
+
+namespace {
+
+constexpr std::uint32_t float32_sign_bit = std::uint32_t{1} << 31;
+constexpr std::uint64_t float64_sign_bit = std::uint64_t{1} << 63;
+constexpr std::uint32_t float32_max_finite = 0x7F7FFFFF;
+constexpr std::uint64_t float64_max_finite = 0x7FEFFFFFFFFFFFFF;
+
+/// Steps the magnitude of a word one place away from zero or toward it,
+/// keeping its sign bit.
+template <class Word>
+Word step_magnitude(Word bits, Word sign_bit, bool away) {
+    const Word sign = bits & sign_bit;
+    const Word magnitude = bits & ~sign_bit;
+    return sign | static_cast<Word>(away ? magnitude + 1 : magnitude - 1);
+}
+
+} // namespace
+
+// Stepping inward from an infinity keeps the value's own rounding mode and
+// representation, like every other step: an in-place operation should not
+// change how the value rounds or how it is held.
+void IEEEFloat::next_representable(bool up) {
+    if (is_nan()) return;
+    const bool negative = get_sign();
+    const unsigned long sign_bit = fmt.exponent_width + fmt.mantissa_width;
+    if (is_zero()) {
+        switch (get_repr()) {
+        case REPR_FLOAT32:
+            value.bits32 = 1;
+            break;
+        case REPR_FLOAT64:
+            value.bits64 = 1;
+            break;
+        default:
+            *value.packed = QNumber(1L);
+        }
+        set_sign(!up);
+        return;
+    }
+    if (is_inf()) {
+        if (up != negative) return; // already the end in that direction
+        switch (get_repr()) {
+        case REPR_FLOAT32:
+            value.bits32 = float32_max_finite;
+            break;
+        case REPR_FLOAT64:
+            value.bits64 = float64_max_finite;
+            break;
+        default: {
+            QNumber& packed = *value.packed;
+            BVNumber::pow2(sign_bit, &packed);
+            packed -= 1L;
+            QNumber hidden;
+            BVNumber::pow2(fmt.mantissa_width, &hidden);
+            packed -= hidden;
+        }
+        }
+        set_sign(negative);
+        return;
+    }
+    const bool away = up != negative;
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 = step_magnitude(value.bits32, float32_sign_bit, away);
+        break;
+    case REPR_FLOAT64:
+        value.bits64 = step_magnitude(value.bits64, float64_sign_bit, away);
+        break;
+    default: {
+        QNumber& packed = *value.packed;
+        BVNumber::set_bit(packed, sign_bit, false);
+        packed += away ? 1L : -1L;
+        BVNumber::set_bit(packed, sign_bit, negative);
+    }
+    }
+}
+
+// The order has two ends: the positive NaN with every mantissa bit set at the
+// top and the all-ones pattern at the bottom. Stepping past either leaves the
+// value where it is; plain arithmetic would wrap to a zero in the word
+// representations and grow a bit above the sign in the generic one, a
+// pattern no other operation accepts.
+void IEEEFloat::packed_next(bool up) {
+    const bool negative = get_sign();
+    if (is_zero() && up == negative) {
+        // +0 down gives -0 and -0 up gives +0: the two zeros are two steps.
+        self_zero(!negative);
+        return;
+    }
+    const bool increment = up != negative;
+    const unsigned long sign_bit = fmt.exponent_width + fmt.mantissa_width;
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        if (increment && (value.bits32 & ~float32_sign_bit) == ~float32_sign_bit) return;
+        value.bits32 = increment ? value.bits32 + 1 : value.bits32 - 1;
+        break;
+    case REPR_FLOAT64:
+        if (increment && (value.bits64 & ~float64_sign_bit) == ~float64_sign_bit) return;
+        value.bits64 = increment ? value.bits64 + 1 : value.bits64 - 1;
+        break;
+    default:
+        if (increment && BVNumber::scan_bit_0(*value.packed, 0) >= sign_bit) return;
+        *value.packed += increment ? 1L : -1L;
+    }
+}
+
+// ===========================================================================
+// Text
+// ===========================================================================
+
+namespace {
+
+/// floor(n * log10(2)), or one less, for every 64-bit n; never more. The
+/// 64-bit fixed-point constant lies below log10(2) by less than one unit, so
+/// the product errs by less than |n| units of 2^-64, toward zero. Only a
+/// negative n can thereby land just above an integer it should lie below,
+/// and then the step down is taken.
+long floor_log10_pow2(long n) {
+    __extension__ using wide = __int128;
+    constexpr std::uint64_t log10_2_q64 = 0x4D104D427DE7FBCCULL;
+    const wide product = static_cast<wide>(n) * static_cast<wide>(log10_2_q64);
+    long result = static_cast<long>(product >> 64);
+    const std::uint64_t fraction = static_cast<std::uint64_t>(product);
+    const std::uint64_t magnitude =
+        n < 0 ? 0 - static_cast<std::uint64_t>(n) : static_cast<std::uint64_t>(n);
+    if (n < 0 && fraction <= magnitude) --result;
+    return result;
+}
+
+/// Scratch integers of the digit search, kept per thread so that printing in
+/// a loop stops allocating once the limbs have grown to the largest size met.
+struct DecimalScratch {
+    mpz_t significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den, probe;
+    DecimalScratch() {
+        mpz_inits(significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den,
+                  probe, nullptr);
+    }
+    ~DecimalScratch() {
+        mpz_clears(significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den,
+                   probe, nullptr);
+    }
+    DecimalScratch(const DecimalScratch&) = delete;
+    DecimalScratch& operator=(const DecimalScratch&) = delete;
+};
+
+DecimalScratch& decimal_scratch() {
+    thread_local DecimalScratch scratch;
+    return scratch;
+}
+
+/// Writes the shortest decimal C * 10^j that lies strictly inside the
+/// rounding interval of X = significand * 2^k: the open interval between the
+/// midpoints to X's neighbours, X + 2^k above and X - 2^k below (X - 2^(k-1)
+/// when `finer_below`). Of the two candidates that bracket X at the shortest
+/// length, the nearer wins and an exact tie keeps the lower one. C goes to
+/// `digits` in decimal; j is returned.
+///
+/// Rather than producing one digit at a time, the search starts at a weight
+/// 10^j0 certainly fine enough (10^j0 <= 2^(k-1), narrower than the interval,
+/// so the interval holds a multiple of it) and coarsens the weight while the
+/// interval still holds a multiple of 10^(j0+t). Holding a multiple of a power
+/// of ten implies holding one of every finer power, so the first weight that
+/// fails ends the search. A single exact division at j0 serves every weight:
+/// the low decimal digits of its quotient give the remainder at each one.
+/// For binary64 this is a handful of operations on integers of at most
+/// about 1100 bits, instead of a rational digit loop.
+long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
+    DecimalScratch& s = decimal_scratch();
+    const long j0 = floor_log10_pow2(k - 1);
+
+    // X / 10^j0 = num / den and ulp / 10^j0 = unit / den, where
+    // num = significand * unit and unit, den are products of powers of 2 and 5.
+    const long twos = k - j0;
+    const long fives = -j0;
+    mpz_ui_pow_ui(s.unit, 5, static_cast<unsigned long>(fives > 0 ? fives : 0));
+    if (twos > 0) mpz_mul_2exp(s.unit, s.unit, static_cast<mp_bitcnt_t>(twos));
+    mpz_mul(s.num, s.unit, significand);
+    mpz_ui_pow_ui(s.den, 5, static_cast<unsigned long>(fives < 0 ? -fives : 0));
+    if (twos < 0) mpz_mul_2exp(s.den, s.den, static_cast<mp_bitcnt_t>(-twos));
+    mpz_fdiv_qr(s.quot, s.rem, s.num, s.den);
+
+    // At the weight 10^(j0+t), with lower the multiple at or below X and upper
+    // the next one: below = (X - lower) * den / 10^j0 and
+    // above = (upper - X) * den / 10^j0. The interval reaches unit/2 above X
+    // and unit/2 (unit/4 when finer_below) below it, both ends excluded.
+    const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
+    auto inside_below = [&](mpz_srcptr below) {
+        mpz_mul_2exp(s.probe, below, below_shift);
+        return mpz_cmp(s.probe, s.unit) < 0;
+    };
+    auto inside_above = [&](mpz_srcptr above) {
+        mpz_mul_2exp(s.probe, above, 1);
+        return mpz_cmp(s.probe, s.unit) < 0;
+    };
+    mpz_set(s.below, s.rem);
+    mpz_sub(s.above, s.den, s.rem);
+    bool lower_ok = inside_below(s.below);
+    bool upper_ok = inside_above(s.above);
+    long t = 0;
+    mpz_set_ui(s.power, 1);
+    mpz_set(s.scaled_den, s.den);
+    for (;;) {
+        mpz_mul_ui(s.power, s.power, 10);
+        mpz_mul_ui(s.scaled_den, s.scaled_den, 10);
+        mpz_tdiv_r(s.tail, s.quot, s.power);
+        mpz_mul(s.tail, s.tail, s.den);
+        mpz_add(s.tail, s.tail, s.rem);
+        const bool next_lower_ok = inside_below(s.tail);
+        mpz_sub(s.above, s.scaled_den, s.tail);
+        const bool next_upper_ok = inside_above(s.above);
+        if (!next_lower_ok && !next_upper_ok) break;
+        ++t;
+        lower_ok = next_lower_ok;
+        upper_ok = next_upper_ok;
+        mpz_swap(s.below, s.tail);
+    }
+    // `above` was overwritten by the failed probe; rebuild it for the choice.
+    mpz_divexact_ui(s.scaled_den, s.scaled_den, 10);
+    mpz_sub(s.above, s.scaled_den, s.below);
+    if (t > 0) {
+        mpz_divexact_ui(s.power, s.power, 10);
+        mpz_fdiv_q(s.quot, s.quot, s.power);
+    }
+    const bool take_upper = upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0);
+    if (take_upper) mpz_add_ui(s.quot, s.quot, 1);
+
+    digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
+    mpz_get_str(&digits[0], 10, s.quot);
+    digits.resize(std::char_traits<char>::length(digits.c_str()));
+    return j0 + t;
+}
+
+/// 5^n for n = 0 to 27, the powers that fit a word.
+constexpr std::uint64_t power_of_five(int n) {
+    std::uint64_t p = 1;
+    while (n-- > 0)
+        p *= 5;
+    return p;
+}
+
+/// The search of shortest_decimal on 128-bit words, for the significands and
+/// exponents where every intermediate fits: most binary32 and binary64
+/// values of everyday magnitude (about 1e-10 to 1e25 for binary64). Returns
+/// false, having written nothing, when the value is out of its reach.
+bool shortest_decimal_in_words(std::uint64_t significand, long k, bool finer_below,
+                               std::string& digits, long& exponent) {
+    __extension__ using u128 = unsigned __int128;
+    const long j0 = floor_log10_pow2(k - 1);
+    const long twos = k - j0;
+    const long fives = -j0;
+    if (fives > 27 || fives < -27 || twos > 64 || twos < -64) return false;
+    auto bit_length = [](u128 x) {
+        const auto high = static_cast<std::uint64_t>(x >> 64);
+        const auto low = static_cast<std::uint64_t>(x);
+        return high ? 128 - __builtin_clzll(high) : low ? 64 - __builtin_clzll(low) : 0;
+    };
+    const std::uint64_t unit_odd = fives > 0 ? power_of_five(static_cast<int>(fives)) : 1;
+    const std::uint64_t den_odd = fives < 0 ? power_of_five(static_cast<int>(-fives)) : 1;
+    const long unit_bits = bit_length(unit_odd) + (twos > 0 ? twos : 0);
+    const long den_bits = bit_length(den_odd) + (twos < 0 ? -twos : 0);
+    // num = significand * unit and, at the coarsest weight tried, den * 10^20
+    // and four times the distances must stay below 2^128.
+    // A significand below 2^58 keeps the quotient below 20 * 2^58 < 10^19, so
+    // the coarsest weight worth trying, 10^(j0+19), fits a word.
+    const long significand_bits = bit_length(significand);
+    if (significand_bits > 58 || significand_bits + unit_bits > 124 || den_bits > 56) return false;
+
+    const u128 unit = static_cast<u128>(unit_odd) << (twos > 0 ? twos : 0);
+    const u128 den = static_cast<u128>(den_odd) << (twos < 0 ? -twos : 0);
+    const u128 num = unit * significand;
+    // The quotient is below 20 * 2^58 (see above), so it fits a word; a
+    // power-of-two denominator, the case of every value below 10^16 or so,
+    // divides by shifting.
+    const std::uint64_t quot =
+        static_cast<std::uint64_t>(den_odd == 1 ? num >> (twos < 0 ? -twos : 0) : num / den);
+    const u128 rem = num - static_cast<u128>(quot) * den;
+
+    const int below_shift = finer_below ? 2 : 1;
+    auto inside_below = [&](u128 below) { return (below << below_shift) < unit; };
+    auto inside_above = [&](u128 above) { return (above << 1) < unit; };
+    u128 below = rem;
+    bool lower_ok = inside_below(below);
+    bool upper_ok = inside_above(den - rem);
+    long t = 0;
+    std::uint64_t power = 1;
+    u128 scaled_den = den;
+    while (t < 19) {
+        const std::uint64_t next_power = power * 10;
+        const u128 next_scaled_den = scaled_den * 10;
+        const u128 tail = static_cast<u128>(quot % next_power) * den + rem;
+        const bool next_lower_ok = inside_below(tail);
+        const bool next_upper_ok = inside_above(next_scaled_den - tail);
+        if (!next_lower_ok && !next_upper_ok) break;
+        ++t;
+        power = next_power;
+        scaled_den = next_scaled_den;
+        lower_ok = next_lower_ok;
+        upper_ok = next_upper_ok;
+        below = tail;
+    }
+    const u128 above = scaled_den - below;
+    std::uint64_t chosen = quot / power;
+    if (upper_ok && (!lower_ok || above < below)) ++chosen;
+
+    char buffer[40];
+    char* end = buffer + sizeof buffer;
+    char* p = end;
+    do {
+        *--p = static_cast<char>('0' + static_cast<int>(chosen % 10));
+        chosen /= 10;
+    } while (chosen != 0);
+    digits.assign(p, end);
+    exponent = j0 + t;
+    return true;
+}
+
+/// Appends C * 10^j positionally: zeros after C for j >= 0, otherwise a
+/// point inside C or "0." and leading zeros before it.
+void append_positional(const std::string& digits, long j, std::string& text) {
+    const long length = static_cast<long>(digits.size());
+    if (j >= 0) {
+        text += digits;
+        text.append(static_cast<std::size_t>(j), '0');
+    } else if (length > -j) {
+        text.append(digits, 0, static_cast<std::size_t>(length + j));
+        text += '.';
+        text.append(digits, static_cast<std::size_t>(length + j), std::string::npos);
+    } else {
+        text += "0.";
+        text.append(static_cast<std::size_t>(-j - length), '0');
+        text += digits;
+    }
+}
+
+/// Appends the bits from `top` down to 0 of a pattern, with "_" before the
+/// exponent field and before the mantissa field.
+template <class BitAt>
+void append_grouped_bits(unsigned long e, unsigned long m, BitAt bit_at, std::string& text) {
+    text += '{';
+    for (unsigned long i = e + m + 1; i-- > 0;) {
+        if (i + 1 == e + m || (m > 0 && i + 1 == m)) text += '_';
+        text += bit_at(i) ? '1' : '0';
+    }
+    text += '}';
+}
+
+} // namespace
+
+std::string IEEEFloat::to_float_str() const {
+    if (fmt.exponent_width == 0) return "0";
+    FiniteParts parts;
+    switch (decode_value(get_repr(), value, fmt, parts)) {
+    case ValueClass::nan:
+        throw_error("can't convert NaN to float str");
+    case ValueClass::zero:
+        return parts.negative ? "-0" : "0";
+    case ValueClass::infinite:
+        throw_error("can't convert Infinity to float str");
+    case ValueClass::finite:
+        break;
+    }
+    check_exact_size(parts.exponent);
+    thread_local std::string digits;
+    long j;
+    if (!parts.in_word ||
+        !shortest_decimal_in_words(parts.word, parts.exponent, parts.finer_below, digits, j)) {
+        mpz_srcptr significand = parts.wide.get_mpz_t();
+        if (parts.in_word) {
+            mpz_ptr word = decimal_scratch().significand;
+            mpz_set_ui(word, parts.word);
+            significand = word;
+        }
+        j = shortest_decimal(significand, parts.exponent, parts.finer_below, digits);
+    }
+    std::string text;
+    text.reserve(digits.size() + static_cast<std::size_t>(j < 0 ? 3 - j : j + 1));
+    if (parts.negative) text += '-';
+    append_positional(digits, j, text);
+    return text;
+}
+
+std::string IEEEFloat::to_str() const {
+    const unsigned long e = fmt.exponent_width, m = fmt.mantissa_width;
+    std::string text = "[" + std::to_string(e) + ":" + std::to_string(m) + "]";
+    if (e == 0) return text + "+0{0}";
+    if (is_nan())
+        text += "NaN";
+    else if (is_inf())
+        text += get_sign() ? "-Inf" : "+Inf";
+    else
+        text += to_float_str();
+
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+    case REPR_FLOAT64: {
+        const std::uint64_t word = get_repr() == REPR_FLOAT32 ? value.bits32 : value.bits64;
+        append_grouped_bits(
+            e, m, [word](unsigned long i) { return i < 64 && ((word >> i) & 1); }, text);
+        break;
+    }
+    default: {
+        const QNumber& packed = *value.packed;
+        append_grouped_bits(
+            e, m, [&packed](unsigned long i) { return BVNumber::test_bit(packed, i); }, text);
+    }
+    }
+    return text;
+}
+
+} // namespace tarn
