@@ -1,0 +1,148 @@
+// Comparisons against the order of the exact values, exhaustively over small
+// formats, and agreement of the binary32/binary64 words with the generic path.
+
+#include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/swflt/swflt.h"
+#include "tests/oracle/operands.h"
+#include "tests/oracle/oracle.h"
+#include "tests/value_helpers.h"
+
+#include <gmpxx.h>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+using namespace testing_values;
+using Format = IEEEFloat::format;
+
+/// Where a pattern sits on the extended real line: an infinity, or a finite
+/// value (both zeros give 0). NaNs have no place.
+struct Place {
+    bool nan = false;
+    int infinity = 0; // -1, 0 or +1
+    mpq_class value;
+};
+
+Place place_of(Format f, const mpz_class& bits) {
+    const oracle::Format of = to_oracle(f);
+    Place p;
+    switch (oracle::classify(of, bits)) {
+    case oracle::Kind::NaN:
+        p.nan = true;
+        break;
+    case oracle::Kind::Infinite:
+        p.infinity = mpz_tstbit(bits.get_mpz_t(), f.exponent_width + f.mantissa_width) ? -1 : 1;
+        break;
+    default:
+        p.value = oracle::to_rational(of, bits);
+    }
+    return p;
+}
+
+/// The expected ieee_cmp of two places.
+int expected_order(const Place& a, const Place& b) {
+    if (a.nan || b.nan) return -2;
+    if (a.infinity != b.infinity) return a.infinity < b.infinity ? -1 : 1;
+    if (a.infinity != 0) return 0;
+    return cmp(a.value, b.value) < 0 ? -1 : cmp(a.value, b.value) > 0 ? 1 : 0;
+}
+
+/// Checks all four comparisons of a and b against the expected order.
+void expect_comparisons(const IEEEFloat& a, const IEEEFloat& b, int order) {
+    EXPECT_EQ(a < b, order == -1);
+    EXPECT_EQ(a <= b, order == -1 || order == 0);
+    EXPECT_EQ(a == b, order == 0);
+    EXPECT_EQ(tarn::ieee_cmp(a, b), order);
+}
+
+class ExhaustiveComparison : public testing::TestWithParam<Format> {};
+
+// Every pair of patterns, each NaN payload and both zeros included (from_bits
+// makes every NaN the library NaN, so both operands go through it).
+TEST_P(ExhaustiveComparison, EveryPairFollowsTheExactValues) {
+    const Format f = GetParam();
+    const unsigned long count = 1UL << (f.exponent_width + f.mantissa_width + 1);
+    std::vector<IEEEFloat> values;
+    std::vector<Place> places;
+    for (unsigned long i = 0; i < count; ++i) {
+        values.push_back(make(f, mpz_class(i)));
+        places.push_back(place_of(f, mpz_class(i)));
+    }
+    for (unsigned long i = 0; i < count; ++i) {
+        for (unsigned long j = 0; j < count; ++j) {
+            SCOPED_TRACE(describe(f, i) + " vs " + describe(f, j));
+            expect_comparisons(values[i], values[j], expected_order(places[i], places[j]));
+            if (HasFailure()) return;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(SmallFormats, ExhaustiveComparison,
+                         testing::Values(Format{2, 1}, Format{3, 2}, Format{4, 3}, Format{5, 2},
+                                         Format{2, 4}),
+                         FormatName());
+
+// The chain of (5,10) patterns from -infinity to +infinity, and the special
+// pairs, on a format wide enough that its sign bit needs the big form.
+TEST(Comparison, BigFormPatternsOrderLikeTheirValues) {
+    const Format f{15, 112};
+    const mpz_class one = mpz_class(0x3FFF) << 112;
+    const mpz_class sign = mpz_class(1) << 127;
+    const mpz_class inf = mpz_class(0x7FFF) << 112;
+    const std::vector<mpz_class> ascending = {
+        sign + inf, sign + inf - 1, sign + one + 1, sign + one, sign + 1, sign, 0, 1,
+        one,        one + 1,        inf - 1,        inf};
+    for (std::size_t i = 0; i < ascending.size(); ++i) {
+        for (std::size_t j = 0; j < ascending.size(); ++j) {
+            SCOPED_TRACE(describe(f, ascending[i]) + " vs " + describe(f, ascending[j]));
+            const bool zeros = i >= 5 && i <= 6 && j >= 5 && j <= 6;
+            const int order = zeros ? 0 : i < j ? -1 : i > j ? 1 : 0;
+            expect_comparisons(make(f, ascending[i]), make(f, ascending[j]), order);
+        }
+    }
+    const IEEEFloat nan = make(f, inf + 1);
+    for (const mpz_class& bits : ascending) {
+        expect_comparisons(nan, make(f, bits), -2);
+        expect_comparisons(make(f, bits), nan, -2);
+    }
+}
+
+// The word paths go through the soft-float component; the generic path
+// through the packed integers. Both must agree, the exact order must hold and
+// the component's exception byte must be left clear.
+TEST(Comparison, WordsAgreeWithTheGenericPath) {
+    for (const Format f : {Format{8, 23}, Format{11, 52}}) {
+        const oracle::Format of = to_oracle(f);
+        oracle::OperandGenerator gen(of, 0xC0FFEE + f.mantissa_width);
+        SCOPED_TRACE(testing::Message() << "seed " << gen.seed());
+        const mpz_class sign = mpz_class(1) << (f.exponent_width + f.mantissa_width);
+        for (int i = 0; i < 20000; ++i) {
+            const mpz_class a = gen.operand();
+            mpz_class b;
+            switch (i % 4) {
+            case 0:
+                b = gen.operand();
+                break;
+            case 1:
+                b = a; // equal patterns
+                break;
+            case 2:
+                b = a ^ sign; // opposite signs, both zeros among them
+                break;
+            default:
+                b = a + (i % 8 < 4 ? 1 : -1); // adjacent patterns
+                if (b < 0 || b >= 2 * sign) b = a;
+            }
+            SCOPED_TRACE(oracle::describe(of, a) + " vs " + oracle::describe(of, b));
+            const int order = expected_order(place_of(f, a), place_of(f, b));
+            tarn::swflt::float_exception_flags = 0;
+            expect_comparisons(make(f, a), make(f, b), order);
+            EXPECT_EQ(tarn::swflt::float_exception_flags, 0);
+            expect_comparisons(make(f, a, true), make(f, b, true), order);
+            if (HasFailure()) return;
+        }
+    }
+}
+
+} // namespace
