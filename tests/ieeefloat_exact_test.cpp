@@ -40,7 +40,7 @@ void expect_error(const std::function<void()>& action, const std::string& messag
     }
 }
 
-/// Checks to_number, and to_integer at each width and under each mode,
+/// Checks to_number, to_integer at each width and under each mode, and round,
 /// of one pattern against the oracle.
 void check_pattern(Format f, const mpz_class& bits, bool generic,
                    std::initializer_list<unsigned long> widths) {
@@ -63,6 +63,15 @@ void check_pattern(Format f, const mpz_class& bits, bool generic,
         for (const unsigned long width : widths)
             EXPECT_EQ(x.to_integer(width).to_mpz(), oracle::to_integer(of, held, mode, width))
                 << "width " << width;
+        if (mode > 3) continue;
+        const IEEEFloat r = tarn::round(x);
+        EXPECT_TRUE(oracle::same_result(of, bits_of(r), oracle::round_to_integral(of, held, mode)))
+            << "round gave " << describe(f, bits_of(r));
+        EXPECT_EQ(r.get_rounding_mode(), mode);
+        EXPECT_TRUE(r.get_format() == f);
+        if (kind == oracle::Kind::Subnormal || kind == oracle::Kind::Normal) {
+            EXPECT_EQ(r.get_repr(), IEEEFloat::get_best_repr(f));
+        }
     }
 }
 
@@ -121,6 +130,22 @@ TEST(ExactResults, HandWorkedIntegers) {
         x.set_rounding_mode(static_cast<IEEEFloat::rounding_mode>(c.mode));
         EXPECT_EQ(x.to_integer(c.width), QNumber(c.integer))
             << c.value << " mode " << c.mode << " width " << c.width;
+    }
+}
+
+// A value that rounds to zero keeps its sign; toward +infinity 0.25 gives 1.
+TEST(ExactResults, RoundingToZeroKeepsTheSign) {
+    const std::pair<Format, mpz_class> quarters[] = {{{11, 52}, bits_of(binary64(0.25))},
+                                                     {{5, 10}, mpz_class(0x3400)}};
+    for (const auto& [f, quarter] : quarters) {
+        for (const bool negative : {false, true}) {
+            const mpz_class sign = mpz_class(negative) << (f.exponent_width + f.mantissa_width);
+            IEEEFloat x = make(f, quarter + sign);
+            x.set_rounding_mode(IEEEFloat::ROUND_TOWARD_POSITIVE);
+            const IEEEFloat r = tarn::round(x);
+            EXPECT_EQ(r.get_sign(), negative);
+            EXPECT_EQ(r.is_zero(), negative);
+        }
     }
 }
 

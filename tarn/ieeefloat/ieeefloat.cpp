@@ -1953,17 +1953,17 @@ ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, Finite
     }
 }
 
-/// The largest |k| for which an exact result is built. A value's exact
-/// rational or decimal needs about |k| bits, so formats with exponent fields
-/// wider than 22 bits could ask for integers of gigabytes from a single
-/// pattern; past this bound the operations that would build such a number
-/// report the precision limit instead. Every value of a format with e <= 22
-/// is within it, binary256 and its kin included.
-constexpr long exact_exponent_limit = long{1} << 22;
-
+/// An exact rational or decimal of a value of weight 2^k needs about |k|
+/// bits, so exponent fields wide enough could ask for integers of gigabytes
+/// from a single pattern. The same bound as for the alignment of addition
+/// applies: past |k| = 2^26 (an 8 MiB integer) the operations that would
+/// build such a number report the precision limit instead. Every value of a
+/// format with up to 26 exponent bits (and fewer than 2^25 mantissa bits) is
+/// within it.
 /// Throws the precision limit when an exact result of weight 2^k is too large.
 void check_exact_size(long k) {
-    if (k > exact_exponent_limit || k < -exact_exponent_limit) throw_error(precision_limit_message);
+    const long limit = static_cast<long>(max_alignment_distance);
+    if (k > limit || k < -limit) throw_error(precision_limit_message);
 }
 
 } // namespace
@@ -2169,6 +2169,18 @@ QNumber IEEEFloat::to_integer(unsigned long width) const {
     FiniteParts parts;
     if (decode_value(get_repr(), value, fmt, parts) != ValueClass::finite) return QNumber(0L);
     return rounded_integer(parts, get_rounding_mode(), width);
+}
+
+IEEEFloat round(const IEEEFloat& x) {
+    FiniteParts parts;
+    if (decode_value(x.get_repr(), x.value, x.fmt, parts) != ValueClass::finite) return x;
+    // A value whose lowest significand bit weighs 1 or more is an integer
+    // already; converting it back would give the same bits.
+    if (parts.exponent >= 0 && x.get_repr() == IEEEFloat::get_best_repr(x.fmt)) return x;
+    const rounding_mode mode = x.get_rounding_mode();
+    IEEEFloat result = IEEEFloat::from_number(rounded_integer(parts, mode, 0), x.fmt, mode);
+    if (result.is_zero()) result.set_sign(x.get_sign());
+    return result;
 }
 
 // ===========================================================================
