@@ -17,9 +17,6 @@
 
 namespace oracle {
 
-/// The operation an operand pair is meant to stress.
-enum class Operation { Add, Sub, Mul, Div, Sqrt };
-
 /// Generates patterns of one format. Not thread-safe.
 class OperandGenerator {
 public:

@@ -107,6 +107,11 @@ std::ostream& operator<<(std::ostream& out, Format fmt) {
     return out << to_string(fmt);
 }
 
+const char* to_string(Operation op) {
+    static const char* const names[] = {"add", "sub", "mul", "div", "sqrt"};
+    return names[static_cast<int>(op)];
+}
+
 Kind classify(Format fmt, const mpz_class& bits) {
     Fields f = split(fmt, bits);
     bool mantissa_zero = mpz_sgn(f.mantissa.get_mpz_t()) == 0;
@@ -400,6 +405,39 @@ void Emulator::from_scaled(mpz_class& out, bool negative, const mpz_class& sig, 
     encode(out, r_);
 }
 
+Word Emulator::apply(Operation op, Word a, Word b, int mode) {
+    switch (op) {
+    case Operation::Add:
+        return add(a, b, mode);
+    case Operation::Sub:
+        return sub(a, b, mode);
+    case Operation::Mul:
+        return mul(a, b, mode);
+    case Operation::Div:
+        return div(a, b, mode);
+    case Operation::Sqrt:
+        break;
+    }
+    return sqrt(a, mode);
+}
+
+void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b,
+                     int mode) {
+    switch (op) {
+    case Operation::Add:
+        return add(out, a, b, mode);
+    case Operation::Sub:
+        return sub(out, a, b, mode);
+    case Operation::Mul:
+        return mul(out, a, b, mode);
+    case Operation::Div:
+        return div(out, a, b, mode);
+    case Operation::Sqrt:
+        break;
+    }
+    sqrt(out, a, mode);
+}
+
 // ---------------------------------------------------------------------------
 // Converter
 // ---------------------------------------------------------------------------
@@ -509,6 +547,12 @@ mpz_class div(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
 mpz_class sqrt(Format fmt, const mpz_class& a, int mode) {
     mpz_class r;
     emulator_for(fmt).sqrt(r, a, mode);
+    return r;
+}
+
+mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode) {
+    mpz_class r;
+    emulator_for(fmt).apply(op, r, a, b, mode);
     return r;
 }
 

@@ -69,6 +69,12 @@ enum Mode : int {
 /// All four valid rounding modes, for loops in tests.
 constexpr int all_modes[] = {NEAREST_EVEN, TOWARD_ZERO, TOWARD_POSITIVE, TOWARD_NEGATIVE};
 
+/// The correctly rounded operations, for code that picks one at run time.
+enum class Operation { Add, Sub, Mul, Div, Sqrt };
+
+/// "add", "sub", "mul", "div" or "sqrt".
+const char* to_string(Operation op);
+
 /// A binary interchange-style format: e exponent bits, m stored mantissa bits.
 struct Format {
     unsigned e = 0; ///< exponent width
@@ -159,6 +165,8 @@ public:
     Word sqrt(Word a, int mode);
     /// The exact rational q rounded once to the format.
     Word from_rational(const mpq_class& q, int mode);
+    /// `op` applied to a and b (b is ignored for Sqrt).
+    Word apply(Operation op, Word a, Word b, int mode);
     /// @}
 
     /// @name Packed path (any width); `out` may be the same object as an operand
@@ -172,6 +180,8 @@ public:
     /// ±sig × 2^exp2 (sig >= 0, any size) rounded once to the format; a zero sig gives
     /// the zero of the requested sign.
     void from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2, int mode);
+    /// `op` applied to a and b (b is ignored for Sqrt).
+    void apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
     /// @}
 
     /// @name Register access for composite references
@@ -245,6 +255,9 @@ mpz_class sub(Format fmt, const mpz_class& a, const mpz_class& b, int mode);
 mpz_class mul(Format fmt, const mpz_class& a, const mpz_class& b, int mode);
 mpz_class div(Format fmt, const mpz_class& a, const mpz_class& b, int mode);
 mpz_class sqrt(Format fmt, const mpz_class& a, int mode);
+
+/// `op` applied to a and b (b is ignored for Sqrt).
+mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode);
 
 /// `bits` of format `from` converted to format `to`, as Converter.
 mpz_class convert(Format from, const mpz_class& bits, Format to, int mode);
