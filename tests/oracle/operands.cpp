@@ -99,6 +99,11 @@ mpz_class OperandGenerator::value(bool negative, const mpz_class& sig, long exp2
     return r;
 }
 
+mpz_class OperandGenerator::random_value(bool negative, long leading_exponent) {
+    mpz_class sig = random_significand();
+    return scaled(negative, sig, leading_exponent);
+}
+
 mpz_class OperandGenerator::scaled(bool negative, const mpz_class& sig, long leading_exponent) {
     long exp2 = leading_exponent - static_cast<long>(std::max(1UL, bit_length(sig))) + 1;
     return value(negative, sig, exp2);
@@ -155,19 +160,23 @@ mpz_class OperandGenerator::operand() {
     case 2:
     case 3:
         return special();
-    case 4:
-        return step(special(), uniform(-3, 3));
+    case 4: {
+        long ulps = uniform(-3, 3);
+        return step(special(), ulps);
+    }
     case 5:
     case 6:
-        return scaled(negative, random_significand(), uniform(-2, 2));
+        return random_value(negative, uniform(-2, 2));
     case 7:
     case 8:
-    case 9:
-        return make_pattern(fmt_, negative, uniform(1, (1L << fmt_.e) - 2), random_mantissa());
+    case 9: {
+        mpz_class mantissa = random_mantissa();
+        return make_pattern(fmt_, negative, uniform(1, (1L << fmt_.e) - 2), mantissa);
+    }
     case 10:
         return make_pattern(fmt_, negative, 0, random_mantissa());
     case 11:
-        return scaled(negative, random_significand(), random_exponent());
+        return random_value(negative, random_exponent());
     default:
         return random_bits(fmt_.width());
     }
@@ -209,11 +218,11 @@ std::pair<mpz_class, mpz_class> OperandGenerator::add_pair() {
         // of two this is an exact tie, with more bits in b it is just off one.
         mpz_class b_sig = one_in(2) ? mpz_class(1) : random_significand();
         long eb = ea - m - 1 - uniform(0, 2);
-        return {scaled(sa, random_significand(), ea), scaled(sb, b_sig, eb)};
+        return {random_value(sa, ea), scaled(sb, b_sig, eb)};
     }
     case 3: {
         long gap = m + 2 + (one_in(4) ? uniform(0, 2 * bias_) : uniform(0, 2 * m + 8));
-        return {scaled(sa, random_significand(), ea), scaled(sb, random_significand(), ea - gap)};
+        return {random_value(sa, ea), random_value(sb, ea - gap)};
     }
     case 4: {
         // Sums at the overflow threshold: a near the largest finite value, b around
@@ -224,17 +233,15 @@ std::pair<mpz_class, mpz_class> OperandGenerator::add_pair() {
     }
     case 5: {
         // Cancellation: b is -a, or -a moved by a few patterns.
-        mpz_class a = scaled(sa, random_significand(), ea);
+        mpz_class a = random_value(sa, ea);
         return {a, negate(step(a, uniform(-3, 3)))};
     }
     case 6: {
         long low = min_exponent_, high = 2 - bias_;
-        return {scaled(sa, random_significand(), uniform(low, high)),
-                scaled(sb, random_significand(), uniform(low, high))};
+        return {random_value(sa, uniform(low, high)), random_value(sb, uniform(low, high))};
     }
     default:
-        return {scaled(sa, random_significand(), ea),
-                scaled(sb, random_significand(), ea + uniform(-2, 2))};
+        return {random_value(sa, ea), random_value(sb, ea + uniform(-2, 2))};
     }
 }
 
@@ -290,14 +297,12 @@ std::pair<mpz_class, mpz_class> OperandGenerator::mul_pair() {
         // Products whose leading bit lands in or just below the subnormal range.
         long product = 1 - bias_ - uniform(0, static_cast<long>(fmt_.m) + 3);
         long ea = random_normal_exponent();
-        return {scaled(sa, random_significand(), ea),
-                scaled(sb, random_significand(), product - ea)};
+        return {random_value(sa, ea), random_value(sb, product - ea)};
     }
     case 7: {
         long product = bias_ + uniform(-1, 0);
         long ea = random_normal_exponent();
-        return {scaled(sa, random_significand(), ea),
-                scaled(sb, random_significand(), product - ea)};
+        return {random_value(sa, ea), random_value(sb, product - ea)};
     }
     default:
         return {special(), operand()};
@@ -350,13 +355,11 @@ std::pair<mpz_class, mpz_class> OperandGenerator::div_pair() {
     case 5: {
         long eb = random_normal_exponent();
         long quotient = 1 - bias_ - uniform(0, static_cast<long>(fmt_.m) + 3);
-        return {scaled(sa, random_significand(), eb + quotient),
-                scaled(sb, random_significand(), eb)};
+        return {random_value(sa, eb + quotient), random_value(sb, eb)};
     }
     case 6: {
         long eb = random_normal_exponent();
-        return {scaled(sa, random_significand(), eb + bias_ + uniform(-1, 0)),
-                scaled(sb, random_significand(), eb)};
+        return {random_value(sa, eb + bias_ + uniform(-1, 0)), random_value(sb, eb)};
     }
     case 7: {
         // Exact quotients: a = b × k for a small k.
@@ -382,7 +385,8 @@ mpz_class OperandGenerator::sqrt_operand() {
         // t² for a tie t of m+2 bits, rounded to the format: its root lies next to t.
         mpz_class tie = random_odd(static_cast<unsigned long>(m + 2));
         mpz_class square = tie * tie;
-        long exponent = 2 * uniform(-bias_ / 2, bias_ / 2) + uniform(0, 1);
+        long exponent = 2 * uniform(-bias_ / 2, bias_ / 2);
+        exponent += uniform(0, 1);
         return scaled(false, square, exponent);
     }
     case 4: {
@@ -461,7 +465,8 @@ mpq_class OperandGenerator::rational() {
         return coin() ? mpq_class(-q) : q;
     }
     case 1: {
-        mpq_class q(mpz_class(uniform(1, 1000)), mpz_class(uniform(1, 1000)));
+        mpz_class d = uniform(1, 1000);
+        mpq_class q(mpz_class(uniform(1, 1000)), d);
         q.canonicalize();
         return coin() ? mpq_class(-q) : q;
     }

@@ -4,9 +4,10 @@
 // on purpose to land on or next to a rounding tie, to cancel, to be too far apart to
 // overlap, to overflow or to underflow. Uniformly random patterns are mixed in too.
 //
-// The same seed always yields the same sequence (on every platform: only
-// std::mt19937_64 output is used, never the distributions of the standard library),
-// so a failing case is reproduced from the seed printed with it.
+// The same seed always yields the same sequence, whatever the compiler or platform:
+// only std::mt19937_64 output is used, never the distributions of the standard
+// library, and no expression draws twice in an unspecified order. A failing case is
+// reproduced from the seed printed with it.
 #pragma once
 
 #include "tests/oracle/oracle.h"
@@ -80,6 +81,7 @@ private:
     long random_normal_exponent();
     mpz_class value(bool negative, const mpz_class& sig, long exp2);
     mpz_class scaled(bool negative, const mpz_class& sig, long leading_exponent);
+    mpz_class random_value(bool negative, long leading_exponent);
     mpz_class step(const mpz_class& bits, long ulps);
     mpz_class negate(const mpz_class& bits);
     mpz_class special();
