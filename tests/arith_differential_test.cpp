@@ -148,6 +148,9 @@ TEST_P(Differential, Multiply) {
 }
 
 TEST_P(Differential, Divide) {
+    // With one mantissa bit division is not correctly rounded (a documented
+    // tie); that case has its own test.
+    if (target().m == 1) GTEST_SKIP();
     run_binary(
         target(), Operation::Div, "/", [](IEEEFloat& a, const IEEEFloat& b) { a /= b; },
         oracle::div, cases(), seed(4));
@@ -230,6 +233,8 @@ constexpr auto generic = IEEEFloat::REPR_GENERIC;
 // (binary64 held generically among them) the two-word path, and wider ones
 // the exact path.
 const Target targets[] = {
+    {3, 0, generic, 500},
+    {4, 1, generic, 1000},
     {3, 2, generic, 3000},
     {4, 3, generic, 3000},
     {5, 2, generic, 3000},
