@@ -868,9 +868,9 @@ IEEEFloat IEEEFloat::max_value(format f) {
 // extended formats up to 128 bits) fits two. The exact path would still
 // unpack such integers into QNumbers and combine them one call at a time,
 // with GMP allocating for every intermediate above a word. The routines of
-// this section compute the same results on the packed words with
-// intermediates of twice their width: 128 bits for one-word formats, 256 bits
-// for two-word formats.
+// this section compute the same results on the packed words, with
+// intermediates of 64 or 128 bits for one-word formats (as their mantissa
+// width requires) and of 256 bits for two-word formats.
 //
 // They are the exact path in another notation, not an approximation of it.
 // Each operation rounds either the very significand and exponent that the
@@ -904,6 +904,8 @@ void check_alignment_distance(unsigned long distance) {
 
 // ---- A 256-bit unsigned integer, the intermediate of two-word formats -------
 
+/// An unsigned integer of 256 bits: products, aligned sums, shifted dividends
+/// and radicands of two-word formats. Only what those need is defined.
 struct U256 {
     u128 hi = 0, lo = 0;
 
@@ -960,6 +962,7 @@ inline int bit_length(const U256& v) {
     return v.hi != 0 ? 128 + bit_length(v.hi) : bit_length(v.lo);
 }
 
+/// The width of an intermediate type, in bits.
 template <class W>
 constexpr int bits_of = sizeof(W) * 8;
 
@@ -1003,6 +1006,7 @@ int to_limbs(const U256& v, mp_limb_t* limbs) {
     return used;
 }
 
+/// The 256-bit number of the `count` limbs given, lowest first.
 U256 from_limbs(const mp_limb_t* limbs, int count) {
     mp_limb_t all[4] = {0, 0, 0, 0};
     for (int i = 0; i < count && i < 4; ++i)
