@@ -34,11 +34,6 @@ inline QNumber forced_big(QNumber const& v) {
     return big;
 }
 
-/// The exact value of q, read independently of the comparison operators.
-inline mpq_class value_of(QNumber const& q) {
-    return q.to_mpq();
-}
-
 /// True when q holds exactly the canonical rational v: same numerator and
 /// same positive denominator (so lowest terms are checked too).
 inline bool holds(QNumber const& q, mpq_class const& v) {
@@ -46,55 +41,34 @@ inline bool holds(QNumber const& q, mpq_class const& v) {
     return m.get_num() == v.get_num() && m.get_den() == v.get_den();
 }
 
+/// q and its form, for failure messages.
 inline std::string show(QNumber const& q) {
     std::ostringstream os;
     os << q << (q.is_small() ? " (small)" : " (big)");
     return os.str();
 }
 
-/// Word values at and around the limits of the small form.
-inline long edge_word(std::mt19937_64& rng) {
-    static long const edges[] = {0,
-                                 1,
-                                 2,
-                                 3,
-                                 6,
-                                 (1L << 31) - 1,
-                                 1L << 31,
-                                 (1L << 31) + 1,
-                                 1L << 32,
-                                 3037000499L,
-                                 3037000500L,
-                                 (1L << 61) * 3,
-                                 (1L << 62) - 1,
-                                 1L << 62,
-                                 (1L << 62) + 1,
-                                 LONG_MAX - 1,
-                                 LONG_MAX};
-    long const base = edges[rng() % (sizeof edges / sizeof edges[0])];
-    long const delta = static_cast<long>(rng() % 5) - 2;
-    long v = base;
-    if (delta < 0 && v >= LONG_MIN + 2) v += delta;
-    if (delta > 0 && v <= LONG_MAX - 2) v += delta;
-    return v;
-}
-
-/// A random word: an edge value or random bits of random length, either sign
-/// (never -2^63, which has no small form).
+/// A random word, never -2^63 (which has no small form): within 2 of a
+/// value where the small form runs out (2^31, 2^62, 2^63-1, the square root
+/// of 2^63...), random bits of random length, or a small number; either sign.
 inline long random_word(std::mt19937_64& rng) {
+    static long const edges[] = {0, 6, 1L << 31, 1L << 32, 3037000499L, 3L << 61, 1L << 62};
     long v;
-    switch (rng() % 3) {
+    switch (rng() % 4) {
     case 0:
-        v = edge_word(rng);
+        v = edges[rng() % 7] + static_cast<long>(rng() % 5) - 2;
         break;
     case 1:
+        v = LONG_MAX - static_cast<long>(rng() % 3);
+        break;
+    case 2:
         v = static_cast<long>(rng() >> (1 + rng() % 63));
         break;
     default:
         v = static_cast<long>(rng() % 100);
         break;
     }
-    if (v < 0) v = -(v + 1);
+    if (v < 0) v = -v;
     return rng() % 2 ? -v : v;
 }
 

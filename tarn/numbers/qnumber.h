@@ -794,19 +794,19 @@ inline bool operator==(QNumber const& a, QNumber const& b) noexcept {
     return mpz_cmp(a.big_->num, b.big_->num) == 0 && mpz_cmp(a.big_->den, b.big_->den) == 0;
 }
 
-/// a < b. Operands of different signs are settled by the sign alone; two
-/// small fractions are cross-multiplied in 128 bits, which is exact, instead
-/// of first cancelling gcds.
+/// a < b. Two small fractions are cross-multiplied in 128 bits, which is
+/// exact (denominators are positive), instead of first cancelling gcds; with
+/// a big operand, different signs settle the order before any GMP work.
 inline bool operator<(QNumber const& a, QNumber const& b) {
-    int const sa = a.sign();
-    int const sb = b.sign();
-    if (sa < 0 && sb >= 0) return true;
-    if (sa >= 0 && sb <= 0) return false;
     if (a.is_small() && b.is_small()) {
         if ((a.den_ | b.den_) == 1) return a.num_ < b.num_;
         __extension__ using wide = __int128;
         return static_cast<wide>(a.num_) * b.den_ < static_cast<wide>(b.num_) * a.den_;
     }
+    int const sa = a.sign();
+    int const sb = b.sign();
+    if (sa != sb) return sa < sb;
+    if (sa == 0) return false;
     QNumber::WordView an, ad, bn, bd;
     mpz_srcptr const a_num = a.numerator_in(an);
     mpz_srcptr const a_den = a.denominator_in(ad);
