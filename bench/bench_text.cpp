@@ -164,8 +164,14 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs)
-            times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+        // With repetitions the median stands for the benchmark. CPU time,
+        // because the ratio should not depend on what else the machine runs.
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration)
+                times_.emplace(run.run_name.str(), run.GetAdjustedCPUTime());
+            else if (run.aggregate_name == "median")
+                times_[run.run_name.str()] = run.GetAdjustedCPUTime();
+        }
     }
     void print_ratios() const {
         for (const char* set : {"binary64_all", "binary64_everyday", "binary32_all"}) {
