@@ -136,8 +136,12 @@ class ExhaustiveText : public testing::TestWithParam<Format> {};
 TEST_P(ExhaustiveText, EveryFinitePatternHasItsShortestNumeral) {
     const Format f = GetParam();
     const unsigned long count = 1UL << (f.exponent_width + f.mantissa_width + 1);
-    for (unsigned long i = 0; i < count && !HasFailure(); ++i)
-        check_pattern(f, mpz_class(i), false, true);
+    // The 16-bit formats are compared with the oracle's slower search on a
+    // sample, and under the sanitizers only every seventh pattern is written.
+    const bool wide = count > 4096;
+    const unsigned long step = sanitized() && wide ? 7 : 1;
+    for (unsigned long i = 0; i < count && !HasFailure(); i += step)
+        check_pattern(f, mpz_class(i), false, !wide || i % 16 == 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(SmallFormats, ExhaustiveText,
