@@ -95,7 +95,7 @@ void set_sign_bit(Format fmt, mpz_class& bits, bool negative) {
 // ---------------------------------------------------------------------------
 
 void check_format(Format fmt) {
-    if (fmt.e < 2 || fmt.e > 60)
+    if (fmt.e < 2 || fmt.e > 62)
         throw std::invalid_argument("oracle: unsupported format " + to_string(fmt));
 }
 

@@ -27,8 +27,9 @@
 // every call and does not restore it. Code that also uses MPFR directly in the same
 // thread must set the range it needs itself.
 //
-// Supported formats: 2 <= e <= 60 and any m >= 0. Formats outside that range are
-// rejected with std::invalid_argument.
+// Supported formats: 2 <= e <= 62 (MPFR's exponent range ends there) and any m >= 0;
+// from_number_model needs one exponent bit more, so e <= 61 there. Formats outside
+// that range are rejected with std::invalid_argument.
 //
 // Typical use in a differential test:
 //
@@ -91,7 +92,7 @@ struct Format {
     friend bool operator!=(Format a, Format b) { return !(a == b); }
 };
 
-/// Throws std::invalid_argument unless the oracle supports `fmt` (2 <= e <= 60).
+/// Throws std::invalid_argument unless the oracle supports `fmt` (2 <= e <= 62).
 void check_format(Format fmt);
 
 /// Human-readable "(e,m)".
