@@ -191,11 +191,8 @@ public:
     /// this × other, exact.
     QNumber& operator*=(QNumber const& other) {
         if (other.is_small()) return mul_words(other.num_, other.den_);
-        if (this == &other) {
-            QNumber const copy(other);
-            return mul_big(copy);
-        }
-        return mul_big(other);
+        mul_by_big(other);
+        return *this;
     }
 
     /// this × n; -2^63 counts as a big operand.
@@ -213,8 +210,8 @@ public:
             long const d = other.den_;
             return mul_words(c < 0 ? -d : d, c < 0 ? -c : c);
         }
-        QNumber const reciprocal = other.inv();
-        return mul_big(reciprocal);
+        div_by_big(other);
+        return *this;
     }
 
     /// Negates in place.
@@ -558,26 +555,41 @@ private:
 
     // ---- addition and subtraction -------------------------------------------
 
+    // The word paths are inlined into callers; the GMP paths are kept out of
+    // line so that the word path needs no stack frame of its own.
+
     template <bool Sub>
     QNumber& add_sub(QNumber const& other) {
-        if (is_small() && other.is_small() && add_sub_small<Sub>(other.num_, other.den_))
-            return *this;
+        if (!(is_small() && other.is_small() && add_sub_small<Sub>(other.num_, other.den_)))
+            add_sub_slow<Sub>(other);
+        return *this;
+    }
+
+    template <bool Sub>
+    [[gnu::noinline]] void add_sub_slow(QNumber const& other) {
         if (this == &other) {
             QNumber const copy(other);
             add_sub_big<Sub>(copy);
         } else {
             add_sub_big<Sub>(other);
         }
-        return *this;
     }
 
     template <bool Sub>
     QNumber& add_sub_long(long n) {
-        if (n == LONG_MIN) return add_sub<Sub>(QNumber(n));
-        if (is_small() && add_sub_small<Sub>(n, 1)) return *this;
-        ensure_big();
-        add_sub_big_small<Sub>(n, 1);
+        if (n == LONG_MIN || !(is_small() && add_sub_small<Sub>(n, 1))) add_sub_long_slow<Sub>(n);
         return *this;
+    }
+
+    template <bool Sub>
+    [[gnu::noinline]] void add_sub_long_slow(long n) {
+        // -2^63 is a big operand; any other word joins a big this as a word.
+        if (n == LONG_MIN) {
+            add_sub_big<Sub>(QNumber(n));
+        } else {
+            ensure_big();
+            add_sub_big_small<Sub>(n, 1);
+        }
     }
 
     /// a/b ± c/d in words. Returns false, with this unchanged, when a check
@@ -585,14 +597,19 @@ private:
     /// leaves only gcd(n, g) to cancel: the result is in lowest terms.
     template <bool Sub>
     bool add_sub_small(long c, long d) noexcept {
+        if ((den_ | d) != 1) return add_sub_fraction<Sub>(c, d);
+        long sum;
+        if (!add_sub_fits<Sub>(num_, c, &sum)) return false;
+        num_ = sum;
+        return true;
+    }
+
+    /// The fraction half of add_sub_small, out of line: its gcd work dwarfs a
+    /// call, and keeping it apart leaves the integer path without a frame.
+    template <bool Sub>
+    [[gnu::noinline]] bool add_sub_fraction(long c, long d) noexcept {
         long const a = num_;
         long const b = den_;
-        if ((b | d) == 1) {
-            long sum;
-            if (!add_sub_fits<Sub>(a, c, &sum)) return false;
-            num_ = sum;
-            return true;
-        }
         long const g = static_cast<long>(
             gcd_words(static_cast<unsigned long>(b), static_cast<unsigned long>(d)));
         long const b1 = b / g;
@@ -681,27 +698,43 @@ private:
 
     /// this × c/d for a small operand (c/d in lowest terms, d > 0).
     QNumber& mul_words(long c, long d) {
-        if (is_small() && mul_small(c, d)) return *this;
+        if (!(is_small() && mul_small(c, d))) mul_words_slow(c, d);
+        return *this;
+    }
+
+    [[gnu::noinline]] void mul_words_slow(long c, long d) {
         ensure_big();
         mul_big_small(c, d);
-        return *this;
+    }
+
+    [[gnu::noinline]] void div_by_big(QNumber const& other) {
+        QNumber const reciprocal = other.inv(); // a copy, so other may be this
+        mul_big(reciprocal);
+    }
+
+    [[gnu::noinline]] void mul_by_big(QNumber const& other) {
+        if (this == &other) {
+            QNumber const copy(other);
+            mul_big(copy);
+        } else {
+            mul_big(other);
+        }
     }
 
     /// a/b × c/d in words; false, with this unchanged, when a check fails.
     /// Cancelling across (a with d, c with b) keeps the result in lowest terms.
     bool mul_small(long c, long d) noexcept {
+        if ((den_ | d) != 1) return mul_fraction(c, d);
+        long product;
+        if (!mul_fits(num_, c, &product)) return false;
+        num_ = product; // a zero factor never overflows
+        return true;
+    }
+
+    /// The fraction half of mul_small, out of line like add_sub_fraction.
+    [[gnu::noinline]] bool mul_fraction(long c, long d) noexcept {
         long const a = num_;
         long const b = den_;
-        if ((b | d) == 1) {
-            if (c == 0) {
-                num_ = 0;
-                return true;
-            }
-            long product;
-            if (!mul_fits(a, c, &product)) return false;
-            num_ = product;
-            return true;
-        }
         long const g1 = static_cast<long>(gcd_words(magnitude(a), static_cast<unsigned long>(d)));
         long const g2 = static_cast<long>(gcd_words(magnitude(c), static_cast<unsigned long>(b)));
         long n;
