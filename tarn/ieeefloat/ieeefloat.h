@@ -246,27 +246,49 @@ public:
 
     // ---- Conversion to exact numbers and integers ---------------------------
 
-    /// The exact value of a finite value (a zero gives 0). Throws for NaNs and
-    /// infinities.
+    /// The exact value of a finite value, in lowest terms (a zero gives 0).
+    /// Throws "can't convert NaN to a Number" and "can't convert infinity to a
+    /// Number". A value whose lowest significand bit weighs 2^k with
+    /// |k| > 2^26 would need an integer of more than 8 MiB and throws "reached
+    /// limit on float precision" instead; every value of a format with up to
+    /// 26 exponent bits is below that bound.
     QNumber to_number() const;
     /// The value rounded to an integer under its own mode; 0 for zeros, NaNs
-    /// and infinities. A non-zero `width` keeps the low `width` bits of the
-    /// magnitude and puts the sign back.
+    /// and infinities. A mode number other than 0 to 3 rounds toward zero and
+    /// is not an error here. A non-zero `width` keeps the low `width` bits of
+    /// the magnitude and puts the sign back (sign-and-magnitude, never a
+    /// two's-complement wrap). Throws "reached limit on float precision" only
+    /// when the weight of the lowest significand bit does not fit a signed
+    /// 64-bit word, or when the integer itself would exceed to_number's bound.
     QNumber to_integer(unsigned long width = 0) const;
 
     // ---- Neighbours ---------------------------------------------------------
 
     /// Steps to the adjacent representable value toward +infinity (`up`) or
-    /// -infinity. NaNs stay; zeros go to the smallest subnormals.
+    /// -infinity. NaNs stay; zeros go to the smallest subnormals; an infinity
+    /// steps inward to the largest finite value of its sign, keeping this
+    /// value's rounding mode and representation like every other step, and
+    /// stays when asked to step outward.
     void next_representable(bool up);
     /// Steps the bit pattern to the adjacent pattern of the same order (-0 and
-    /// +0 are two distinct steps; infinities and NaNs are not special).
+    /// +0 are two distinct steps; infinities and NaNs are not special). The
+    /// order runs from the all-ones pattern (the negative NaN with every
+    /// mantissa bit set) up to the positive NaN with every mantissa bit set;
+    /// at either end a step past it leaves the value where it is, rather than
+    /// wrapping into a zero or growing a bit above the sign.
     void packed_next(bool up);
 
     // ---- Text ---------------------------------------------------------------
 
     /// The shortest positional decimal numeral that identifies the finite value
-    /// within its format. Throws for NaNs and infinities.
+    /// within its format: the numeral with the fewest significant digits that
+    /// lies strictly inside the value's rounding interval (the open interval
+    /// between the midpoints to its neighbours); of the two candidates next to
+    /// the value at that length, the nearer, and the lower on an exact tie.
+    /// Read back and rounded to nearest-even in the same format, it gives the
+    /// value again. Never an exponent; "-0" for negative zero, "0" for formats
+    /// with no exponent bits. Throws "can't convert NaN to float str", "can't
+    /// convert Infinity to float str", and the precision limit of to_number.
     std::string to_float_str() const;
     /// "[e:m]", the value as to_float_str writes it (or NaN, +Inf, -Inf), then
     /// the bit pattern grouped as {sign_exponent_mantissa}.
