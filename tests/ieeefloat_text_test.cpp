@@ -283,7 +283,10 @@ TEST(Text, SpecialValuesAndEmptyFormats) {
     const IEEEFloat empty;
     EXPECT_EQ(empty.to_str(), "[0:0]+0{0}");
     EXPECT_EQ(empty.to_float_str(), "0");
-    EXPECT_EQ(IEEEFloat({0, 5}, IEEEFloat::ROUND_NEAREST_EVEN).to_str(), "[0:5]+0{0}");
+    const IEEEFloat no_exponent({0, 70}, IEEEFloat::ROUND_NEAREST_EVEN);
+    EXPECT_EQ(no_exponent.to_str(), "[0:70]+0{0}");
+    EXPECT_EQ(no_exponent.to_number(), QNumber(0L)); // the only value such a format has
+    EXPECT_EQ(no_exponent.to_integer(3), QNumber(0L));
 }
 
 } // namespace

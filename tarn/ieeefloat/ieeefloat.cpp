@@ -1904,7 +1904,9 @@ struct FiniteParts {
 };
 
 /// Splits a pattern of format (e, m) held in a word (e + m <= 63, e <= 62).
+/// A format without exponent bits has no value but zero, as its text "0" says.
 ValueClass decode_word(std::uint64_t bits, unsigned long e, unsigned long m, FiniteParts& out) {
+    if (e == 0) return ValueClass::zero;
     const std::uint64_t mantissa = bits & low_mask(m);
     const std::uint64_t biased = (bits >> m) & low_mask(e);
     out.negative = (bits >> (e + m)) & 1;
@@ -1923,6 +1925,7 @@ ValueClass decode_word(std::uint64_t bits, unsigned long e, unsigned long m, Fin
 /// precision limit when the weight of the lowest bit does not fit a word.
 ValueClass decode_packed(format f, const QNumber& packed, FiniteParts& out) {
     const unsigned long e = f.exponent_width, m = f.mantissa_width;
+    if (e == 0) return ValueClass::zero; // no bias, no value but zero
     std::uint64_t word;
     if (e <= 62 && e + m <= 63 && as_word(packed, word)) return decode_word(word, e, m, out);
 
@@ -1969,7 +1972,6 @@ ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, Finite
 /// build such a number report the precision limit instead. Every value of a
 /// format with up to 26 exponent bits (and fewer than 2^25 mantissa bits) is
 /// within it.
-/// Throws the precision limit when an exact result of weight 2^k is too large.
 void check_exact_size(long k) {
     const long limit = static_cast<long>(max_alignment_distance);
     if (k > limit || k < -limit) throw_error(precision_limit_message);
