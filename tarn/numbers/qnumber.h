@@ -393,6 +393,9 @@ private:
     static unsigned long gcd_words(unsigned long u, unsigned long v) noexcept {
         if (u == 0) return v;
         if (v == 0) return u;
+        // An integer operand of a fraction operation brings a 1 here, which
+        // the loop would take one step per bit to reduce.
+        if (u == 1 || v == 1) return 1;
         int const shift = __builtin_ctzl(u | v);
         u >>= __builtin_ctzl(u);
         v >>= __builtin_ctzl(v);
