@@ -4,6 +4,7 @@
 #   ./build.sh demo            build and run the example tour
 #   ./build.sh test            build everything and run every test (g++, Release)
 #   ./build.sh sanitize        the test suite under AddressSanitizer + UBSan (clang)
+#   ./build.sh tsan            the concurrency test under ThreadSanitizer (clang)
 #   ./build.sh bench [filter]  build and run the benchmarks
 #
 # Missing Debian packages are installed first (only those that are missing).
@@ -61,6 +62,14 @@ cmd_sanitize() {
     ctest --preset sanitize
 }
 
+# Only the test that shares the library between threads is built: the rest of
+# the suite is single-threaded and gains nothing from ThreadSanitizer.
+cmd_tsan() {
+    ensure_packages "${BASE_PACKAGES[@]}" clang-14 libclang-rt-14-dev
+    build tsan test_threads
+    ctest --preset tsan
+}
+
 cmd_bench() {
     ensure_packages "${BASE_PACKAGES[@]}" libbenchmark-dev
     build bench
@@ -80,7 +89,7 @@ usage() {
 }
 
 case "${1:-}" in
-demo | test | sanitize | bench)
+demo | test | sanitize | tsan | bench)
     cmd=$1
     shift
     "cmd_$cmd" "$@"
