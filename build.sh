@@ -5,6 +5,7 @@
 #   ./build.sh test            build everything and run every test (g++, Release)
 #   ./build.sh sanitize        the test suite under AddressSanitizer + UBSan (clang)
 #   ./build.sh tsan            the concurrency test under ThreadSanitizer (clang)
+#   ./build.sh memcheck        a representative part of the tests under valgrind
 #   ./build.sh bench [filter]  build and run the benchmarks
 #
 # Missing Debian packages are installed first (only those that are missing).
@@ -70,6 +71,43 @@ cmd_tsan() {
     ctest --preset tsan
 }
 
+# The tests run under memcheck, with the cases each runs: every unit and every
+# error path, but only the smaller formats of the long exhaustive and random
+# runs, which valgrind slows down some fifty times. The tests that count
+# allocations are left out: valgrind takes over the allocation operators they
+# replace, and finds leaks itself. Binaries that hold such a counter free with
+# free() what valgrind's operator new gave, hence --show-mismatched-frees=no.
+# valgrind's floating-point emulation does not raise the host's exception
+# flags exactly, so the soft-float runs against the host FPU stay out too.
+MEMCHECK_TESTS=(
+    "test_exception"
+    "test_qnumber"
+    "test_bvnumber"
+    "test_error_paths --gtest_filter=*ThrowsAndLeavesTheOperandsAsTheyWere*"
+    "test_threads"
+    "test_arith"
+    "test_ieeefloat_values"
+    "test_ieeefloat_rounding"
+    "test_ieeefloat_compare"
+    "test_ieeefloat_neighbour --gtest_filter=Neighbours.*"
+    "test_ieeefloat_exact --gtest_filter=ExactResults.*:*/e4m3:*e15m112_generic"
+    "test_ieeefloat_text --gtest_filter=Text.*:*/e4m3"
+    "test_swflt --gtest_filter=Swflt.*"
+)
+
+cmd_memcheck() {
+    ensure_packages "${BASE_PACKAGES[@]}" valgrind
+    build release
+    local entry exe args
+    for entry in "${MEMCHECK_TESTS[@]}"; do
+        read -r exe args <<<"$entry"
+        log "memcheck $exe $args"
+        valgrind --quiet --error-exitcode=1 --leak-check=full --errors-for-leak-kinds=definite,indirect \
+            --show-mismatched-frees=no --suppressions=tests/memcheck.supp \
+            "build/release/tests/$exe" --gtest_brief=1 $args
+    done
+}
+
 cmd_bench() {
     ensure_packages "${BASE_PACKAGES[@]}" libbenchmark-dev
     build bench
@@ -84,12 +122,12 @@ cmd_bench() {
 }
 
 usage() {
-    sed -n '2,10p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//'
     exit "${1:-0}"
 }
 
 case "${1:-}" in
-demo | test | sanitize | tsan | bench)
+demo | test | sanitize | tsan | memcheck | bench)
     cmd=$1
     shift
     "cmd_$cmd" "$@"
