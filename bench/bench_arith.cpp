@@ -6,6 +6,7 @@
 // encodes the result. After the runs a table gives the time of each side and
 // the ratio tarn / MPFR (below 1 means tarn is faster).
 
+#include "bench/median_times.h"
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/operands.h"
 #include "tests/oracle/oracle.h"
@@ -325,56 +326,35 @@ void register_all() {
 }
 
 /// Prints the usual console output and keeps every run's time per iteration.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        // With repetitions the median stands for the case; otherwise the one run.
-        for (const Run& run : runs) {
-            if (run.error_occurred) continue;
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                ns_[run.run_name.function_name] = run.GetAdjustedCPUTime();
-            else if (run.run_type == Run::RT_Iteration && run.repetitions <= 1)
-                ns_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+/// The markdown table of tarn against MPFR, one row per operation and
+/// format, with tarn's decoding and encoding alone beside it.
+void print_ratios(const tarn_bench::MedianTimes& times) {
+    std::printf("\n| operation | format | tarn ns | of which codec | MPFR ns | tarn/MPFR |\n");
+    std::printf("|---|---|---:|---:|---:|---:|\n");
+    for (const char* op : operations) {
+        for (const BenchFormat& f : formats) {
+            const std::string tail = std::string(op) + "/" + f.name;
+            const double* t = times.find("tarn/" + tail);
+            const double* m = times.find("mpfr/" + tail);
+            const double* codec = times.find(std::string("tarn/codec/") + f.name);
+            if (!t || !m) continue;
+            const bool binary =
+                std::string(op) == "add" || std::string(op) == "mul" || std::string(op) == "div";
+            if (binary && codec)
+                std::printf("| %s | %s | %.1f | %.1f | %.1f | %.2f |\n", op, f.name, *t, *codec, *m,
+                            *t / *m);
+            else
+                std::printf("| %s | %s | %.1f | | %.1f | %.2f |\n", op, f.name, *t, *m, *t / *m);
         }
     }
-
-    /// The markdown table of tarn against MPFR, one row per operation and
-    /// format, with tarn's decoding and encoding alone beside it.
-    void print_ratios() const {
-        std::printf("\n| operation | format | tarn ns | of which codec | MPFR ns | tarn/MPFR |\n");
-        std::printf("|---|---|---:|---:|---:|---:|\n");
-        for (const char* op : operations) {
-            for (const BenchFormat& f : formats) {
-                const std::string tail = std::string(op) + "/" + f.name;
-                const auto t = ns_.find("tarn/" + tail), m = ns_.find("mpfr/" + tail);
-                const auto codec = ns_.find(std::string("tarn/codec/") + f.name);
-                if (t == ns_.end() || m == ns_.end()) continue;
-                const bool binary = std::string(op) == "add" || std::string(op) == "mul" ||
-                                    std::string(op) == "div";
-                if (binary && codec != ns_.end())
-                    std::printf("| %s | %s | %.1f | %.1f | %.1f | %.2f |\n", op, f.name, t->second,
-                                codec->second, m->second, t->second / m->second);
-                else
-                    std::printf("| %s | %s | %.1f | | %.1f | %.2f |\n", op, f.name, t->second,
-                                m->second, t->second / m->second);
-            }
-        }
-    }
-
-private:
-    std::map<std::string, double> ns_;
-};
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
     register_all();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.print_ratios();
-    benchmark::Shutdown();
+    tarn_bench::MedianTimes times;
+    if (!tarn_bench::run_benchmarks(argc, argv, times)) return 1;
+    print_ratios(times);
     return 0;
 }

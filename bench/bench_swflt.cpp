@@ -6,6 +6,7 @@
 // sides and their ratio (the medians when run with --benchmark_repetitions). Each iteration is
 // one operation on the next operand pair, so both sides carry the same loop overhead.
 
+#include "bench/median_times.h"
 #include "tarn/swflt/swflt.h"
 
 #include <benchmark/benchmark.h>
@@ -119,44 +120,24 @@ UNARY(narrow, W64, sw::float64_to_float32(a, 0), static_cast<float>(f64(a)))
 UNARY(widen, W32, sw::float32_to_float64(a), static_cast<double>(f32(a)))
 
 // Prints the usual console output, then a soft/hard table from the same runs.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(std::vector<Run> const& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (Run const& run : runs) {
-            // With repetitions only the medians go into the table.
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median") continue;
-            std::string const name = run.run_name.function_name;
-            std::size_t const cut = name.find('_');
-            if (cut == std::string::npos) continue;
-            double const ns = run.GetAdjustedCPUTime(); // per iteration, one operation each
-            (name.compare(0, cut, "soft") == 0 ? soft_ : hard_)[name.substr(cut + 1)] = ns;
-        }
+/// One row per operation: the soft-float time, the hardware time, their ratio.
+void print_ratios(const tarn_bench::MedianTimes& times) {
+    std::printf("\n%-8s %10s %10s %8s\n", "op", "soft ns", "hard ns", "ratio");
+    for (const auto& [name, soft_ns] : times.all()) {
+        if (name.compare(0, 5, "soft_") != 0) continue;
+        const std::string op = name.substr(5);
+        const double* hard_ns = times.find("hard_" + op);
+        if (!hard_ns) continue;
+        std::printf("%-8s %10.2f %10.2f %7.1fx\n", op.c_str(), soft_ns, *hard_ns,
+                    soft_ns / *hard_ns);
     }
-
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        std::printf("\n%-8s %10s %10s %8s\n", "op", "soft ns", "hard ns", "ratio");
-        for (auto const& [op, soft_ns] : soft_) {
-            auto const hard = hard_.find(op);
-            if (hard == hard_.end()) continue;
-            std::printf("%-8s %10.2f %10.2f %7.1fx\n", op.c_str(), soft_ns, hard->second,
-                        soft_ns / hard->second);
-        }
-    }
-
-private:
-    std::map<std::string, double> soft_;
-    std::map<std::string, double> hard_;
-};
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    tarn_bench::MedianTimes times;
+    if (!tarn_bench::run_benchmarks(argc, argv, times)) return 1;
+    print_ratios(times);
     return 0;
 }

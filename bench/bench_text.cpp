@@ -3,6 +3,7 @@
 // binary64 and binary32 values, and of the text of generic formats. After the
 // runs the ratios tarn / std::to_chars are printed.
 
+#include "bench/median_times.h"
 #include "tarn/ieeefloat/ieeefloat.h"
 
 #include <benchmark/benchmark.h>
@@ -160,41 +161,21 @@ BENCHMARK(BM_binary128_all_tarn);
 
 /// Remembers the time per iteration of every run so that ratios can be
 /// printed once all have finished.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        // With repetitions the median stands for the benchmark. CPU time,
-        // because the ratio should not depend on what else the machine runs.
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration)
-                times_.emplace(run.run_name.str(), run.GetAdjustedCPUTime());
-            else if (run.aggregate_name == "median")
-                times_[run.run_name.str()] = run.GetAdjustedCPUTime();
-        }
+/// to_float_str beside std::to_chars, per set of values.
+void print_ratios(const tarn_bench::MedianTimes& times) {
+    for (const char* set : {"binary64_all", "binary64_everyday", "binary32_all"}) {
+        const double* tarn = times.find(std::string("BM_") + set + "_tarn");
+        const double* std_ = times.find(std::string("BM_") + set + "_to_chars");
+        if (!tarn || !std_) continue;
+        std::printf("ratio %-18s to_float_str / std::to_chars(fixed) = %.2f\n", set, *tarn / *std_);
     }
-    void print_ratios() const {
-        for (const char* set : {"binary64_all", "binary64_everyday", "binary32_all"}) {
-            const auto tarn = times_.find(std::string("BM_") + set + "_tarn");
-            const auto std_ = times_.find(std::string("BM_") + set + "_to_chars");
-            if (tarn == times_.end() || std_ == times_.end()) continue;
-            std::printf("ratio %-18s to_float_str / std::to_chars(fixed) = %.2f\n", set,
-                        tarn->second / std_->second);
-        }
-    }
-
-private:
-    std::map<std::string, double> times_;
-};
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.print_ratios();
-    benchmark::Shutdown();
+    tarn_bench::MedianTimes times;
+    if (!tarn_bench::run_benchmarks(argc, argv, times)) return 1;
+    print_ratios(times);
     return 0;
 }
