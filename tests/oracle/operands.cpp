@@ -1,21 +1,13 @@
 #include "tests/oracle/operands.h"
 
+#include "tests/oracle/bits.h"
+
 #include <algorithm>
 #include <vector>
 
 namespace oracle {
 
 namespace {
-
-unsigned long bit_length(const mpz_class& n) {
-    return mpz_sgn(n.get_mpz_t()) == 0 ? 0 : mpz_sizeinbase(n.get_mpz_t(), 2);
-}
-
-mpz_class pow2(unsigned long n) {
-    mpz_class r;
-    mpz_setbit(r.get_mpz_t(), n);
-    return r;
-}
 
 bool sign_of(Format fmt, const mpz_class& bits) {
     return mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;

@@ -1,5 +1,7 @@
 #include "tests/oracle/oracle.h"
 
+#include "tests/oracle/bits.h"
+
 #include <algorithm>
 #include <memory>
 #include <ostream>
@@ -39,16 +41,6 @@ void require_word(Format fmt) {
 void enter_full_range() {
     mpfr_set_emin(mpfr_get_emin_min());
     mpfr_set_emax(mpfr_get_emax_max());
-}
-
-unsigned long bit_length(const mpz_class& n) {
-    return mpz_sgn(n.get_mpz_t()) == 0 ? 0 : mpz_sizeinbase(n.get_mpz_t(), 2);
-}
-
-mpz_class pow2(unsigned long n) {
-    mpz_class r;
-    mpz_setbit(r.get_mpz_t(), n);
-    return r;
 }
 
 // The three fields of a pattern, as integers.
