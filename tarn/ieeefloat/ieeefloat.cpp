@@ -2611,4 +2611,58 @@ std::string IEEEFloat::to_str() const {
     return text;
 }
 
+// ===========================================================================
+// Conveniences: named formats
+// ===========================================================================
+
+namespace {
+
+struct NamedFormat {
+    std::string_view name;
+    format fmt;
+};
+
+constexpr NamedFormat named_formats[] = {
+    {"binary16", format::binary16()},   {"binary32", format::binary32()},
+    {"binary64", format::binary64()},   {"binary128", format::binary128()},
+    {"binary256", format::binary256()}, {"bfloat16", format::bfloat16()},
+    {"e5m2", format::e5m2()},           {"e4m3", format::e4m3()},
+};
+
+// Not std::tolower: names are ASCII and the locale must not change the answer.
+char ascii_lower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
+}
+
+bool equal_ignoring_ascii_case(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        if (ascii_lower(a[i]) != ascii_lower(b[i])) return false;
+    return true;
+}
+
+} // namespace
+
+std::optional<format> IEEEFloat::format::by_name(std::string_view name) noexcept {
+    for (const NamedFormat& named : named_formats)
+        if (equal_ignoring_ascii_case(named.name, name)) return named.fmt;
+    return std::nullopt;
+}
+
+const std::vector<std::string_view>& IEEEFloat::format::known_names() {
+    static const std::vector<std::string_view> names = [] {
+        std::vector<std::string_view> all;
+        for (const NamedFormat& named : named_formats)
+            all.push_back(named.name);
+        return all;
+    }();
+    return names;
+}
+
+std::string_view IEEEFloat::format::name() const noexcept {
+    for (const NamedFormat& named : named_formats)
+        if (named.fmt == *this) return named.name;
+    return {};
+}
+
 } // namespace tarn

@@ -32,7 +32,10 @@
 #include "tarn/numbers/qnumber.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tarn {
 
@@ -74,6 +77,44 @@ public:
         QNumber max_exponent() const;
         /// 2^m - 1, the all-ones mantissa field.
         QNumber max_mantissa() const;
+
+        // Named formats. Every one of them is an IEEE-754 interchange-style
+        // format: the all-ones exponent field holds the infinities and NaNs,
+        // the zero field the subnormals, in the 8-bit formats too. Hardware
+        // formats sold under the names e5m2 and e4m3 may differ: some e4m3
+        // variants have no infinities and spend that binade on finite values
+        // up to 448, where the IEEE-style e4m3 here stops at 240 and overflows
+        // to infinity.
+
+        /// (5, 10), IEEE-754 binary16 (half precision).
+        static constexpr format binary16() { return {5, 10}; }
+        /// (8, 7), bfloat16: binary32's range with an 8-bit significand.
+        static constexpr format bfloat16() { return {8, 7}; }
+        /// (8, 23), IEEE-754 binary32 (single precision).
+        static constexpr format binary32() { return {8, 23}; }
+        /// (11, 52), IEEE-754 binary64 (double precision).
+        static constexpr format binary64() { return {11, 52}; }
+        /// (15, 112), IEEE-754 binary128 (quadruple precision).
+        static constexpr format binary128() { return {15, 112}; }
+        /// (19, 236), IEEE-754 binary256 (octuple precision).
+        static constexpr format binary256() { return {19, 236}; }
+        /// (5, 2), the 8-bit e5m2 with IEEE semantics: bias 15, largest finite
+        /// 57344, infinities and NaNs.
+        static constexpr format e5m2() { return {5, 2}; }
+        /// (4, 3), the 8-bit e4m3 with IEEE semantics: bias 7, largest finite
+        /// 240, infinities and NaNs.
+        static constexpr format e4m3() { return {4, 3}; }
+
+        /// The named format called `name` ("binary16", "bfloat16", "binary32",
+        /// "binary64", "binary128", "binary256", "e5m2", "e4m3"), compared
+        /// without regard to ASCII case; nothing for any other text.
+        static std::optional<format> by_name(std::string_view name) noexcept;
+        /// The names by_name knows: the binaryN formats by width, then bfloat16,
+        /// e5m2 and e4m3.
+        static const std::vector<std::string_view>& known_names();
+        /// The name of this format as by_name spells it, or an empty view when
+        /// the widths are not those of a named format.
+        std::string_view name() const noexcept;
 
         /// Formats are equal when both widths are.
         friend constexpr bool operator==(format a, format b) {
