@@ -15,6 +15,12 @@ namespace testing_values {
 using tarn::IEEEFloat;
 using tarn::QNumber;
 
+using Mode = IEEEFloat::rounding_mode;
+
+/// The four valid rounding modes, for loops in tests.
+constexpr Mode all_modes[] = {IEEEFloat::ROUND_NEAREST_EVEN, IEEEFloat::ROUND_TOWARD_ZERO,
+                              IEEEFloat::ROUND_TOWARD_POSITIVE, IEEEFloat::ROUND_TOWARD_NEGATIVE};
+
 inline oracle::Format to_oracle(IEEEFloat::format f) {
     return {static_cast<unsigned>(f.exponent_width), static_cast<unsigned>(f.mantissa_width)};
 }

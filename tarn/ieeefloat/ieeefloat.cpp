@@ -2665,4 +2665,293 @@ std::string_view IEEEFloat::format::name() const noexcept {
     return {};
 }
 
+// ===========================================================================
+// Reading numerals
+// ===========================================================================
+
+namespace {
+
+/// Exponents are read saturating at this magnitude: any larger one puts
+/// every numeral of a format with up to 62 exponent bits out of its range,
+/// and the sums with digit counts below stay far from the word limits.
+constexpr long exponent_cap = long{1} << 62;
+
+/// The largest power of ten, in magnitude, that a decimal numeral may need
+/// built exactly: 5^(2^24) has about 39 million bits (under 5 MiB).
+constexpr long decimal_exponent_limit = long{1} << 24;
+
+/// A numeral whose syntax has been checked, not yet converted.
+struct Numeral {
+    enum class Kind { finite, infinity, nan };
+    Kind kind = Kind::finite;
+    bool negative = false;
+    bool hex = false;
+    /// The mantissa digits as written, with at most one point among them.
+    std::string_view mantissa;
+    /// The written exponent (of ten, or of two for hexadecimal), saturated
+    /// at +-exponent_cap.
+    long exponent = 0;
+    bool exponent_saturated = false;
+};
+
+[[noreturn, gnu::cold, gnu::noinline]] void throw_invalid_number(std::string_view text) {
+    std::string message = "invalid number: \"";
+    message.append(text.data(), text.size());
+    message += '"';
+    throw IEEEFloat::error(message);
+}
+
+inline bool is_decimal_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+inline bool is_hex_digit(char c) {
+    return is_decimal_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+inline int hex_digit_value(char c) {
+    if (is_decimal_digit(c)) return c - '0';
+    return (c | 0x20) - 'a' + 10;
+}
+
+/// Reads an optionally signed run of decimal digits that makes up the whole
+/// of `text`, saturating at exponent_cap. False when the text is not one.
+bool read_exponent(std::string_view text, long& value, bool& saturated) {
+    std::size_t i = 0;
+    const bool negative = !text.empty() && text[0] == '-';
+    if (!text.empty() && (text[0] == '-' || text[0] == '+')) ++i;
+    if (i == text.size()) return false;
+    long magnitude = 0;
+    saturated = false;
+    for (; i < text.size(); ++i) {
+        if (!is_decimal_digit(text[i])) return false;
+        if (!saturated) {
+            magnitude = magnitude * 10 + (text[i] - '0');
+            if (magnitude >= exponent_cap) {
+                magnitude = exponent_cap;
+                saturated = true;
+            }
+        }
+    }
+    value = negative ? -magnitude : magnitude;
+    return true;
+}
+
+/// Splits `text` into sign, mantissa and exponent, or names it a NaN or an
+/// infinity. False for anything else.
+bool parse_numeral(std::string_view text, Numeral& out) {
+    if (!text.empty() && (text[0] == '-' || text[0] == '+')) {
+        out.negative = text[0] == '-';
+        text.remove_prefix(1);
+    }
+    if (equal_ignoring_ascii_case(text, "inf") || equal_ignoring_ascii_case(text, "infinity")) {
+        out.kind = Numeral::Kind::infinity;
+        return true;
+    }
+    if (equal_ignoring_ascii_case(text, "nan")) {
+        out.kind = Numeral::Kind::nan;
+        return true;
+    }
+    out.hex = text.size() > 1 && text[0] == '0' && (text[1] | 0x20) == 'x';
+    if (out.hex) text.remove_prefix(2);
+
+    std::size_t end = 0;
+    bool seen_digit = false, seen_point = false;
+    for (; end < text.size(); ++end) {
+        const char c = text[end];
+        if (out.hex ? is_hex_digit(c) : is_decimal_digit(c)) {
+            seen_digit = true;
+        } else if (c == '.' && !seen_point) {
+            seen_point = true;
+        } else {
+            break;
+        }
+    }
+    if (!seen_digit) return false;
+    out.mantissa = text.substr(0, end);
+    if (end == text.size()) return true;
+    const char marker = static_cast<char>(text[end] | 0x20);
+    if (marker != (out.hex ? 'p' : 'e')) return false;
+    return read_exponent(text.substr(end + 1), out.exponent, out.exponent_saturated);
+}
+
+/// The significant digits of a finite numeral: its mantissa digits from the
+/// first non-zero one to the last, without the point, and the position of
+/// the last one, counted in digits from the units digit (0 for the units
+/// digit, negative after the point). With no non-zero digit, `digits` is left
+/// empty.
+struct SignificantDigits {
+    std::string digits;
+    long last_position = 0;
+};
+
+void significant_digits(std::string_view mantissa, SignificantDigits& out) {
+    out.digits.clear();
+    const std::size_t point = std::min(mantissa.find('.'), mantissa.size());
+    const std::size_t first = mantissa.find_first_not_of("0.");
+    if (first == std::string_view::npos) return;
+    const std::size_t last = mantissa.find_last_not_of("0.");
+    for (std::size_t i = first; i <= last; ++i)
+        if (mantissa[i] != '.') out.digits += mantissa[i];
+    // The units digit sits just before the point.
+    out.last_position =
+        last < point ? static_cast<long>(point - 1 - last) : -static_cast<long>(last - point);
+}
+
+/// The binary exponents that bound a format's range: values of 2^overflow
+/// or more overflow, and values below 2^-underflow (half the smallest
+/// subnormal) round as if they were tiny positive numbers. False when the
+/// format is too wide for them to be kept in words; then nothing is decided
+/// from the exponent alone.
+bool range_exponents(format f, long& overflow, long& underflow) {
+    if (f.exponent_width < 1 || f.exponent_width > 61 || f.mantissa_width > (1UL << 60))
+        return false;
+    const long bias = (long{1} << (f.exponent_width - 1)) - 1;
+    overflow = bias + 1;
+    underflow = bias + static_cast<long>(f.mantissa_width) + 1;
+    return true;
+}
+
+enum class Reach { in_range, overflow, underflow };
+
+/// Rounds a value that is certainly out of range through the rounding core,
+/// with a stand-in of the same sign on the same side: every magnitude above
+/// the overflow threshold rounds alike, and so does every magnitude below
+/// half the smallest subnormal. The stand-ins are inexact, as the numerals
+/// they stand for are, so an invalid mode is reported as for any inexact
+/// result.
+void round_out_of_range(format f, rounding_mode mode, bool negative, Reach reach, QNumber& out) {
+    TempNumProvider tmp;
+    tmp[0] = f.bias();
+    if (reach == Reach::overflow) {
+        // (2^(m+1) + 1) * 2^(bias + 1 - m), above 2^(bias + 2).
+        tmp[0] += 1L;
+        BVNumber::pow2(f.mantissa_width + 1, &tmp[1]);
+        tmp[1] += 1L;
+    } else {
+        // 2^(-bias - 2 - m), an eighth of the smallest subnormal.
+        tmp[0].self_neg();
+        tmp[0] -= 2L;
+        tmp[1] = QNumber(1L);
+    }
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+}
+
+/// Rounds C * 2^k, with C > 0 given by its digits in base 16, once into `out`.
+void round_hex(format f, rounding_mode mode, bool negative, const std::string& digits, long k,
+               QNumber& out) {
+    mpz_class c;
+    mpz_set_str(c.get_mpz_t(), digits.c_str(), 16);
+    TempNumProvider tmp(k);
+    tmp[0] += static_cast<long>(f.mantissa_width);
+    tmp[1] = QNumber(c);
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+}
+
+/// Rounds C * 10^k, with C > 0 given by its decimal digits, once into `out`.
+/// C * 10^k is C * 5^k * 2^k: for k >= 0 an integer handed over whole; for
+/// k < 0 a quotient C * 2^j / 5^-k cut to at least m + 3 bits, with a last
+/// bit added that is 1 when the division left a remainder. That bit lies
+/// below every bit the rounding core keeps or looks at as the round bit, so
+/// it decides exactly as the whole quotient would.
+void round_decimal(format f, rounding_mode mode, bool negative, const std::string& digits, long k,
+                   QNumber& out) {
+    mpz_class c, power;
+    mpz_set_str(c.get_mpz_t(), digits.c_str(), 10);
+    long exponent2 = k;
+    mpz_ui_pow_ui(power.get_mpz_t(), 5, static_cast<unsigned long>(k < 0 ? -k : k));
+    if (k >= 0) {
+        c *= power;
+    } else {
+        const long wanted = static_cast<long>(f.mantissa_width) + 3;
+        const long have = static_cast<long>(mpz_sizeinbase(c.get_mpz_t(), 2)) -
+                          static_cast<long>(mpz_sizeinbase(power.get_mpz_t(), 2));
+        const long j = std::max(0L, wanted - have);
+        mpz_class remainder;
+        mpz_mul_2exp(c.get_mpz_t(), c.get_mpz_t(), static_cast<mp_bitcnt_t>(j));
+        mpz_fdiv_qr(c.get_mpz_t(), remainder.get_mpz_t(), c.get_mpz_t(), power.get_mpz_t());
+        mpz_mul_2exp(c.get_mpz_t(), c.get_mpz_t(), 1);
+        if (mpz_sgn(remainder.get_mpz_t()) != 0) mpz_setbit(c.get_mpz_t(), 0);
+        exponent2 = k - j - 1;
+    }
+    TempNumProvider tmp(exponent2);
+    tmp[0] += static_cast<long>(f.mantissa_width);
+    tmp[1] = QNumber(c);
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+}
+
+/// Where a decimal C * 10^k of `count` significant digits lies:
+/// 10^(k + count - 1) <= C * 10^k < 10^(k + count). floor_log10_pow2 errs
+/// low by at most one, so one decade of margin makes each decision certain.
+Reach decimal_reach(format f, long count, long k) {
+    long overflow, underflow;
+    if (!range_exponents(f, overflow, underflow)) return Reach::in_range;
+    const long top = k + count; // the value is below 10^top
+    if (top - 1 >= floor_log10_pow2(overflow) + 2) return Reach::overflow;
+    if (-top >= floor_log10_pow2(underflow) + 2) return Reach::underflow;
+    return Reach::in_range;
+}
+
+/// Where C * 2^k lies, C having `bits` bits: 2^(k + bits - 1) <= C * 2^k < 2^(k + bits).
+Reach binary_reach(format f, long bits, long k) {
+    long overflow, underflow;
+    if (!range_exponents(f, overflow, underflow)) return Reach::in_range;
+    if (k + bits - 1 >= overflow) return Reach::overflow;
+    if (k + bits <= -underflow) return Reach::underflow;
+    return Reach::in_range;
+}
+
+} // namespace
+
+IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode mode) {
+    Numeral numeral;
+    if (!parse_numeral(text, numeral)) throw_invalid_number(text);
+    IEEEFloat result(f, mode);
+    switch (numeral.kind) {
+    case Numeral::Kind::nan:
+        result.self_nan();
+        return result;
+    case Numeral::Kind::infinity:
+        result.self_inf(numeral.negative);
+        return result;
+    case Numeral::Kind::finite:
+        break;
+    }
+
+    thread_local SignificantDigits significant;
+    significant_digits(numeral.mantissa, significant);
+    if (significant.digits.empty()) {
+        result.self_zero(numeral.negative);
+        return result;
+    }
+    const long count = static_cast<long>(significant.digits.size());
+    // The value is C * base^k with C the significant digits read as an integer.
+    long k;
+    Reach reach;
+    if (numeral.hex) {
+        k = numeral.exponent + 4 * significant.last_position;
+        const long bits = 4 * (count - 1) + (64 - __builtin_clzll(static_cast<unsigned long long>(
+                                                      hex_digit_value(significant.digits[0]))));
+        reach = binary_reach(f, bits, k);
+    } else {
+        k = numeral.exponent + significant.last_position;
+        reach = decimal_reach(f, count, k);
+    }
+
+    result.self_specialize_repr(REPR_GENERIC);
+    QNumber& packed = *result.value.packed;
+    if (reach != Reach::in_range) {
+        round_out_of_range(f, mode, numeral.negative, reach, packed);
+    } else if (numeral.exponent_saturated ||
+               (!numeral.hex && (k > decimal_exponent_limit || k < -decimal_exponent_limit))) {
+        throw_error(precision_limit_message);
+    } else if (numeral.hex) {
+        round_hex(f, mode, numeral.negative, significant.digits, k, packed);
+    } else {
+        round_decimal(f, mode, numeral.negative, significant.digits, k, packed);
+    }
+    result.self_specialize_repr(get_best_repr(f));
+    return result;
+}
+
 } // namespace tarn

@@ -254,6 +254,54 @@ public:
     /// words), infinities and zeros keep their sign.
     void set_format(format new_fmt);
 
+    // ---- Text input ---------------------------------------------------------
+
+    /// The value a numeral denotes, rounded once to `fmt` under `mode`, held
+    /// in get_best_repr(fmt) with rounding mode `mode`.
+    ///
+    /// Accepted text, with nothing before or after it (no blanks either):
+    ///  - an optional "+" or "-", then
+    ///  - a decimal numeral: digits with an optional point, at least one digit
+    ///    ("12", "12.5", ".5", "5."), then optionally "e" or "E", an optional
+    ///    sign and at least one digit ("-12.5e-3", "1E+400");
+    ///  - or a hexadecimal numeral: "0x" or "0X", hexadecimal digits of either
+    ///    case with an optional point, at least one digit, then optionally "p"
+    ///    or "P", an optional sign and at least one decimal digit, the power of
+    ///    two ("0x1.8p-3", "-0X1P+10"). The binary exponent may be left out, as
+    ///    the C library's readers allow: "0x10" is 16;
+    ///  - or "inf", "infinity" or "nan" in any mix of case.
+    ///
+    /// The result is the exact value of the numeral correctly rounded, however
+    /// many digits it has: subnormal results are rounded at their own
+    /// precision, and values beyond the largest finite one give infinity or
+    /// the largest finite value as the mode says. A zero result, whether the
+    /// numeral is zero or its value underflows to zero, has the numeral's
+    /// sign ("-0", "-1e-999" give -0). Exponents of any length are read:
+    /// when the digit count and the exponent put the value certainly beyond
+    /// the format's range (above the overflow threshold, or below half the
+    /// smallest subnormal) the result is decided from them without building
+    /// the number, so "1e-99999999999" costs no more than "1e-999".
+    ///
+    /// Every NaN numeral gives the NaN that self_nan() makes in that
+    /// representation: like the rest of the library, which folds every NaN
+    /// into one pattern, it keeps neither a sign ("-nan") nor a payload
+    /// ("nan(...)" is not accepted).
+    ///
+    /// Malformed text throws IEEEFloat::error with the message
+    /// `invalid number: "TEXT"`, TEXT being the whole argument as given. A
+    /// decimal numeral whose value lies within reach of the format but whose
+    /// exponent, after trailing zeros are set aside, exceeds 2^24 in magnitude
+    /// (an exact power of ten of more than 4 MiB), or a numeral whose
+    /// exponent exceeds 2^62 in magnitude, in a format so wide that it cannot
+    /// be decided from the digits, throws "reached limit on float precision";
+    /// every numeral of a format with up to 26 exponent bits and of fewer than
+    /// about six million digits is read. Throws "bad rounding mode: N" for a
+    /// mode above 3 when the result is inexact.
+    ///
+    /// The text is taken as a std::string_view so that numerals can be read
+    /// straight out of a larger buffer without a copy.
+    static IEEEFloat from_string(std::string_view text, format fmt, rounding_mode mode);
+
     // ---- Arithmetic ---------------------------------------------------------
     //
     // In the generic representation a NaN operand is the result as it stands

@@ -397,6 +397,17 @@ void Emulator::from_scaled(mpz_class& out, bool negative, const mpz_class& sig, 
     encode(out, r_);
 }
 
+bool Emulator::read(mpz_class& out, const std::string& text, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_full_range();
+    char* end = nullptr;
+    int t = mpfr_strtofr(r_, text.c_str(), &end, 0, rnd);
+    if (text.empty() || end != text.c_str() + text.size()) return false;
+    fit_to_format(r_, t, rnd);
+    encode(out, r_);
+    return true;
+}
+
 Word Emulator::apply(Operation op, Word a, Word b, int mode) {
     switch (op) {
     case Operation::Add:
@@ -563,6 +574,13 @@ mpz_class from_rational(const mpq_class& q, Format fmt, int mode) {
 mpz_class from_scaled(Format fmt, bool negative, const mpz_class& sig, long exp2, int mode) {
     mpz_class r;
     emulator_for(fmt).from_scaled(r, negative, sig, exp2, mode);
+    return r;
+}
+
+mpz_class read_numeral(Format fmt, const std::string& text, int mode) {
+    mpz_class r;
+    if (!emulator_for(fmt).read(r, text, mode))
+        throw std::invalid_argument("oracle: MPFR does not read \"" + text + "\"");
     return r;
 }
 

@@ -181,6 +181,10 @@ public:
     /// ±sig × 2^exp2 (sig >= 0, any size) rounded once to the format; a zero sig gives
     /// the zero of the requested sign.
     void from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2, int mode);
+    /// The numeral `text` as MPFR reads it in base 0 (decimal, "0x" hexadecimal with
+    /// an optional "p" exponent, "inf", "infinity", "nan") rounded once to the format.
+    /// Returns false, leaving `out` alone, when MPFR does not read the whole text.
+    bool read(mpz_class& out, const std::string& text, int mode);
     /// `op` applied to a and b (b is ignored for Sqrt).
     void apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
     /// @}
@@ -269,6 +273,12 @@ mpz_class from_rational(const mpq_class& q, Format fmt, int mode);
 /// The value ±sig × 2^exp2 correctly rounded to `fmt` (negative for `negative`;
 /// sig >= 0). Cheap even for exponents far beyond what a rational could hold.
 mpz_class from_scaled(Format fmt, bool negative, const mpz_class& sig, long exp2, int mode);
+
+/// The numeral `text` (decimal or "0x" hexadecimal, with exponent, or "inf",
+/// "infinity", "nan") correctly rounded once to `fmt` under `mode`, as MPFR reads it.
+/// A NaN gives `nan_pattern`. Throws std::invalid_argument when MPFR does not read the
+/// whole text.
+mpz_class read_numeral(Format fmt, const std::string& text, int mode);
 
 /// What the library's conversion of an exact number gives. An integer is rounded
 /// once. A non-integer ±N/D (lowest terms) is rounded twice: first correctly to the
