@@ -1,16 +1,45 @@
 // The conveniences around IEEEFloat: named formats, value operators, stream
 // output, hashing and hexadecimal text.
 
+#include "numbers_testing.h"
 #include "tarn/ieeefloat/ieeefloat.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <iomanip>
+#include <sstream>
+#include <unordered_set>
 
 namespace {
 
 using tarn::IEEEFloat;
 using tarn::QNumber;
 using format = IEEEFloat::format;
+using mode = IEEEFloat::rounding_mode;
+
+/// The value of `fmt` with packed integer `bits`, held in `repr`.
+IEEEFloat held_as(format fmt, const QNumber& bits, IEEEFloat::Repr repr,
+                  mode rounding = IEEEFloat::ROUND_NEAREST_EVEN) {
+    IEEEFloat x = IEEEFloat::from_bits(bits, fmt);
+    x.self_specialize_repr(repr);
+    x.set_rounding_mode(rounding);
+    return x;
+}
+
+/// The same value held in the representation the library picks and, where
+/// that is a word, also generically: the conveniences must not care.
+std::vector<IEEEFloat> every_holding(format fmt, const QNumber& bits) {
+    std::vector<IEEEFloat> all{IEEEFloat::from_bits(bits, fmt)};
+    if (IEEEFloat::get_best_repr(fmt) != IEEEFloat::REPR_GENERIC)
+        all.push_back(held_as(fmt, bits, IEEEFloat::REPR_GENERIC));
+    return all;
+}
+
+std::string streamed(const IEEEFloat& x) {
+    std::ostringstream out;
+    out << x;
+    return out.str();
+}
 
 static_assert(format::binary64() == format(11, 52), "named formats are usable at compile time");
 
@@ -58,6 +87,179 @@ TEST(NamedFormats, LookupIgnoresCaseOnlyAndRejectsEverythingElse) {
         EXPECT_EQ(format::by_name(unknown), std::nullopt) << '"' << unknown << '"';
     EXPECT_TRUE(format(8, 52).name().empty());
     EXPECT_TRUE(format().name().empty());
+}
+
+// ---- Value operators -------------------------------------------------------
+
+TEST(ValueOperators, AgreeWithCompoundOnesAndTakeTheFirstOperandsMode) {
+    // 1 and the smallest positive value: every inexact case rounds differently
+    // under different modes, so using the second operand's mode shows.
+    struct Case {
+        format fmt;
+        IEEEFloat::Repr repr;
+    };
+    const Case cases[] = {{{8, 23}, IEEEFloat::REPR_FLOAT32},
+                          {{8, 23}, IEEEFloat::REPR_GENERIC},
+                          {{11, 52}, IEEEFloat::REPR_FLOAT64},
+                          {{5, 10}, IEEEFloat::REPR_GENERIC},
+                          {{15, 112}, IEEEFloat::REPR_GENERIC}};
+    for (const Case& c : cases)
+        for (int first = 0; first < 4; ++first)
+            for (int second = 0; second < 4; ++second) {
+                SCOPED_TRACE(::testing::Message()
+                             << "format (" << c.fmt.exponent_width << ", " << c.fmt.mantissa_width
+                             << ") repr " << c.repr << " modes " << first << "/" << second);
+                const IEEEFloat one = IEEEFloat::from_number(QNumber(1L), c.fmt, mode(first));
+                IEEEFloat a = held_as(c.fmt, one.get_bits(), c.repr, mode(first));
+                const IEEEFloat b = held_as(c.fmt, QNumber(1L), c.repr, mode(second));
+                using Compound = IEEEFloat& (IEEEFloat::*)(const IEEEFloat&);
+                using Value = IEEEFloat (*)(IEEEFloat, const IEEEFloat&);
+                const std::pair<Compound, Value> ops[] = {
+                    {&IEEEFloat::operator+=, tarn::operator+ },
+                     {&IEEEFloat::operator-=, tarn::operator- },
+                      {&IEEEFloat::operator*=, tarn::operator* },
+                       {&IEEEFloat::operator/=, tarn::operator/ } };
+                for (const auto& [compound, value] : ops) {
+                    IEEEFloat want = a;
+                    (want.*compound)(b);
+                    const IEEEFloat got = value(a, b);
+                    EXPECT_EQ(got.get_bits(), want.get_bits());
+                    EXPECT_EQ(got.get_rounding_mode(), mode(first));
+                    EXPECT_EQ(got.get_repr(), c.repr);
+                    EXPECT_EQ(got.get_format(), c.fmt);
+                }
+                EXPECT_EQ(a.get_bits(), one.get_bits()) << "an operand changed";
+            }
+}
+
+TEST(ValueOperators, UnaryMinusFlipsTheSignOfAllButNaNs) {
+    const format half = format::binary16();
+    for (long bits : {0x0000L, 0x8000L, 0x3C00L, 0xBC00L, 0x0001L, 0x7C00L, 0xFC00L})
+        for (const IEEEFloat& x : every_holding(half, QNumber(bits))) {
+            const IEEEFloat negated = -x;
+            EXPECT_EQ(negated.get_bits(), QNumber(bits ^ 0x8000L)) << bits;
+            EXPECT_EQ(x.get_bits(), QNumber(bits)) << "the operand changed";
+        }
+    IEEEFloat nan(format::binary64(), IEEEFloat::ROUND_NEAREST_EVEN);
+    nan.self_nan();
+    EXPECT_EQ((-nan).get_bits(), nan.get_bits());
+}
+
+// ---- Stream output -----------------------------------------------------------
+
+TEST(StreamOutput, WritesTheDecimalTextAndNamesTheSpecials) {
+    struct Case {
+        format fmt;
+        long bits;
+        const char* text;
+    };
+    const Case cases[] = {
+        {format::binary32(), 0x3F800000L, "1"},
+        {format::binary32(), 0x80000000L, "-0"},
+        {format::binary32(), 0x3DCCCCCDL, "0.1"},
+        {format::binary32(), 0xC0200000L, "-2.5"},
+        {format::binary32(), 0x7F800000L, "inf"},
+        {format::binary32(), 0xFF800000L, "-inf"},
+        {format::binary32(), 0x7FC00000L, "nan"},
+        {format::binary16(), 0x7BFFL, "65500"},
+        {format::binary16(), 0xFC00L, "-inf"},
+        {format::e4m3(), 0x77L, "240"},
+        {format::e4m3(), 0x01L, "0.002"},
+        {format::bfloat16(), 0x7FC0L, "nan"},
+        {format::binary64(), 0x4000000000000001L, "2.0000000000000004"},
+    };
+    for (const Case& c : cases)
+        for (const IEEEFloat& x : every_holding(c.fmt, QNumber(c.bits)))
+            EXPECT_EQ(streamed(x), c.text) << std::hex << c.bits;
+    EXPECT_EQ(streamed(IEEEFloat()), "0");
+}
+
+TEST(StreamOutput, HonoursWidthAndFillForTheWholeText) {
+    std::ostringstream out;
+    out << std::setw(6) << std::setfill('.')
+        << IEEEFloat::from_bits(QNumber(0xBC00L), format::binary16()) << '|' << std::left
+        << std::setw(5) << IEEEFloat::from_bits(QNumber(0x7C00L), format::binary16());
+    EXPECT_EQ(out.str(), "....-1|inf..");
+}
+
+TEST(StreamOutput, QNumberWritesIntegersAndFractionsInLowestTerms) {
+    const std::pair<QNumber, const char*> cases[] = {
+        {QNumber(-5L), "-5"},
+        {QNumber(6L, -8L), "-3/4"},
+        {QNumber(mpz_class(mpz_class(1) << 64)), "18446744073709551616"},
+        {QNumber(mpz_class(-1), mpz_class(1) << 64), "-1/18446744073709551616"},
+    };
+    for (const auto& [q, text] : cases) {
+        std::ostringstream out;
+        out << q;
+        EXPECT_EQ(out.str(), text);
+    }
+}
+
+// ---- Hashing -----------------------------------------------------------------
+
+TEST(Hashing, QNumberHashesByValueWhateverTheForm) {
+    const QNumber values[] = {QNumber(0L),
+                              QNumber(1L),
+                              QNumber(-1L),
+                              QNumber(7L, 3L),
+                              QNumber(-7L, 3L),
+                              QNumber(LONG_MAX),
+                              QNumber(-LONG_MAX),
+                              QNumber(1L, LONG_MAX),
+                              QNumber(LONG_MIN),
+                              QNumber(mpz_class(1) << 200, mpz_class(3)),
+                              QNumber(mpz_class(mpz_class(-1) << 64))};
+    const std::hash<QNumber> hash;
+    for (const QNumber& q : values) {
+        EXPECT_EQ(hash(tarn::testing::forced_big(q)), hash(q)) << q;
+        if (!q.is_negative() && q.is_integer() && q.is_small()) {
+            const auto word = static_cast<std::uint64_t>(q.to_mpz().get_si());
+            EXPECT_EQ(QNumber::hash_of_word(word), hash(q)) << q;
+        }
+    }
+    EXPECT_EQ(QNumber::hash_of_word(~std::uint64_t{0}),
+              hash(QNumber(mpz_class((mpz_class(1) << 64) - 1))));
+    // The sign and the split between numerator and denominator both count.
+    EXPECT_NE(hash(QNumber(3L)), hash(QNumber(-3L)));
+    EXPECT_NE(hash(QNumber(2L, 3L)), hash(QNumber(3L, 2L)));
+}
+
+TEST(Hashing, IEEEFloatHashesFormatAndBitsWhateverTheRepresentation) {
+    const std::hash<IEEEFloat> hash;
+    const std::pair<format, QNumber> patterns[] = {
+        {format::binary32(), QNumber(0x3F800000L)},
+        {format::binary32(), QNumber(0xBF800000L)},
+        {format::binary32(), QNumber(0x7FC00000L)},
+        {format::binary64(), QNumber(0x3FF0000000000000L)},
+        {format::binary64(), QNumber(mpz_class("0xBFF0000000000000"))},
+        {format::binary64(), QNumber(mpz_class("0xFFF0000000000000"))},
+    };
+    for (const auto& [fmt, bits] : patterns) {
+        const std::vector<IEEEFloat> holdings = every_holding(fmt, bits);
+        ASSERT_EQ(holdings.size(), 2u);
+        EXPECT_EQ(holdings[0].get_bits(), holdings[1].get_bits());
+        EXPECT_EQ(hash(holdings[0]), hash(holdings[1])) << bits;
+    }
+    // Same bits, other format: a different key.
+    EXPECT_NE(hash(IEEEFloat::from_bits(QNumber(0x3C00L), format::binary16())),
+              hash(IEEEFloat::from_bits(QNumber(0x3C00L), format(6, 9))));
+}
+
+TEST(Hashing, ZerosMeetUnderIEEEEqualityAndPatternsSpread) {
+    const format half = format::binary16();
+    std::unordered_set<IEEEFloat> values;
+    std::unordered_set<std::size_t> hashes;
+    for (long bits = 0; bits < 0x10000; ++bits) {
+        const IEEEFloat x = IEEEFloat::from_bits(QNumber(bits), half);
+        if (!x.is_nan()) values.insert(x);
+        hashes.insert(std::hash<IEEEFloat>()(x));
+    }
+    // -0 and +0 are one key under operator==; NaNs all become the library NaN.
+    const std::size_t distinct_non_nan = 0x10000 - 2 * 0x3FF - 1;
+    EXPECT_EQ(values.size(), distinct_non_nan);
+    EXPECT_EQ(hashes.size(), distinct_non_nan + 1);
+    EXPECT_EQ(values.count(IEEEFloat::from_bits(QNumber(0x8000L), half)), 1u);
 }
 
 } // namespace

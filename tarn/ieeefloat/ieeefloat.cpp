@@ -27,6 +27,7 @@
 #include <cstdint>
 #include <gmp.h>
 #include <limits>
+#include <ostream>
 #include <string>
 
 namespace tarn {
@@ -2952,6 +2953,31 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
     }
     result.self_specialize_repr(get_best_repr(f));
     return result;
+}
+
+// ===========================================================================
+// Conveniences: stream output and hashing
+// ===========================================================================
+
+std::ostream& operator<<(std::ostream& os, const IEEEFloat& x) {
+    if (x.is_nan()) return os << "nan";
+    if (x.is_inf()) return os << (x.get_sign() ? "-inf" : "inf");
+    return os << x.to_float_str();
+}
+
+std::size_t IEEEFloat::hash() const noexcept {
+    const std::size_t widths =
+        QNumber::hash_combine(QNumber::hash_combine(0, fmt.exponent_width), fmt.mantissa_width);
+    // Zeros hash as +0 so that -0 and +0, equal under operator==, meet.
+    if (is_zero()) return QNumber::hash_combine(widths, QNumber::hash_of_word(0));
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        return QNumber::hash_combine(widths, QNumber::hash_of_word(value.bits32));
+    case REPR_FLOAT64:
+        return QNumber::hash_combine(widths, QNumber::hash_of_word(value.bits64));
+    default:
+        return QNumber::hash_combine(widths, value.packed->hash());
+    }
 }
 
 } // namespace tarn

@@ -31,7 +31,10 @@
 #include "tarn/exception/exception.h"
 #include "tarn/numbers/qnumber.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -383,6 +386,17 @@ public:
     /// the bit pattern grouped as {sign_exponent_mantissa}.
     std::string to_str() const;
 
+    // ---- Hashing ------------------------------------------------------------
+
+    /// A hash of the format and the bit pattern: values with the same format
+    /// and the same get_bits() hash equally, whichever representation holds
+    /// them (a binary32 value held as a word and as a packed integer alike).
+    /// The two zeros of a format hash alike too, so the hash suits both
+    /// operator== (where +0 equals -0) and a bit-for-bit equality as the
+    /// key comparison. NaNs never equal themselves under operator==; key
+    /// containers that must hold NaNs on a bitwise comparison.
+    std::size_t hash() const noexcept;
+
 private:
     // The rounding mode is kept in the low 30 bits and the representation in
     // the top 2 bits of one word, so the whole object is four machine words.
@@ -413,4 +427,50 @@ private:
     Value value{0};
 };
 
+// ---- Value operators ---------------------------------------------------------
+//
+// Each is the compound operator on a copy of the first operand, so the result
+// has the first operand's format, representation and rounding mode, and the
+// two operands must share format and representation as for the compound ones.
+
+/// a + b, rounded under a's rounding mode.
+inline IEEEFloat operator+(IEEEFloat a, const IEEEFloat& b) {
+    a += b;
+    return a;
+}
+/// a - b, rounded under a's rounding mode.
+inline IEEEFloat operator-(IEEEFloat a, const IEEEFloat& b) {
+    a -= b;
+    return a;
+}
+/// a * b, rounded under a's rounding mode.
+inline IEEEFloat operator*(IEEEFloat a, const IEEEFloat& b) {
+    a *= b;
+    return a;
+}
+/// a / b, rounded under a's rounding mode.
+inline IEEEFloat operator/(IEEEFloat a, const IEEEFloat& b) {
+    a /= b;
+    return a;
+}
+/// a with its sign flipped (exact, never rounds); a NaN comes back as it is,
+/// as self_neg leaves it.
+inline IEEEFloat operator-(IEEEFloat a) {
+    a.self_neg();
+    return a;
+}
+
+/// Writes the value as to_float_str does for finite values, and "nan", "inf"
+/// or "-inf" for the others; the stream's width and fill apply to the whole
+/// text. Passes on to_float_str's precision-limit error.
+std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);
+
 } // namespace tarn
+
+namespace std {
+/// Hashes IEEEFloats by format and bit pattern (IEEEFloat::hash).
+template <>
+struct hash<tarn::IEEEFloat> {
+    std::size_t operator()(const tarn::IEEEFloat& x) const noexcept { return x.hash(); }
+};
+} // namespace std

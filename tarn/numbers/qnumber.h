@@ -13,6 +13,9 @@
 #pragma once
 
 #include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <gmp.h>
 #include <gmpxx.h>
 #include <ostream>
@@ -325,6 +328,19 @@ public:
         return z;
     }
 
+    /// A hash of the value: equal values hash equally whatever their forms,
+    /// because numerator and denominator are hashed through their 64-bit
+    /// magnitude chunks and signs, which do not depend on the form. The same
+    /// on every run and platform with 64-bit size_t.
+    std::size_t hash() const noexcept;
+    /// hash() of the non-negative integer `word`, computed without building a
+    /// QNumber: a type that holds a number either as a machine word or as a
+    /// QNumber integer (as IEEEFloat does) hashes both holdings alike with it.
+    static std::size_t hash_of_word(std::uint64_t word) noexcept;
+    /// The mixing step hash() is built from, for types that combine a
+    /// QNumber's hash with further fields.
+    static std::size_t hash_combine(std::size_t seed, std::uint64_t chunk) noexcept;
+
     friend bool operator==(QNumber const& a, QNumber const& b) noexcept;
     friend bool operator<(QNumber const& a, QNumber const& b);
     friend bool operator<(QNumber const& a, long n);
@@ -369,6 +385,22 @@ private:
         mp_limb_t limb_ = 0;
         mpz_t z_;
     };
+
+    // ---- hashing ------------------------------------------------------------
+
+    /// The start of an integer's hash: its sign.
+    static std::size_t hash_seed(int sign) noexcept {
+        return hash_combine(0, static_cast<std::uint64_t>(static_cast<long>(sign)));
+    }
+    /// The hash of a word integer, as hash_big_integer would give for it.
+    static std::size_t hash_word_integer(long v) noexcept {
+        const std::size_t seed = hash_seed((v > 0) - (v < 0));
+        return v == 0 ? seed : hash_combine(seed, magnitude(v));
+    }
+    /// The hash of a GMP integer: its sign, then its magnitude in 64-bit
+    /// chunks from the lowest, so a magnitude below 2^64 is one chunk as in
+    /// hash_word_integer.
+    static std::size_t hash_big_integer(mpz_srcptr z) noexcept;
 
     union {
         long num_;  ///< small form: the numerator
@@ -956,4 +988,50 @@ inline std::ostream& operator<<(std::ostream& os, QNumber const& q) {
     return os;
 }
 
+inline std::size_t QNumber::hash_combine(std::size_t seed, std::uint64_t chunk) noexcept {
+    // The seed is scaled before the chunk is added so that combining is not
+    // symmetric (2/3 and 3/2 must not meet); the finaliser of splitmix64 then
+    // carries every input bit to every output bit, so unordered containers
+    // keyed on nearby integers (consecutive bit patterns, say) do not cluster.
+    std::uint64_t x = (static_cast<std::uint64_t>(seed) + 1) * 0x9e3779b97f4a7c15ULL + chunk;
+    x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
+    return static_cast<std::size_t>(x ^ (x >> 31));
+}
+
+inline std::size_t QNumber::hash_big_integer(mpz_srcptr z) noexcept {
+    // Limbs are gathered into 64-bit chunks, so the hash does not depend on
+    // the limb size GMP was built with.
+    static_assert(GMP_NAIL_BITS == 0 && 64 % GMP_NUMB_BITS == 0, "limbs must tile 64 bits");
+    constexpr std::size_t limbs_per_chunk = 64 / GMP_NUMB_BITS;
+    std::size_t h = hash_seed(mpz_sgn(z));
+    const std::size_t limbs = mpz_size(z);
+    for (std::size_t i = 0; i < limbs; i += limbs_per_chunk) {
+        std::uint64_t chunk = 0;
+        for (std::size_t j = 0; j < limbs_per_chunk && i + j < limbs; ++j)
+            chunk |= static_cast<std::uint64_t>(mpz_getlimbn(z, static_cast<mp_size_t>(i + j)))
+                     << (j * GMP_NUMB_BITS);
+        h = hash_combine(h, chunk);
+    }
+    return h;
+}
+
+inline std::size_t QNumber::hash() const noexcept {
+    if (is_small()) return hash_combine(hash_word_integer(num_), hash_word_integer(den_));
+    return hash_combine(hash_big_integer(big_->num), hash_big_integer(big_->den));
+}
+
+inline std::size_t QNumber::hash_of_word(std::uint64_t word) noexcept {
+    const std::size_t magnitude_hash = word == 0 ? hash_seed(0) : hash_combine(hash_seed(1), word);
+    return hash_combine(magnitude_hash, hash_word_integer(1));
+}
+
 } // namespace tarn
+
+/// Hashes QNumbers by value (QNumber::hash), for unordered containers.
+namespace std {
+template <>
+struct hash<tarn::QNumber> {
+    std::size_t operator()(tarn::QNumber const& q) const noexcept { return q.hash(); }
+};
+} // namespace std
