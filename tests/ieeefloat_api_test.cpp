@@ -5,8 +5,12 @@
 #include "tarn/ieeefloat/ieeefloat.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <iomanip>
+#include <random>
 #include <sstream>
 #include <unordered_set>
 
@@ -260,6 +264,106 @@ TEST(Hashing, ZerosMeetUnderIEEEEqualityAndPatternsSpread) {
     EXPECT_EQ(values.size(), distinct_non_nan);
     EXPECT_EQ(hashes.size(), distinct_non_nan + 1);
     EXPECT_EQ(values.count(IEEEFloat::from_bits(QNumber(0x8000L), half)), 1u);
+}
+
+// ---- Hexadecimal text ------------------------------------------------------
+
+TEST(HexText, WritesExactDigitsForEveryKindOfFormat) {
+    struct Case {
+        format fmt;
+        const char* bits; // hexadecimal pattern
+        const char* text;
+    };
+    const Case cases[] = {
+        {format::binary64(), "3ff0000000000000", "0x1p+0"},
+        {format::binary64(), "3fc8000000000000", "0x1.8p-3"},
+        {format::binary64(), "8000000000000000", "-0x0p+0"},
+        {format::binary64(), "0000000000000001", "0x0.0000000000001p-1022"},
+        {format::binary64(), "800fffffffffffff", "-0x0.fffffffffffffp-1022"},
+        {format::binary64(), "7fefffffffffffff", "0x1.fffffffffffffp+1023"},
+        {format::binary64(), "fff0000000000000", "-inf"},
+        {format::binary64(), "7ff8000000000000", "nan"},
+        {format::binary32(), "00000001", "0x0.000002p-126"},
+        {format::binary32(), "3f800001", "0x1.000002p+0"},
+        {format::binary16(), "3555", "0x1.554p-2"},
+        {format::binary16(), "0200", "0x0.8p-14"},
+        {format::e4m3(), "3c", "0x1.8p+0"},
+        {format::e4m3(), "39", "0x1.2p+0"},
+        {format::e4m3(), "81", "-0x0.2p-6"},
+        {format::e4m3(), "78", "inf"},
+        {format::bfloat16(), "3f81", "0x1.02p+0"},
+        {{5, 0}, "11", "0x1p+2"},
+        {{1, 2}, "1", "0x0.4p+1"}, // no bias: the subnormal exponent is 1
+        {format::binary128(), "3fff0000000000000000000000000001",
+         "0x1.0000000000000000000000000001p+0"},
+        {format::binary128(), "00000000000000000000000000000001",
+         "0x0.0000000000000000000000000001p-16382"},
+        {format::binary256(), "7ffff00000000000000000000000000000000000000000000000000000000000",
+         "inf"},
+        {format::binary256(), "3ffff80000000000000000000000000000000000000000000000000000000000",
+         "0x1.8p+0"},
+        // Exponent fields wider than a word: the exponent is still written in full.
+        {{70, 3}, "1fffffffffffffffff7", "0x1.ep+590295810358705651711"},
+        {{70, 3}, "1", "0x0.2p-590295810358705651710"},
+    };
+    for (const Case& c : cases)
+        for (const IEEEFloat& x : every_holding(c.fmt, QNumber(mpz_class(c.bits, 16))))
+            EXPECT_EQ(x.to_hex_str(), c.text) << c.bits << " held as " << x.get_repr();
+    EXPECT_EQ(IEEEFloat().to_hex_str(), "0x0p+0");
+}
+
+/// What the C library's %a prints for `d`.
+std::string printf_hex(double d) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%a", d);
+    return text;
+}
+
+TEST(HexText, MatchesTheCLibraryOnBinary64AndWidenedBinary32) {
+    std::mt19937_64 engine(0x4E5);
+    SCOPED_TRACE("seed 0x4E5");
+    const int count = tarn::testing::scaled(100000);
+    for (int i = 0; i < count && !HasFailure(); ++i) {
+        // Half uniform patterns, half with the exponent field near its ends,
+        // where the subnormals and the largest values are.
+        std::uint64_t bits = engine();
+        if (i % 2) bits ^= (i % 4 == 1 ? bits : ~bits) & (std::uint64_t{0x7fe} << 52);
+        double d;
+        std::memcpy(&d, &bits, sizeof d);
+        if (std::isnan(d)) continue;
+        for (const IEEEFloat& x :
+             every_holding(format::binary64(), QNumber(mpz_class(std::to_string(bits)))))
+            ASSERT_EQ(x.to_hex_str(), printf_hex(d)) << std::hex << bits;
+
+        // Widened, a binary32 subnormal becomes a normal binary64 value, so
+        // for those only the value read back from the text can be compared.
+        const auto bits32 = static_cast<std::uint32_t>(i % 2 ? bits >> 32 & 0x807fffff : bits);
+        float f;
+        std::memcpy(&f, &bits32, sizeof f);
+        if (std::isnan(f)) continue;
+        const std::string text =
+            IEEEFloat::from_bits(QNumber(static_cast<long>(bits32)), format::binary32())
+                .to_hex_str();
+        if (std::fpclassify(f) == FP_SUBNORMAL)
+            ASSERT_EQ(std::strtod(text.c_str(), nullptr), static_cast<double>(f)) << text;
+        else
+            ASSERT_EQ(text, printf_hex(f)) << std::hex << bits32;
+    }
+}
+
+TEST(HexText, ReadsBackAsTheSameValueInSmallFormats) {
+    for (format fmt : {format{2, 1}, format{3, 2}, format{4, 3}, format{5, 2}, format{2, 6},
+                       format{6, 5}, format{5, 10}, format{8, 7}}) {
+        const long patterns = 1L << (fmt.exponent_width + fmt.mantissa_width + 1);
+        for (long bits = 0; bits < patterns; ++bits) {
+            const IEEEFloat x = IEEEFloat::from_bits(QNumber(bits), fmt);
+            if (x.is_nan()) continue;
+            const std::string text = x.to_hex_str();
+            const IEEEFloat back = IEEEFloat::from_string(text, fmt, IEEEFloat::ROUND_TOWARD_ZERO);
+            ASSERT_EQ(back.get_bits(), x.get_bits())
+                << text << " in (" << fmt.exponent_width << ", " << fmt.mantissa_width << ")";
+        }
+    }
 }
 
 } // namespace

@@ -2980,4 +2980,104 @@ std::size_t IEEEFloat::hash() const noexcept {
     }
 }
 
+// ===========================================================================
+// Conveniences: hexadecimal text
+// ===========================================================================
+//
+// The hexadecimal form is read straight off the bit pattern: the mantissa
+// field gives the digits and the exponent field the exponent, so no
+// arithmetic on the value is needed and formats of any width are written
+// without a precision limit.
+
+namespace {
+
+constexpr char hex_digits[] = "0123456789abcdef";
+
+/// Appends "." and the mantissa field [0, m) as a binary fraction in hex
+/// digits, padded with zero bits on the right and without trailing zero
+/// digits; appends nothing when the field is zero.
+template <class BitAt>
+void append_hex_fraction(unsigned long m, BitAt bit_at, std::string& text) {
+    std::string digits;
+    digits.reserve((m + 3) / 4);
+    for (unsigned long top = m; top > 0;) { // `top` is one above the digit's highest bit
+        unsigned digit = 0;
+        for (int i = 0; i < 4; ++i) {
+            digit <<= 1;
+            if (top > 0) digit |= bit_at(--top) ? 1u : 0u;
+        }
+        digits += hex_digits[digit];
+    }
+    const std::size_t kept = digits.find_last_not_of('0');
+    if (kept == std::string::npos) return;
+    text += '.';
+    text.append(digits, 0, kept + 1);
+}
+
+/// Appends the unbiased exponent of the exponent field [m, m + e): the
+/// field minus the bias, or 1 - bias for a subnormal's zero field. Fields of
+/// up to 62 bits are worked in a word; wider ones in GMP integers.
+template <class BitAt>
+void append_hex_exponent(unsigned long e, unsigned long m, BitAt bit_at, std::string& text) {
+    if (e <= 62) {
+        std::uint64_t biased = 0;
+        for (unsigned long i = e; i-- > 0;)
+            biased = biased << 1 | (bit_at(m + i) ? 1u : 0u);
+        const long bias = static_cast<long>(low_mask(e - 1));
+        const long unbiased = biased == 0 ? 1 - bias : static_cast<long>(biased) - bias;
+        text += unbiased < 0 ? '-' : '+';
+        text += std::to_string(unbiased < 0 ? 0UL - static_cast<unsigned long>(unbiased)
+                                            : static_cast<unsigned long>(unbiased));
+        return;
+    }
+    mpz_class unbiased;
+    for (unsigned long i = 0; i < e; ++i)
+        if (bit_at(m + i)) mpz_setbit(unbiased.get_mpz_t(), i);
+    if (unbiased == 0) unbiased = 1;
+    mpz_class bias;
+    mpz_setbit(bias.get_mpz_t(), e - 1);
+    unbiased -= bias - 1;
+    text += sgn(unbiased) < 0 ? '-' : '+';
+    text += mpz_class(abs(unbiased)).get_str();
+}
+
+/// The hexadecimal text of a finite non-zero pattern of format (e, m).
+template <class BitAt>
+std::string finite_hex_text(unsigned long e, unsigned long m, BitAt bit_at, bool subnormal) {
+    std::string text = bit_at(e + m) ? "-0x" : "0x";
+    text += subnormal ? '0' : '1';
+    append_hex_fraction(m, bit_at, text);
+    text += 'p';
+    append_hex_exponent(e, m, bit_at, text);
+    return text;
+}
+
+} // namespace
+
+std::string IEEEFloat::to_hex_str() const {
+    // A format without exponent bits holds only zero, as its decimal text says.
+    if (fmt.exponent_width == 0) return "0x0p+0";
+    if (is_nan()) return "nan";
+    if (is_inf()) return get_sign() ? "-inf" : "inf";
+    if (is_zero()) return get_sign() ? "-0x0p+0" : "0x0p+0";
+    const bool subnormal = is_subnormal();
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+    case REPR_FLOAT64: {
+        // Words are read with their own layouts, as every word operation does.
+        const bool single = get_repr() == REPR_FLOAT32;
+        const std::uint64_t word = single ? value.bits32 : value.bits64;
+        return finite_hex_text(
+            single ? 8 : 11, single ? 23 : 52,
+            [word](unsigned long i) { return i < 64 && ((word >> i) & 1); }, subnormal);
+    }
+    default: {
+        const QNumber& packed = *value.packed;
+        return finite_hex_text(
+            fmt.exponent_width, fmt.mantissa_width,
+            [&packed](unsigned long i) { return BVNumber::test_bit(packed, i); }, subnormal);
+    }
+    }
+}
+
 } // namespace tarn

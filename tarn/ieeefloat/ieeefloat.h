@@ -385,6 +385,21 @@ public:
     /// "[e:m]", the value as to_float_str writes it (or NaN, +Inf, -Inf), then
     /// the bit pattern grouped as {sign_exponent_mantissa}.
     std::string to_str() const;
+    /// The value in the hexadecimal form of C99's %a, exact for every format:
+    /// "0x1.8p-3" for 0.1875. A normal value is "0x1." followed by its
+    /// mantissa field as hex digits and "p" with the unbiased exponent in
+    /// decimal, always signed ("0x1p+0" for 1). The field is read as a binary
+    /// fraction: when m is not a multiple of 4 it is padded with zero bits on
+    /// the right, so e4m3's 1.125 is "0x1.2p+0", as binary32 values widened to
+    /// binary64 print. Trailing zero digits are dropped, and the point with
+    /// them when none is left. A subnormal keeps the smallest normal exponent
+    /// with a leading "0x0." ("0x0.0000000000001p-1022" for binary64's
+    /// smallest), so its digits are its bit pattern, as the C library prints
+    /// binary64 subnormals. Zeros are "0x0p+0" and "-0x0p+0", infinities
+    /// "inf" and "-inf", every NaN "nan" (the library keeps no NaN sign). A
+    /// "-" leads every negative value. Exponents of any size are written in
+    /// full; nothing throws.
+    std::string to_hex_str() const;
 
     // ---- Hashing ------------------------------------------------------------
 
