@@ -2681,14 +2681,25 @@ constexpr long exponent_cap = long{1} << 62;
 /// built exactly: 5^(2^24) has about 39 million bits (under 5 MiB).
 constexpr long decimal_exponent_limit = long{1} << 24;
 
+/// The significant digits of a finite numeral: the part of its mantissa
+/// from the first non-zero digit to the last (a point may lie inside it),
+/// how many digits that is, and the position of the last one counted from
+/// the units digit (0 for the units digit, negative after the point).
+/// `count` is 0 when no digit is non-zero.
+struct SignificantDigits {
+    std::string_view span;
+    long count = 0;
+    long last_position = 0;
+};
+
 /// A numeral whose syntax has been checked, not yet converted.
 struct Numeral {
     enum class Kind { finite, infinity, nan };
     Kind kind = Kind::finite;
     bool negative = false;
     bool hex = false;
-    /// The mantissa digits as written, with at most one point among them.
-    std::string_view mantissa;
+    /// The significant digits of the mantissa.
+    SignificantDigits digits;
     /// The written exponent (of ten, or of two for hexadecimal), saturated
     /// at +-exponent_cap.
     long exponent = 0;
@@ -2756,47 +2767,59 @@ bool parse_numeral(std::string_view text, Numeral& out) {
     out.hex = text.size() > 1 && text[0] == '0' && (text[1] | 0x20) == 'x';
     if (out.hex) text.remove_prefix(2);
 
-    std::size_t end = 0;
-    bool seen_digit = false, seen_point = false;
+    // One pass finds the end of the mantissa, its point and its first and
+    // last non-zero digits.
+    constexpr std::size_t none = std::string_view::npos;
+    std::size_t end = 0, point = none, first = none, last = none;
+    bool seen_digit = false;
     for (; end < text.size(); ++end) {
         const char c = text[end];
         if (out.hex ? is_hex_digit(c) : is_decimal_digit(c)) {
             seen_digit = true;
-        } else if (c == '.' && !seen_point) {
-            seen_point = true;
+            if (c == '0') continue;
+            if (first == none) first = end;
+            last = end;
+        } else if (c == '.' && point == none) {
+            point = end;
         } else {
             break;
         }
     }
     if (!seen_digit) return false;
-    out.mantissa = text.substr(0, end);
+    if (first != none) {
+        if (point == none) point = end;
+        SignificantDigits& digits = out.digits;
+        digits.span = text.substr(first, last - first + 1);
+        digits.count = static_cast<long>(digits.span.size()) - (first < point && point < last);
+        // The units digit sits just before the point.
+        digits.last_position =
+            last < point ? static_cast<long>(point - 1 - last) : -static_cast<long>(last - point);
+    }
     if (end == text.size()) return true;
     const char marker = static_cast<char>(text[end] | 0x20);
     if (marker != (out.hex ? 'p' : 'e')) return false;
     return read_exponent(text.substr(end + 1), out.exponent, out.exponent_saturated);
 }
 
-/// The significant digits of a finite numeral: its mantissa digits from the
-/// first non-zero one to the last, without the point, and the position of
-/// the last one, counted in digits from the units digit (0 for the units
-/// digit, negative after the point). With no non-zero digit, `digits` is left
-/// empty.
-struct SignificantDigits {
-    std::string digits;
-    long last_position = 0;
-};
+/// The digits of `span` without its point, as GMP reads them.
+void copy_digits(std::string_view span, std::string& out) {
+    out.clear();
+    for (const char c : span)
+        if (c != '.') out += c;
+}
 
-void significant_digits(std::string_view mantissa, SignificantDigits& out) {
-    out.digits.clear();
-    const std::size_t point = std::min(mantissa.find('.'), mantissa.size());
-    const std::size_t first = mantissa.find_first_not_of("0.");
-    if (first == std::string_view::npos) return;
-    const std::size_t last = mantissa.find_last_not_of("0.");
-    for (std::size_t i = first; i <= last; ++i)
-        if (mantissa[i] != '.') out.digits += mantissa[i];
-    // The units digit sits just before the point.
-    out.last_position =
-        last < point ? static_cast<long>(point - 1 - last) : -static_cast<long>(last - point);
+/// The first `n` digits of `span` (n at most 19 decimal or 16 hexadecimal
+/// digits) read as an integer.
+std::uint64_t leading_digits(std::string_view span, long n, bool hex) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; n > 0; ++i) {
+        const char c = span[i];
+        if (c == '.') continue;
+        value = hex ? value << 4 | static_cast<std::uint64_t>(hex_digit_value(c))
+                    : value * 10 + static_cast<std::uint64_t>(c - '0');
+        --n;
+    }
+    return value;
 }
 
 /// The binary exponents that bound a format's range: values of 2^overflow
@@ -2902,6 +2925,152 @@ Reach binary_reach(format f, long bits, long k) {
     return Reach::in_range;
 }
 
+// ---- Reading into formats whose patterns fit words -------------------------
+//
+// Most numerals have at most 19 significant digits and an exponent within the
+// range of binary64. For formats whose patterns fit a word they are read with
+// no allocation at all: the exact product C * 5^k, or a quotient
+// C * 2^j / 5^-k of more than 64 bits with its remainder, is formed in limbs on
+// the stack from a table of powers of five, cut to 63 bits with the bits cut
+// off folded into a sticky bit, and rounded by the word rounding core. Longer
+// numerals are bracketed: their first 19 digits C and C + 1 give two values
+// either side of the numeral's, and when both round alike (monotonic
+// rounding) so does the numeral; otherwise the exact path decides.
+
+/// The powers of five the word path uses: enough for every numeral of up to
+/// 19 digits within the range of binary64 (|k| <= 343).
+constexpr long max_tabled_power = 360;
+/// Limbs of 5^max_tabled_power (836 bits), with room to spare.
+constexpr mp_size_t max_power_limbs = 14;
+
+/// 5^0 to 5^max_tabled_power, made once for the process and then only read.
+class PowersOfFive {
+public:
+    PowersOfFive() {
+        mpz_init_set_ui(powers[0], 1);
+        for (long k = 1; k <= max_tabled_power; ++k) {
+            mpz_init(powers[k]);
+            mpz_mul_ui(powers[k], powers[k - 1], 5);
+        }
+    }
+    ~PowersOfFive() {
+        for (mpz_t& p : powers)
+            mpz_clear(p);
+    }
+    PowersOfFive(const PowersOfFive&) = delete;
+    PowersOfFive& operator=(const PowersOfFive&) = delete;
+
+    mpz_srcptr operator[](long k) const { return powers[k]; }
+
+private:
+    mpz_t powers[max_tabled_power + 1];
+};
+
+const PowersOfFive& powers_of_five() {
+    static const PowersOfFive table;
+    return table;
+}
+
+/// Formats the word path serves: their rounding fits words, and a 63-bit
+/// significand holds the kept bits, the round bit and a sticky bit below it.
+inline bool word_reading_format(format f) {
+    return word_rounding_format(f) && f.mantissa_width <= 60;
+}
+
+/// A significand cut to at most 63 bits, whatever was cut off (and any
+/// remainder left by a division) folded into its lowest bit; its value is
+/// bits * 2^shift, give or take that sticky bit.
+struct WordSignificand {
+    std::uint64_t bits;
+    long shift;
+};
+
+/// Cuts the n-limb integer at `limbs` (top limb not zero). A set `inexact`
+/// stands for a non-zero remainder below the lowest limb; it comes only with
+/// quotients of more than 64 bits, which always have bits cut off to carry it.
+WordSignificand cut_to_word(const mp_limb_t* limbs, mp_size_t n, bool inexact) {
+    const long length = 64 * (n - 1) + (64 - __builtin_clzll(limbs[n - 1]));
+    if (length <= 63) return {limbs[0], 0};
+    // Keep 63 bits: those at [shift, shift + 63).
+    const long shift = length - 63;
+    const auto index = static_cast<mp_size_t>(shift / 64);
+    const auto offset = static_cast<unsigned>(shift % 64);
+    std::uint64_t bits = limbs[index] >> offset;
+    if (offset != 0 && index + 1 < n) bits |= limbs[index + 1] << (64 - offset);
+    bool sticky = inexact || (offset != 0 && (limbs[index] & low_mask(offset)) != 0);
+    for (mp_size_t i = 0; i < index && !sticky; ++i)
+        sticky = limbs[i] != 0;
+    return {bits | std::uint64_t{sticky}, shift};
+}
+
+/// Rounds (-1)^negative * significand * 2^exponent (significand below 2^63)
+/// into the pattern of a word_reading_format format.
+std::uint64_t round_to_word_pattern(format f, rounding_mode mode, bool negative,
+                                    WordSignificand significand, long exponent) {
+    // Rounding -v toward +infinity is rounding v toward -infinity, negated.
+    // Rounding the magnitude keeps the pattern clear of the sign bit, where a
+    // QNumber word would have to grow into GMP storage.
+    rounding_mode magnitude_mode = mode;
+    if (negative && mode == IEEEFloat::ROUND_TOWARD_POSITIVE)
+        magnitude_mode = IEEEFloat::ROUND_TOWARD_NEGATIVE;
+    else if (negative && mode == IEEEFloat::ROUND_TOWARD_NEGATIVE)
+        magnitude_mode = IEEEFloat::ROUND_TOWARD_POSITIVE;
+    QNumber packed;
+    round_and_pack_word(f, magnitude_mode, false, static_cast<long>(significand.bits),
+                        exponent + significand.shift + static_cast<long>(f.mantissa_width), packed);
+    long magnitude = 0;
+    BVNumber::to_long(packed, &magnitude);
+    return static_cast<std::uint64_t>(magnitude) | std::uint64_t{negative}
+                                                       << (f.exponent_width + f.mantissa_width);
+}
+
+/// C * 10^k, for |k| <= max_tabled_power, rounded into a word pattern.
+std::uint64_t round_decimal_in_words(format f, rounding_mode mode, bool negative, std::uint64_t c,
+                                     long k) {
+    mpz_srcptr power = powers_of_five()[k < 0 ? -k : k];
+    const mp_limb_t* five = mpz_limbs_read(power);
+    const auto n = static_cast<mp_size_t>(mpz_size(power));
+    if (k >= 0) {
+        // C * 10^k = (C * 5^k) * 2^k.
+        mp_limb_t product[max_power_limbs + 1];
+        product[n] = mpn_mul_1(product, five, n, c);
+        return round_to_word_pattern(f, mode, negative,
+                                     cut_to_word(product, n + (product[n] != 0), false), k);
+    }
+    // C * 10^k = (C * 2^j / 5^-k) * 2^(k - j), with C placed j = 64 (n + 1)
+    // bits up so that the quotient has more than 64 bits.
+    mp_limb_t numerator[max_power_limbs + 2] = {};
+    numerator[n + 1] = c;
+    mp_limb_t quotient[3], remainder[max_power_limbs];
+    mpn_tdiv_qr(quotient, remainder, 0, numerator, n + 2, five, n);
+    const mp_size_t quotient_limbs = quotient[2] != 0 ? 3 : 2;
+    const bool inexact = !mpn_zero_p(remainder, n);
+    return round_to_word_pattern(f, mode, negative, cut_to_word(quotient, quotient_limbs, inexact),
+                                 k - 64 * (n + 1));
+}
+
+/// The word path: the pattern of the numeral in a word_reading_format format,
+/// or false when the exact path has to decide. `k` is the exponent of the
+/// significant digits: the value is C * 10^k, or C * 2^k for hexadecimal.
+bool read_in_words(format f, rounding_mode mode, bool negative, bool hex,
+                   const SignificantDigits& digits, long k, std::uint64_t& pattern) {
+    if (!word_reading_format(f) || static_cast<unsigned>(mode) > 3) return false;
+    // Up to 16 hexadecimal digits are read exactly; longer numerals are
+    // bracketed with 15, so that C + 1 still fits a word.
+    const long exact_digits = hex ? 16 : 19;
+    const long used = digits.count <= exact_digits ? digits.count : hex ? 15 : 19;
+    const long scale = k + (digits.count - used) * (hex ? 4 : 1);
+    if (!hex && (scale > max_tabled_power || scale < -max_tabled_power)) return false;
+    auto round = [&](std::uint64_t c) {
+        if (!hex) return round_decimal_in_words(f, mode, negative, c, scale);
+        const mp_limb_t limb = c;
+        return round_to_word_pattern(f, mode, negative, cut_to_word(&limb, 1, false), scale);
+    };
+    const std::uint64_t c = leading_digits(digits.span, used, hex);
+    pattern = round(c);
+    return used == digits.count || round(c + 1) == pattern;
+}
+
 } // namespace
 
 IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode mode) {
@@ -2919,24 +3088,38 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
         break;
     }
 
-    thread_local SignificantDigits significant;
-    significant_digits(numeral.mantissa, significant);
-    if (significant.digits.empty()) {
+    const SignificantDigits& significant = numeral.digits;
+    if (significant.count == 0) {
         result.self_zero(numeral.negative);
         return result;
     }
-    const long count = static_cast<long>(significant.digits.size());
     // The value is C * base^k with C the significant digits read as an integer.
     long k;
     Reach reach;
     if (numeral.hex) {
         k = numeral.exponent + 4 * significant.last_position;
-        const long bits = 4 * (count - 1) + (64 - __builtin_clzll(static_cast<unsigned long long>(
-                                                      hex_digit_value(significant.digits[0]))));
+        const auto first_digit = static_cast<unsigned>(hex_digit_value(significant.span[0]));
+        const long bits = 4 * (significant.count - 1) + (32 - __builtin_clz(first_digit));
         reach = binary_reach(f, bits, k);
     } else {
         k = numeral.exponent + significant.last_position;
-        reach = decimal_reach(f, count, k);
+        reach = decimal_reach(f, significant.count, k);
+    }
+
+    std::uint64_t pattern;
+    if (reach == Reach::in_range && !numeral.exponent_saturated &&
+        read_in_words(f, mode, numeral.negative, numeral.hex, significant, k, pattern)) {
+        switch (result.get_repr()) {
+        case REPR_FLOAT32:
+            result.value.bits32 = static_cast<std::uint32_t>(pattern);
+            break;
+        case REPR_FLOAT64:
+            result.value.bits64 = pattern;
+            break;
+        default:
+            *result.value.packed = integer_from_word(pattern);
+        }
+        return result;
     }
 
     result.self_specialize_repr(REPR_GENERIC);
@@ -2946,10 +3129,13 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
     } else if (numeral.exponent_saturated ||
                (!numeral.hex && (k > decimal_exponent_limit || k < -decimal_exponent_limit))) {
         throw_error(precision_limit_message);
-    } else if (numeral.hex) {
-        round_hex(f, mode, numeral.negative, significant.digits, k, packed);
     } else {
-        round_decimal(f, mode, numeral.negative, significant.digits, k, packed);
+        thread_local std::string digits;
+        copy_digits(significant.span, digits);
+        if (numeral.hex)
+            round_hex(f, mode, numeral.negative, digits, k, packed);
+        else
+            round_decimal(f, mode, numeral.negative, digits, k, packed);
     }
     result.self_specialize_repr(get_best_repr(f));
     return result;
