@@ -29,6 +29,7 @@
 #include <limits>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace tarn {
 
@@ -2872,6 +2873,82 @@ void round_hex(format f, rounding_mode mode, bool negative, const std::string& d
     round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
 }
 
+/// The powers of five the word path uses: enough for every numeral of up to
+/// 19 digits within the range of binary64 (|k| <= 343).
+constexpr long max_tabled_power = 360;
+/// Limbs of 5^max_tabled_power (836 bits), with room to spare.
+constexpr mp_size_t max_power_limbs = 14;
+
+/// The powers 5^(step * i) for i below `count`, made once for the process and
+/// then only read.
+class PowersOfFive {
+public:
+    PowersOfFive(long step, long count) : powers(static_cast<std::size_t>(count)) {
+        mpz_t factor;
+        mpz_init(factor);
+        mpz_ui_pow_ui(factor, 5, static_cast<unsigned long>(step));
+        mpz_init_set_ui(&powers[0], 1);
+        for (std::size_t i = 1; i < powers.size(); ++i) {
+            mpz_init(&powers[i]);
+            mpz_mul(&powers[i], &powers[i - 1], factor);
+        }
+        mpz_clear(factor);
+    }
+    ~PowersOfFive() {
+        for (__mpz_struct& p : powers)
+            mpz_clear(&p);
+    }
+    PowersOfFive(const PowersOfFive&) = delete;
+    PowersOfFive& operator=(const PowersOfFive&) = delete;
+
+    mpz_srcptr operator[](long i) const { return &powers[static_cast<std::size_t>(i)]; }
+
+private:
+    std::vector<__mpz_struct> powers;
+};
+
+/// Every power up to 5^max_tabled_power, for the word path.
+const PowersOfFive& powers_of_five() {
+    static const PowersOfFive table(1, max_tabled_power + 1);
+    return table;
+}
+
+/// Larger powers are made from 5^(27 i), kept for the exponent range of
+/// binary128 and a little beyond (about 130 KiB in all), times 5^(k mod 27),
+/// which fits a word.
+constexpr long coarse_power_step = 27;
+constexpr long coarse_power_count = 200;
+
+/// 5^n, from the tables where they reach and otherwise computed in `scratch`.
+mpz_srcptr power_of_five(unsigned long n, mpz_ptr scratch) {
+    const auto k = static_cast<long>(n);
+    if (k <= max_tabled_power) return powers_of_five()[k];
+    if (k < coarse_power_step * coarse_power_count) {
+        static const PowersOfFive coarse(coarse_power_step, coarse_power_count);
+        const long low = k % coarse_power_step;
+        mpz_mul_ui(scratch, coarse[k / coarse_power_step],
+                   static_cast<unsigned long>(mpz_get_ui(powers_of_five()[low])));
+        return scratch;
+    }
+    mpz_ui_pow_ui(scratch, 5, n);
+    return scratch;
+}
+
+/// Integers of the exact path, kept per thread so that reading in a loop
+/// stops allocating once they have grown to the largest size met.
+struct ReadingScratch {
+    mpz_t digits, power, remainder;
+    ReadingScratch() { mpz_inits(digits, power, remainder, nullptr); }
+    ~ReadingScratch() { mpz_clears(digits, power, remainder, nullptr); }
+    ReadingScratch(const ReadingScratch&) = delete;
+    ReadingScratch& operator=(const ReadingScratch&) = delete;
+};
+
+ReadingScratch& reading_scratch() {
+    thread_local ReadingScratch scratch;
+    return scratch;
+}
+
 /// Rounds C * 10^k, with C > 0 given by its decimal digits, once into `out`.
 /// C * 10^k is C * 5^k * 2^k: for k >= 0 an integer handed over whole; for
 /// k < 0 a quotient C * 2^j / 5^-k cut to at least m + 3 bits, with a last
@@ -2880,27 +2957,26 @@ void round_hex(format f, rounding_mode mode, bool negative, const std::string& d
 /// it decides exactly as the whole quotient would.
 void round_decimal(format f, rounding_mode mode, bool negative, const std::string& digits, long k,
                    QNumber& out) {
-    mpz_class c, power;
-    mpz_set_str(c.get_mpz_t(), digits.c_str(), 10);
+    ReadingScratch& s = reading_scratch();
+    mpz_set_str(s.digits, digits.c_str(), 10);
+    mpz_srcptr power = power_of_five(static_cast<unsigned long>(k < 0 ? -k : k), s.power);
     long exponent2 = k;
-    mpz_ui_pow_ui(power.get_mpz_t(), 5, static_cast<unsigned long>(k < 0 ? -k : k));
     if (k >= 0) {
-        c *= power;
+        mpz_mul(s.digits, s.digits, power);
     } else {
         const long wanted = static_cast<long>(f.mantissa_width) + 3;
-        const long have = static_cast<long>(mpz_sizeinbase(c.get_mpz_t(), 2)) -
-                          static_cast<long>(mpz_sizeinbase(power.get_mpz_t(), 2));
+        const long have = static_cast<long>(mpz_sizeinbase(s.digits, 2)) -
+                          static_cast<long>(mpz_sizeinbase(power, 2));
         const long j = std::max(0L, wanted - have);
-        mpz_class remainder;
-        mpz_mul_2exp(c.get_mpz_t(), c.get_mpz_t(), static_cast<mp_bitcnt_t>(j));
-        mpz_fdiv_qr(c.get_mpz_t(), remainder.get_mpz_t(), c.get_mpz_t(), power.get_mpz_t());
-        mpz_mul_2exp(c.get_mpz_t(), c.get_mpz_t(), 1);
-        if (mpz_sgn(remainder.get_mpz_t()) != 0) mpz_setbit(c.get_mpz_t(), 0);
+        mpz_mul_2exp(s.digits, s.digits, static_cast<mp_bitcnt_t>(j));
+        mpz_fdiv_qr(s.digits, s.remainder, s.digits, power);
+        mpz_mul_2exp(s.digits, s.digits, 1);
+        if (mpz_sgn(s.remainder) != 0) mpz_setbit(s.digits, 0);
         exponent2 = k - j - 1;
     }
     TempNumProvider tmp(exponent2);
     tmp[0] += static_cast<long>(f.mantissa_width);
-    tmp[1] = QNumber(c);
+    tmp[1] = QNumber(mpz_class(s.digits));
     round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
 }
 
@@ -2936,40 +3012,6 @@ Reach binary_reach(format f, long bits, long k) {
 // numerals are bracketed: their first 19 digits C and C + 1 give two values
 // either side of the numeral's, and when both round alike (monotonic
 // rounding) so does the numeral; otherwise the exact path decides.
-
-/// The powers of five the word path uses: enough for every numeral of up to
-/// 19 digits within the range of binary64 (|k| <= 343).
-constexpr long max_tabled_power = 360;
-/// Limbs of 5^max_tabled_power (836 bits), with room to spare.
-constexpr mp_size_t max_power_limbs = 14;
-
-/// 5^0 to 5^max_tabled_power, made once for the process and then only read.
-class PowersOfFive {
-public:
-    PowersOfFive() {
-        mpz_init_set_ui(powers[0], 1);
-        for (long k = 1; k <= max_tabled_power; ++k) {
-            mpz_init(powers[k]);
-            mpz_mul_ui(powers[k], powers[k - 1], 5);
-        }
-    }
-    ~PowersOfFive() {
-        for (mpz_t& p : powers)
-            mpz_clear(p);
-    }
-    PowersOfFive(const PowersOfFive&) = delete;
-    PowersOfFive& operator=(const PowersOfFive&) = delete;
-
-    mpz_srcptr operator[](long k) const { return powers[k]; }
-
-private:
-    mpz_t powers[max_tabled_power + 1];
-};
-
-const PowersOfFive& powers_of_five() {
-    static const PowersOfFive table;
-    return table;
-}
 
 /// Formats the word path serves: their rounding fits words, and a 63-bit
 /// significand holds the kept bits, the round bit and a sticky bit below it.
