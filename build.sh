@@ -7,6 +7,7 @@
 #   ./build.sh tsan            the concurrency test under ThreadSanitizer (clang)
 #   ./build.sh memcheck        a representative part of the tests under valgrind
 #   ./build.sh bench [filter]  build and run the benchmarks
+#   ./build.sh package         install to a scratch prefix and build a consumer against it
 #
 # Missing Debian packages are installed first (only those that are missing).
 set -euo pipefail
@@ -121,13 +122,57 @@ cmd_bench() {
     ((ran)) || log "no benchmarks are written yet"
 }
 
+# The installed package as a user meets it: the library installed into a
+# scratch prefix, and tests/consumer built out of tree against it once through
+# find_package and once through tarn.pc, each build run. The static library is
+# the one the release build made; a shared one is built apart.
+PACKAGE_SCRATCH=
+cmd_package() {
+    ensure_packages "${BASE_PACKAGES[@]}"
+    PACKAGE_SCRATCH=$(mktemp -d)
+    trap 'rm -rf "$PACKAGE_SCRATCH"' EXIT
+    build release tarn
+    package_check static build/release
+    cmake -S . -B build/package-shared -G Ninja -DCMAKE_BUILD_TYPE=Release \
+        -DCMAKE_CXX_COMPILER=g++ -DTARN_WERROR=ON -DBUILD_SHARED_LIBS=ON \
+        -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_EXAMPLES=OFF >/dev/null
+    cmake --build build/package-shared -j "$JOBS" --target tarn
+    package_check shared build/package-shared
+}
+
+# package_check NAME BUILD_DIR installs BUILD_DIR and builds the consumer both ways.
+package_check() {
+    local name=$1 prefix=$PACKAGE_SCRATCH/$1
+    log "install the $name library into $prefix"
+    cmake --install "$2" --prefix "$prefix" >/dev/null
+    if [[ -e $prefix/include/tarn/swflt/internal.h ]]; then
+        log "the private header tarn/swflt/internal.h was installed"
+        return 1
+    fi
+
+    log "consumer through find_package(tarn) ($name)"
+    cmake -S tests/consumer -B "$PACKAGE_SCRATCH/consumer-$name" -G Ninja \
+        -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    cmake --build "$PACKAGE_SCRATCH/consumer-$name" >/dev/null
+    "$PACKAGE_SCRATCH/consumer-$name/tarn_consumer"
+
+    log "consumer through pkg-config tarn ($name)"
+    local libdir flags
+    libdir=$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --variable=libdir tarn)
+    flags=$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs tarn)
+    # shellcheck disable=SC2086 # the flags are a word list
+    g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror tests/consumer/main.cpp $flags \
+        -Wl,-rpath,"$libdir" -o "$PACKAGE_SCRATCH/consumer-pc-$name"
+    "$PACKAGE_SCRATCH/consumer-pc-$name"
+}
+
 usage() {
-    sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'
     exit "${1:-0}"
 }
 
 case "${1:-}" in
-demo | test | sanitize | tsan | memcheck | bench)
+demo | test | sanitize | tsan | memcheck | bench | package)
     cmd=$1
     shift
     "cmd_$cmd" "$@"
