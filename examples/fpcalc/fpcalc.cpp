@@ -1,0 +1,231 @@
+// fpcalc: evaluate arithmetic in any binary floating-point format and under
+// any rounding mode, and show the bits of every result.
+//
+//   fpcalc --format 5,10 --round toward-zero '1/3 + 0.1'
+//
+// Each numeral is rounded once into the format, each operation once, exactly
+// as a program computing in that format would do. Exit status: 0 when every
+// expression was evaluated, 2 for bad input (options, format, rounding mode,
+// syntax, numerals), 1 when the library refused a computation.
+
+#include "expression.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using tarn::IEEEFloat;
+
+constexpr int exit_bad_input = 2;
+constexpr int exit_failure = 1;
+
+// Widths beyond these would make the exact text of a single value run to
+// millions of digits; the library itself takes any widths.
+constexpr unsigned long max_exponent_width = 24;
+constexpr unsigned long max_mantissa_width = 65535;
+
+struct RoundingName {
+    std::string_view name;
+    IEEEFloat::rounding_mode mode;
+};
+
+constexpr RoundingName rounding_names[] = {
+    {"nearest-even", IEEEFloat::ROUND_NEAREST_EVEN},
+    {"toward-zero", IEEEFloat::ROUND_TOWARD_ZERO},
+    {"toward-positive", IEEEFloat::ROUND_TOWARD_POSITIVE},
+    {"toward-negative", IEEEFloat::ROUND_TOWARD_NEGATIVE},
+};
+
+/// A problem with the command line; reported with the usage hint, exit 2.
+struct UsageError {
+    std::string message;
+};
+
+struct Options {
+    IEEEFloat::format format = IEEEFloat::format::binary64();
+    IEEEFloat::rounding_mode mode = IEEEFloat::ROUND_NEAREST_EVEN;
+    bool steps = false;
+    bool help = false;
+    std::vector<std::string> expressions;
+};
+
+void print_help(std::ostream& out) {
+    out << "usage: fpcalc [--format F] [--round R] [--steps] EXPRESSION...\n"
+           "\n"
+           "Evaluates each EXPRESSION in a binary floating-point format, rounding every\n"
+           "numeral and every operation once, and prints the result with its bits.\n"
+           "\n"
+           "  -f, --format F  e,m (exponent and stored mantissa widths, e.g. 5,10) or\n"
+           "                  one of these names (default binary64):\n"
+           "                 ";
+    for (std::string_view name : IEEEFloat::format::known_names())
+        out << ' ' << name;
+    out << "\n"
+           "  -r, --round R   nearest-even (default), toward-zero, toward-positive,\n"
+           "                  toward-negative\n"
+           "  -s, --steps     also show the rounded result of every operation\n"
+           "  -h, --help      this text\n"
+           "\n"
+           "Expressions: numerals (12, -0.1, 1e-3, 0x1.8p-3, inf, nan), + - * /, unary\n"
+           "minus, parentheses and sqrt(...). Exit status 2 for bad input.\n";
+}
+
+std::optional<unsigned long> parse_width(std::string_view text) {
+    if (text.empty() || text.size() > 9) return std::nullopt;
+    unsigned long value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return std::nullopt;
+        value = value * 10 + static_cast<unsigned long>(c - '0');
+    }
+    return value;
+}
+
+IEEEFloat::format parse_format(std::string_view text) {
+    if (auto named = IEEEFloat::format::by_name(text)) return *named;
+    const std::size_t comma = text.find(',');
+    const auto e = parse_width(text.substr(0, comma));
+    const auto m =
+        comma == std::string_view::npos ? std::nullopt : parse_width(text.substr(comma + 1));
+    if (!e || !m)
+        throw UsageError{"unknown format '" + std::string(text) +
+                         "': give e,m (like 5,10) or a name (like binary16)"};
+    if (*e < 1 || *e > max_exponent_width || *m < 1 || *m > max_mantissa_width)
+        throw UsageError{"format '" + std::string(text) + "' is out of range: fpcalc takes 1 to " +
+                         std::to_string(max_exponent_width) + " exponent bits and 1 to " +
+                         std::to_string(max_mantissa_width) + " mantissa bits"};
+    return {*e, *m};
+}
+
+IEEEFloat::rounding_mode parse_rounding(std::string_view text) {
+    for (const RoundingName& r : rounding_names)
+        if (r.name == text) return r.mode;
+    throw UsageError{"unknown rounding mode '" + std::string(text) +
+                     "': give nearest-even, toward-zero, toward-positive or toward-negative"};
+}
+
+// Accepts "--format X", "--format=X" and "-f X" alike.
+Options parse_options(int argc, char** argv) {
+    Options options;
+    bool only_expressions = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string_view arg = argv[i];
+        // Long options start with "--", short ones are a dash and one letter;
+        // anything else, "-0.5 * 2" or "-inf" say, is an expression.
+        const bool is_option =
+            arg.size() >= 2 && arg[0] == '-' &&
+            (arg[1] == '-' ||
+             (arg.size() == 2 && std::isalpha(static_cast<unsigned char>(arg[1]))));
+        if (only_expressions || !is_option) {
+            options.expressions.emplace_back(arg);
+            continue;
+        }
+        std::string_view value;
+        bool has_value = false;
+        if (const std::size_t eq = arg.find('='); arg.substr(0, 2) == "--" && eq != arg.npos) {
+            value = arg.substr(eq + 1);
+            arg = arg.substr(0, eq);
+            has_value = true;
+        }
+        auto take_value = [&]() {
+            if (has_value) return value;
+            if (i + 1 >= argc) throw UsageError{"option " + std::string(arg) + " needs a value"};
+            return std::string_view(argv[++i]);
+        };
+        if (arg == "--") {
+            only_expressions = true;
+        } else if (arg == "-h" || arg == "--help") {
+            options.help = true;
+        } else if (arg == "-s" || arg == "--steps") {
+            options.steps = true;
+        } else if (arg == "-f" || arg == "--format") {
+            options.format = parse_format(take_value());
+        } else if (arg == "-r" || arg == "--round") {
+            options.mode = parse_rounding(take_value());
+        } else {
+            throw UsageError{"unknown option '" + std::string(arg) + "'"};
+        }
+    }
+    if (!options.help && options.expressions.empty()) throw UsageError{"no expression given"};
+    return options;
+}
+
+/// The exact decimal expansion of a finite value; every binary fraction has
+/// one. Values whose expansion would be longer than a screenful give nothing.
+std::optional<std::string> exact_decimal(const IEEEFloat& x) {
+    constexpr std::size_t longest = 400;
+    const mpq_class q = x.to_number().to_mpq();
+    // The denominator is 2^k: n / 2^k = n * 5^k / 10^k.
+    const std::size_t k = mpz_sizeinbase(q.get_den().get_mpz_t(), 2) - 1;
+    if (k > longest) return std::nullopt;
+    mpz_class scaled;
+    mpz_ui_pow_ui(scaled.get_mpz_t(), 5, k);
+    scaled *= abs(q.get_num());
+    std::string digits = scaled.get_str();
+    if (digits.size() > longest) return std::nullopt;
+    if (digits.size() <= k) digits.insert(0, k + 1 - digits.size(), '0');
+    if (k > 0) digits.insert(digits.size() - k, 1, '.');
+    return (x.get_sign() ? "-" : "") + digits;
+}
+
+void print_result(const IEEEFloat& result) {
+    std::cout << "  = " << result.to_str() << "\n";
+    if (result.is_nan() || result.is_inf()) return;
+    const std::string shortest = result.to_float_str();
+    if (auto exact = exact_decimal(result)) {
+        if (*exact != shortest) std::cout << "  = " << *exact << " exactly\n";
+    } else {
+        std::cout << "  (the exact decimal value is too long to show)\n";
+    }
+}
+
+void print_input_error(const fpcalc::InputError& e, const std::string& expression) {
+    std::cerr << "fpcalc: " << e.what() << "\n  " << expression << "\n  "
+              << std::string(e.column(), ' ') << "^\n";
+}
+
+int run(const Options& options) {
+    for (const std::string& expression : options.expressions) {
+        try {
+            const std::unique_ptr<fpcalc::Node> tree = fpcalc::parse(expression);
+            std::cout << expression << "\n";
+            // The last operation's result is the one printed below anyway.
+            fpcalc::StepObserver show_step;
+            if (options.steps)
+                show_step = [root = tree.get()](const fpcalc::Node& node, const IEEEFloat& value) {
+                    if (&node == root) return;
+                    std::cout << "  " << fpcalc::describe(node) << " -> " << value.to_str() << "\n";
+                };
+            print_result(fpcalc::evaluate(*tree, options.format, options.mode, show_step));
+        } catch (const fpcalc::InputError& e) {
+            print_input_error(e, expression);
+            return exit_bad_input;
+        } catch (const tarn::Exception& e) {
+            std::cerr << "fpcalc: " << expression << ": " << e.what() << "\n";
+            return exit_failure;
+        }
+    }
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    try {
+        options = parse_options(argc, argv);
+    } catch (const UsageError& e) {
+        std::cerr << "fpcalc: " << e.message << "\n(fpcalc --help shows the usage)\n";
+        return exit_bad_input;
+    }
+    if (options.help) {
+        print_help(std::cout);
+        return EXIT_SUCCESS;
+    }
+    return run(options);
+}
