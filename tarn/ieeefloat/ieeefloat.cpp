@@ -3091,6 +3091,89 @@ std::uint64_t round_decimal_in_words(format f, rounding_mode mode, bool negative
                                  k - 64 * (n + 1));
 }
 
+/// 5^k for |k| <= max_tabled_power cut to its leading 128 bits: 5^k lies in
+/// [T * 2^exponent, (T + 1) * 2^exponent), at its lower end only when `exact`
+/// (the powers below 2^128). For negative k, T is the quotient of a power of
+/// two by 5^-k, 128 bits long.
+struct LeadingPower {
+    std::uint64_t high, low;
+    long exponent;
+    bool exact;
+};
+
+class LeadingPowers {
+public:
+    LeadingPowers() {
+        mpz_t t;
+        mpz_init(t);
+        for (long k = -max_tabled_power; k <= max_tabled_power; ++k) {
+            mpz_srcptr five = powers_of_five()[k < 0 ? -k : k];
+            const auto length = static_cast<long>(mpz_sizeinbase(five, 2));
+            LeadingPower& p = powers[static_cast<std::size_t>(k + max_tabled_power)];
+            if (k >= 0) {
+                p.exact = length <= 128;
+                p.exponent = p.exact ? 0 : length - 128;
+                mpz_tdiv_q_2exp(t, five, static_cast<mp_bitcnt_t>(p.exponent));
+            } else {
+                // 2^(length + 127) / 5^-k lies in (2^127, 2^128) and is no integer.
+                p.exact = false;
+                p.exponent = -(length + 127);
+                mpz_set_ui(t, 0);
+                mpz_setbit(t, static_cast<mp_bitcnt_t>(length + 127));
+                mpz_tdiv_q(t, t, five);
+            }
+            p.low = mpz_getlimbn(t, 0);
+            p.high = mpz_getlimbn(t, 1);
+        }
+        mpz_clear(t);
+    }
+
+    const LeadingPower& operator[](long k) const {
+        return powers[static_cast<std::size_t>(k + max_tabled_power)];
+    }
+
+private:
+    LeadingPower powers[2 * max_tabled_power + 1];
+};
+
+/// c * (high * 2^64 + low) into three limbs, lowest first.
+void multiply_64_by_128(std::uint64_t c, std::uint64_t high, std::uint64_t low,
+                        mp_limb_t (&out)[3]) {
+    __extension__ using u128 = unsigned __int128;
+    const u128 low_product = static_cast<u128>(c) * low;
+    const u128 high_product =
+        static_cast<u128>(c) * high + static_cast<std::uint64_t>(low_product >> 64);
+    out[0] = static_cast<std::uint64_t>(low_product);
+    out[1] = static_cast<std::uint64_t>(high_product);
+    out[2] = static_cast<std::uint64_t>(high_product >> 64);
+}
+
+/// The quick decision for a decimal in [C_low * 10^k, C_high * 10^k]
+/// (C_low = C_high when the numeral is read whole): with 5^k known to 128
+/// bits, the value lies between C_low * T and C_high * (T + 1), scaled. When
+/// both ends round to the same pattern, so does every value between them,
+/// the numeral's included. False when they differ (the value is within about
+/// 2^-120 of a rounding boundary) or the power is out of the table.
+bool round_decimal_quickly(format f, rounding_mode mode, bool negative, std::uint64_t c_low,
+                           std::uint64_t c_high, long k, std::uint64_t& pattern) {
+    if (k > max_tabled_power || k < -max_tabled_power) return false;
+    static const LeadingPowers leading;
+    const LeadingPower& p = leading[k];
+    auto round_product = [&](std::uint64_t c, std::uint64_t high, std::uint64_t low) {
+        mp_limb_t product[3];
+        multiply_64_by_128(c, high, low, product);
+        const mp_size_t n = product[2] != 0 ? 3 : product[1] != 0 ? 2 : 1;
+        return round_to_word_pattern(f, mode, negative, cut_to_word(product, n, false),
+                                     k + p.exponent);
+    };
+    pattern = round_product(c_low, p.high, p.low);
+    if (p.exact && c_low == c_high) return true;
+    // T + 1, unless T is all ones (then the slow path decides).
+    std::uint64_t high = p.high, low = p.low + (p.exact ? 0 : 1);
+    if (low == 0 && !p.exact && ++high == 0) return false;
+    return round_product(c_high, high, low) == pattern;
+}
+
 /// The word path: the pattern of the numeral in a word_reading_format format,
 /// or false when the exact path has to decide. `k` is the exponent of the
 /// significant digits: the value is C * 10^k, or C * 2^k for hexadecimal.
@@ -3101,16 +3184,21 @@ bool read_in_words(format f, rounding_mode mode, bool negative, bool hex,
     // bracketed with 15, so that C + 1 still fits a word.
     const long exact_digits = hex ? 16 : 19;
     const long used = digits.count <= exact_digits ? digits.count : hex ? 15 : 19;
+    const bool cut = used < digits.count;
     const long scale = k + (digits.count - used) * (hex ? 4 : 1);
-    if (!hex && (scale > max_tabled_power || scale < -max_tabled_power)) return false;
+    const std::uint64_t c = leading_digits(digits.span, used, hex);
+    if (!hex) {
+        if (round_decimal_quickly(f, mode, negative, c, cut ? c + 1 : c, scale, pattern))
+            return true;
+        if (scale > max_tabled_power || scale < -max_tabled_power) return false;
+    }
     auto round = [&](std::uint64_t c) {
         if (!hex) return round_decimal_in_words(f, mode, negative, c, scale);
         const mp_limb_t limb = c;
         return round_to_word_pattern(f, mode, negative, cut_to_word(&limb, 1, false), scale);
     };
-    const std::uint64_t c = leading_digits(digits.span, used, hex);
     pattern = round(c);
-    return used == digits.count || round(c + 1) == pattern;
+    return !cut || round(c + 1) == pattern;
 }
 
 } // namespace
