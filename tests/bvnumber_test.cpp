@@ -1,5 +1,5 @@
-#include "numbers_testing.h"
 #include "tarn/numbers/bvnumber.h"
+#include "tests/testing.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -7,11 +7,11 @@
 namespace tarn {
 namespace {
 
-using testing::forced_big;
-using testing::holds;
-using testing::pow2z;
-using testing::scaled;
-using testing::show;
+using tarn_testing::forced_big;
+using tarn_testing::holds;
+using tarn_testing::pow2z;
+using tarn_testing::scaled;
+using tarn_testing::show;
 
 constexpr unsigned long kSeed = 0xb17ec7042UL;
 

@@ -5,7 +5,7 @@
 #include "tarn/swflt/swflt.h"
 #include "tests/oracle/operands.h"
 #include "tests/oracle/oracle.h"
-#include "tests/value_helpers.h"
+#include "tests/testing.h"
 
 #include <gmpxx.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-using namespace testing_values;
+using namespace tarn_testing;
 using Format = IEEEFloat::format;
 
 /// Where a pattern sits on the extended real line: an infinity, or a finite

@@ -5,7 +5,7 @@
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/operands.h"
 #include "tests/oracle/oracle.h"
-#include "tests/value_helpers.h"
+#include "tests/testing.h"
 
 #include <cstdint>
 #include <cstring>
@@ -18,7 +18,7 @@
 
 namespace {
 
-using namespace testing_values;
+using namespace tarn_testing;
 using Format = IEEEFloat::format;
 
 // The four modes and one number that is none of them: integer conversion
@@ -54,7 +54,7 @@ void check_pattern(Format f, const mpz_class& bits, bool generic,
     else if (kind == oracle::Kind::Infinite)
         expect_error([&] { x.to_number(); }, "can't convert infinity to a Number");
     else {
-        EXPECT_EQ(rational(x.to_number()), oracle::to_rational(of, held));
+        EXPECT_EQ(x.to_number().to_mpq(), oracle::to_rational(of, held));
     }
 
     for (const int mode : modes) {
@@ -99,7 +99,7 @@ TEST_P(RandomExact, RandomPatternsMatchTheOracle) {
     const RandomCase c = GetParam();
     oracle::OperandGenerator gen(to_oracle(c.f), 0xE7AC7 + c.f.mantissa_width + c.generic);
     SCOPED_TRACE(testing::Message() << "seed " << gen.seed());
-    const int count = case_count(c.count);
+    const int count = sampled(c.count);
     for (int i = 0; i < count && !HasFailure(); ++i)
         check_pattern(c.f, gen.operand(), c.generic, {0, 1, 8, 64, 100});
 }

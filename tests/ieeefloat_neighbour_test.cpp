@@ -5,7 +5,7 @@
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/operands.h"
 #include "tests/oracle/oracle.h"
-#include "tests/value_helpers.h"
+#include "tests/testing.h"
 
 #include <algorithm>
 #include <gmpxx.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-using namespace testing_values;
+using namespace tarn_testing;
 using Format = IEEEFloat::format;
 
 /// A pattern's position on the extended real line, for sorting.
@@ -141,7 +141,7 @@ TEST(Neighbours, WordsAgreeWithTheGenericPath) {
         const oracle::Format of = to_oracle(f);
         oracle::OperandGenerator gen(of, 0x5EED + f.exponent_width);
         SCOPED_TRACE(testing::Message() << "seed " << gen.seed());
-        const int count = case_count(50000);
+        const int count = sampled(50000);
         for (int i = 0; i < count && !HasFailure(); ++i) {
             const mpz_class bits = gen.operand();
             SCOPED_TRACE(oracle::describe(of, bits));

@@ -7,7 +7,7 @@
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/operands.h"
 #include "tests/oracle/oracle.h"
-#include "tests/value_helpers.h"
+#include "tests/testing.h"
 
 #include <cstdint>
 #include <cstring>
@@ -17,7 +17,7 @@
 
 namespace {
 
-using namespace testing_values;
+using namespace tarn_testing;
 using Format = IEEEFloat::format;
 
 IEEEFloat binary64(double v) {
@@ -158,7 +158,7 @@ TEST_P(RandomText, RandomPatternsHaveTheirShortestNumerals) {
     oracle::OperandGenerator gen(to_oracle(c.f), 0x7E47 + c.f.mantissa_width + c.generic);
     SCOPED_TRACE(testing::Message() << "seed " << gen.seed());
     const unsigned long width = c.f.exponent_width + c.f.mantissa_width + 1;
-    const int count = case_count(c.count);
+    const int count = sampled(c.count);
     for (int i = 0; i < count && !HasFailure(); ++i) {
         mpz_class bits = gen.operand();
         if (i % 2 == 0) {

@@ -1,5 +1,5 @@
-#include "numbers_testing.h"
 #include "tarn/numbers/qnumber.h"
+#include "tests/testing.h"
 
 #include <gtest/gtest.h>
 #include <sstream>
@@ -8,13 +8,13 @@
 namespace tarn {
 namespace {
 
-using testing::forced_big;
-using testing::holds;
-using testing::Operand;
-using testing::pow2z;
-using testing::random_operand;
-using testing::scaled;
-using testing::show;
+using tarn_testing::forced_big;
+using tarn_testing::holds;
+using tarn_testing::Operand;
+using tarn_testing::pow2z;
+using tarn_testing::random_operand;
+using tarn_testing::scaled;
+using tarn_testing::show;
 
 constexpr unsigned long kSeed = 0x7a126e5eedUL;
 
