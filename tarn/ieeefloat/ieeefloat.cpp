@@ -404,8 +404,8 @@ struct Placement {
 /// `scratch`.
 Placement place(format f, long delta, const QNumber& exponent, QNumber& biased, QNumber& scratch) {
     long x;
-    if (f.exponent_width <= 62 && BVNumber::to_long(exponent, &x) && x > -word_exponent_limit &&
-        x < word_exponent_limit) {
+    if (f.exponent_width >= 1 && f.exponent_width <= 62 && BVNumber::to_long(exponent, &x) &&
+        x > -word_exponent_limit && x < word_exponent_limit) {
         const long bias = (long{1} << (f.exponent_width - 1)) - 1;
         const long biased_word = x + delta + bias;
         biased = QNumber(biased_word);
@@ -561,6 +561,11 @@ inline std::uint64_t settle_float64(std::uint64_t result) {
 // ===========================================================================
 
 QNumber IEEEFloat::format::bias() const {
+    // Without exponent bits there is no exponent range to place a value in
+    // (2^(e-1) - 1 is not even an integer), so everything that needs the
+    // bias stops here with the library's error rather than ask GMP for
+    // 2^(2^64 - 1).
+    if (exponent_width == 0) throw_error(precision_limit_message);
     QNumber result;
     BVNumber::pow2(exponent_width - 1, &result);
     result -= 1L;
@@ -851,6 +856,8 @@ void IEEEFloat::self_zero(bool negative) {
 
 IEEEFloat IEEEFloat::max_value(format f) {
     const unsigned long e = f.exponent_width, m = f.mantissa_width;
+    // Without exponent bits zero is the only value, and the largest.
+    if (e == 0) return from_bits(QNumber(0L), f);
     if (e + m <= 63) // the pattern 2^(e+m) - 1 - 2^m fits a word
         return from_bits(QNumber(static_cast<long>(low_mask(e + m) - (std::uint64_t{1} << m))), f);
     QNumber bits, hidden;
@@ -1489,7 +1496,15 @@ void IEEEFloat::set_format(format new_fmt) {
         set_repr(REPR_FLOAT32);
         return;
     }
-    if (repr != REPR_GENERIC) self_specialize_repr(REPR_GENERIC);
+    if (repr != REPR_GENERIC) {
+        // Converted on a generic copy, so that a rounding error leaves this
+        // value in its word, as every failed operation leaves its target.
+        IEEEFloat generic(*this);
+        generic.self_specialize_repr(REPR_GENERIC);
+        generic.set_format(new_fmt);
+        *this = std::move(generic);
+        return;
+    }
 
     const format old_fmt = fmt;
     const rounding_mode mode = get_rounding_mode();

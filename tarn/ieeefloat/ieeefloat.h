@@ -22,10 +22,18 @@
 // of the first. Both operands of a two-value operation must have the same
 // format and the same representation: nothing checks or converts the second.
 //
-// Formats are never validated. Exponent widths of at least 1 are required by
-// everything that needs the bias; a mantissa width of 0 makes the library NaN
-// pattern coincide with negative infinity; the default value has format (0, 0)
-// held in a binary32 word and is meant only to be assigned to.
+// Formats are never validated, and no pair of widths makes an operation
+// crash. A format with a single exponent bit has a bias of 0 and no normal
+// values (its zeros, subnormals, infinities and NaNs are computed like any
+// other format's); a mantissa width of 0 makes the library NaN pattern
+// coincide with negative infinity. A format without exponent bits has no
+// exponent range and is served for safety only: to_number, to_integer and
+// the text read every pattern as zero, max_value is +0, and every operation
+// that needs the exponent bias (bias() itself, multiplication, conversion of
+// a non-zero value into the format, ...) throws "reached limit on float
+// precision"; the other operations give some pattern of the format. The
+// default value has format (0, 0) held in a binary32 word and is meant only
+// to be assigned to.
 #pragma once
 
 #include "tarn/exception/exception.h"
@@ -74,7 +82,8 @@ public:
         /// The format (e, m); also constructible as {e, m}.
         constexpr format(unsigned long e, unsigned long m) : exponent_width(e), mantissa_width(m) {}
 
-        /// The exponent bias 2^(e-1) - 1. Needs e >= 1.
+        /// The exponent bias 2^(e-1) - 1. Throws "reached limit on float
+        /// precision" for e = 0, which has no bias.
         QNumber bias() const;
         /// 2^e - 1, the all-ones exponent field of infinities and NaNs.
         QNumber max_exponent() const;
@@ -236,7 +245,7 @@ public:
     /// Becomes +0, or -0 when `negative`.
     void self_zero(bool negative);
     /// The largest finite positive value of `fmt`, with ROUND_NEAREST_EVEN, in
-    /// get_best_repr(fmt).
+    /// get_best_repr(fmt); +0 for a format without exponent bits.
     static IEEEFloat max_value(format fmt);
 
     // ---- Conversion from exact numbers and between formats ----------------
@@ -254,7 +263,9 @@ public:
     /// Converts the value in place to `new_fmt`, rounding under its own mode;
     /// the result is held in get_best_repr(new_fmt). NaNs become the library
     /// NaN of the new format (the soft-float NaN between binary32 and binary64
-    /// words), infinities and zeros keep their sign.
+    /// words), infinities and zeros keep their sign. A value that throws
+    /// (a mode above 3 on an inexact result) keeps its format, bits and
+    /// representation.
     void set_format(format new_fmt);
 
     // ---- Text input ---------------------------------------------------------
