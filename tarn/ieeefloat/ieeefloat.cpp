@@ -71,8 +71,8 @@ inline unsigned long bit_length(const QNumber& q) {
 
 /// The low 64 bits of a non-negative integer.
 std::uint64_t low_64_bits(const QNumber& q) {
-    std::uint64_t word;
-    if (as_word(q, word)) return word;
+    std::uint64_t word, upper;
+    if (as_word(q, word) || BVNumber::to_words(q, &word, &upper)) return word;
     QNumber part;
     BVNumber::bit_right_shift(q, 32, &part);
     BVNumber::trim(part, 32);
@@ -86,11 +86,10 @@ std::uint64_t low_64_bits(const QNumber& q) {
 }
 
 /// The non-negative integer whose bits are those of `word`. Bit 63 needs the
-/// big form, which only set_bit can give a word of that size.
+/// big form.
 QNumber integer_from_word(std::uint64_t word) {
-    constexpr std::uint64_t top = std::uint64_t{1} << 63;
-    QNumber q(static_cast<long>(word & ~top));
-    if (word & top) BVNumber::set_bit(q, 63, true);
+    QNumber q;
+    BVNumber::assign_words(word, 0, &q);
     return q;
 }
 
@@ -142,9 +141,32 @@ inline PackedScan scan_word(std::uint64_t word, unsigned long m) {
     return {lowest_one, lowest_zero};
 }
 
+/// Scans a non-negative integer of at most two words, low and high.
+inline PackedScan scan_two_words(std::uint64_t low, std::uint64_t high, unsigned long m) {
+    const unsigned long lowest_one = low    ? static_cast<unsigned long>(__builtin_ctzll(low))
+                                     : high ? 64 + static_cast<unsigned long>(__builtin_ctzll(high))
+                                            : no_bit;
+    if (m >= 128) return {lowest_one, m};
+    // The complement shifted down by m has ones from 128 - m up; read as two
+    // words it is zero only when every bit from m to 127 is set.
+    const std::uint64_t c_low =
+        ~(m >= 64 ? high >> (m - 64) : low >> m | (m ? high << (64 - m) : 0));
+    const std::uint64_t c_high = m >= 64 ? ~std::uint64_t{0} : ~(high >> m);
+    const unsigned long lowest_zero =
+        c_low ? static_cast<unsigned long>(__builtin_ctzll(c_low))
+              : 64 + static_cast<unsigned long>(c_high ? __builtin_ctzll(c_high) : 64);
+    return {lowest_one, m + lowest_zero};
+}
+
+/// The scans of a packed integer: on machine words while it has at most two
+/// (every pattern of up to 128 bits), with GMP beyond.
 inline PackedScan scan_packed(const QNumber& packed, unsigned long m) {
-    std::uint64_t word;
-    if (as_word(packed, word)) return scan_word(word, m);
+    std::uint64_t word, high;
+    if (packed.is_small()) {
+        if (as_word(packed, word)) return scan_word(word, m);
+    } else if (BVNumber::to_words(packed, &word, &high)) {
+        return scan_two_words(word, high, m);
+    }
     return {BVNumber::scan_bit_1(packed, 0), BVNumber::scan_bit_0(packed, m)};
 }
 
@@ -659,7 +681,10 @@ IEEEFloat::Repr IEEEFloat::get_best_repr(format f) noexcept {
 
 IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
     IEEEFloat result;
-    result.fmt = f;
+    // Field by field: a whole-struct copy of the register-passed format goes
+    // through memory and stalls on store forwarding.
+    result.fmt.exponent_width = f.exponent_width;
+    result.fmt.mantissa_width = f.mantissa_width;
     const Repr target = get_best_repr(f);
     if (target == REPR_GENERIC) {
         result.value.packed = new QNumber(bits);

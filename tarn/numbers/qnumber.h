@@ -464,25 +464,101 @@ private:
         return mpz_fits_slong_p(z) && mpz_cmp_si(z, LONG_MIN) != 0;
     }
 
-    // ---- form changes -------------------------------------------------------
+    // ---- heap pairs ---------------------------------------------------------
 
-    /// A new heap pair initialised from copies of num and den (den null: 1).
-    static Pair* new_pair(mpz_srcptr num, mpz_srcptr den) {
+    /// Heap pairs released by this thread, kept with their integers
+    /// initialised for the next value that enters the big form. A copy of a
+    /// two-word packed pattern would otherwise cost three allocations (the
+    /// pair and the limbs of both integers) and three releases, more than the
+    /// arithmetic on it; from the cache it costs two limb copies. Only a few
+    /// pairs with short limb arrays are kept, so the cache never holds much
+    /// memory, and it is emptied when the thread ends.
+    ///
+    /// Trivially constructible and destructible, so every thread's instance
+    /// starts zeroed without an initialisation guard and stays readable while
+    /// other thread-local and static objects are destroyed; `PairCacheDrain`
+    /// empties it at thread exit and marks it closed, after which released
+    /// pairs are freed at once.
+    struct PairCache {
+        static constexpr int capacity = 16;
+        /// Integers with more limbs than this are not worth keeping.
+        static constexpr int max_limbs = 8;
+
+        Pair* pairs[capacity];
+        int count;
+        bool drain_registered;
+        bool closed;
+
+        static PairCache& local() noexcept {
+            thread_local PairCache cache;
+            return cache;
+        }
+    };
+
+    /// Frees the calling thread's cached pairs when the thread ends.
+    struct PairCacheDrain {
+        PairCacheDrain() = default;
+        PairCacheDrain(PairCacheDrain const&) = delete;
+        PairCacheDrain& operator=(PairCacheDrain const&) = delete;
+        ~PairCacheDrain() {
+            PairCache& cache = PairCache::local();
+            cache.closed = true;
+            while (cache.count > 0)
+                free_pair(cache.pairs[--cache.count]);
+        }
+    };
+
+    static void free_pair(Pair* p) noexcept {
+        mpz_clear(p->num);
+        mpz_clear(p->den);
+        delete p;
+    }
+
+    /// A heap pair with both integers initialised to unspecified values.
+    static Pair* take_pair() {
+        PairCache& cache = PairCache::local();
+        if (cache.count > 0) return cache.pairs[--cache.count];
         Pair* p = new Pair;
-        mpz_init_set(p->num, num);
-        if (den)
-            mpz_init_set(p->den, den);
-        else
-            mpz_init_set_ui(p->den, 1);
+        mpz_init(p->num); // allocates nothing until a value is stored
+        mpz_init(p->den);
         return p;
     }
+
+    /// Hands a pair back to this thread's cache, or frees it.
+    static void give_back_pair(Pair* p) noexcept {
+        PairCache& cache = PairCache::local();
+        bool const short_limbs =
+            p->num->_mp_alloc <= PairCache::max_limbs && p->den->_mp_alloc <= PairCache::max_limbs;
+        if (!short_limbs || cache.closed || cache.count == PairCache::capacity) {
+            free_pair(p);
+            return;
+        }
+        if (!cache.drain_registered) {
+            cache.drain_registered = true;
+            thread_local PairCacheDrain drain;
+        }
+        cache.pairs[cache.count++] = p;
+    }
+
+    /// A new heap pair holding copies of num and den (den null: 1).
+    static Pair* new_pair(mpz_srcptr num, mpz_srcptr den) {
+        Pair* p = take_pair();
+        mpz_set(p->num, num);
+        if (den)
+            mpz_set(p->den, den);
+        else
+            mpz_set_ui(p->den, 1);
+        return p;
+    }
+
+    // ---- form changes -------------------------------------------------------
 
     /// A big-form 0/1, to be filled in by the caller.
     static QNumber make_big() {
         QNumber r;
-        Pair* p = new Pair;
-        mpz_init(p->num);
-        mpz_init_set_ui(p->den, 1);
+        Pair* p = take_pair();
+        mpz_set_ui(p->num, 0);
+        mpz_set_ui(p->den, 1);
         r.big_ = p;
         r.den_ = 0;
         return r;
@@ -506,9 +582,9 @@ private:
     /// Moves the small words num_/den_ (any values, -2^63 included) into a new
     /// heap pair.
     void become_big_from_words() {
-        Pair* p = new Pair;
-        mpz_init_set_si(p->num, num_);
-        mpz_init_set_si(p->den, den_);
+        Pair* p = take_pair();
+        mpz_set_si(p->num, num_);
+        mpz_set_si(p->den, den_);
         big_ = p;
         den_ = 0;
     }
@@ -519,11 +595,7 @@ private:
     }
 
     void release_pair() noexcept {
-        if (is_big()) {
-            mpz_clear(big_->num);
-            mpz_clear(big_->den);
-            delete big_;
-        }
+        if (is_big()) give_back_pair(big_);
     }
 
     /// *this = QNumber(v) without the temporary: a big target stays big.
