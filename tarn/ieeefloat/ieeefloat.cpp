@@ -2778,13 +2778,9 @@ bool read_exponent(std::string_view text, long& value, bool& saturated) {
     saturated = false;
     for (; i < text.size(); ++i) {
         if (!is_decimal_digit(text[i])) return false;
-        if (!saturated) {
-            magnitude = magnitude * 10 + (text[i] - '0');
-            if (magnitude >= exponent_cap) {
-                magnitude = exponent_cap;
-                saturated = true;
-            }
-        }
+        const long digit = text[i] - '0';
+        saturated = saturated || magnitude > (exponent_cap - digit) / 10;
+        magnitude = saturated ? exponent_cap : magnitude * 10 + digit;
     }
     value = negative ? -magnitude : magnitude;
     return true;
