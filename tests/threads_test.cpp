@@ -109,6 +109,11 @@ void exercise(std::ostream& out, const IEEEFloat& a, const IEEEFloat& b) {
     record(out, [&] { return a.to_float_str(); });
     record(out, [&] { return a.to_str(); });
     record(out, [&] {
+        // a's text with one more digit, read back in a's format and mode.
+        const std::string text = a.is_nan() || a.is_inf() ? "0.1" : a.to_float_str() + "1e-1";
+        return pattern(IEEEFloat::from_string(text, a.get_format(), a.get_rounding_mode()));
+    });
+    record(out, [&] {
         const QNumber q = a.is_nan() || a.is_inf() ? QNumber(1, 3) : a.to_number() / QNumber(7);
         return pattern(IEEEFloat::from_number(q, a.get_format(), a.get_rounding_mode()));
     });
