@@ -93,6 +93,7 @@ MEMCHECK_TESTS=(
     "test_ieeefloat_neighbour --gtest_filter=Neighbours.*"
     "test_ieeefloat_exact --gtest_filter=ExactResults.*:*/e4m3:*e15m112_generic"
     "test_ieeefloat_text --gtest_filter=Text.*:*/e4m3"
+    "test_ieeefloat_from_string --gtest_filter=FromString.HandPicked*:FromString.Limits*:FromString.Malformed*:*/e4m3"
     "test_swflt --gtest_filter=Swflt.*"
 )
 
