@@ -1,10 +1,7 @@
 // Comparisons against the order of the exact values, exhaustively over small
 // formats, and agreement of the binary32/binary64 words with the generic path.
 
-#include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/swflt/swflt.h"
-#include "tests/oracle/operands.h"
-#include "tests/oracle/oracle.h"
 #include "tests/testing.h"
 
 #include <gmpxx.h>

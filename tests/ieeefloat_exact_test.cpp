@@ -2,9 +2,6 @@
 // exhaustively over small formats, on random binary32/binary64 patterns in
 // both representations, and on a format too wide for machine words.
 
-#include "tarn/ieeefloat/ieeefloat.h"
-#include "tests/oracle/operands.h"
-#include "tests/oracle/oracle.h"
 #include "tests/testing.h"
 
 #include <cstdint>
@@ -24,12 +21,6 @@ using Format = IEEEFloat::format;
 // The four modes and one number that is none of them: integer conversion
 // truncates under it instead of failing.
 constexpr int modes[] = {0, 1, 2, 3, 5};
-
-IEEEFloat binary64(double v) {
-    std::uint64_t bits;
-    std::memcpy(&bits, &v, sizeof bits);
-    return make({11, 52}, mpz_class(std::to_string(bits)));
-}
 
 void expect_error(const std::function<void()>& action, const std::string& message) {
     try {
@@ -110,22 +101,6 @@ INSTANTIATE_TEST_SUITE_P(
                     RandomCase{{11, 52}, false, 4000}, RandomCase{{11, 52}, true, 2000},
                     RandomCase{{15, 112}, true, 1000}, RandomCase{{13, 70}, true, 500}),
     RandomCaseName());
-
-// A value that rounds to zero keeps its sign; toward +infinity 0.25 gives 1.
-TEST(ExactResults, RoundingToZeroKeepsTheSign) {
-    const std::pair<Format, mpz_class> quarters[] = {{{11, 52}, bits_of(binary64(0.25))},
-                                                     {{5, 10}, mpz_class(0x3400)}};
-    for (const auto& [f, quarter] : quarters) {
-        for (const bool negative : {false, true}) {
-            const mpz_class sign = mpz_class(negative) << (f.exponent_width + f.mantissa_width);
-            IEEEFloat x = make(f, quarter + sign);
-            x.set_rounding_mode(IEEEFloat::ROUND_TOWARD_POSITIVE);
-            const IEEEFloat r = tarn::round(x);
-            EXPECT_EQ(r.get_sign(), negative);
-            EXPECT_EQ(r.is_zero(), negative);
-        }
-    }
-}
 
 // An exponent field so wide that the weight of the lowest bit no longer fits
 // a machine word: the finite values refuse, the special ones do not.

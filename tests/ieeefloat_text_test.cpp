@@ -4,9 +4,6 @@
 // numeral with fewer digits lies strictly inside the rounding interval, and
 // of the candidates of that length the nearer was taken (the lower on a tie).
 
-#include "tarn/ieeefloat/ieeefloat.h"
-#include "tests/oracle/operands.h"
-#include "tests/oracle/oracle.h"
 #include "tests/testing.h"
 
 #include <cstdint>
@@ -179,107 +176,35 @@ INSTANTIATE_TEST_SUITE_P(WideAndWordFormats, RandomText,
                                          RandomCase{{6, 300}, true, 3000}),
                          RandomCaseName());
 
-// ---- Hand-worked tables ---------------------------------------------------
-
-TEST(Text, TinyFormatTable) {
-    const char* const texts[] = {"0",    "0.06", "0.1", "0.2", "0.25", "0.3", "0.4",
-                                 "0.44", "0.5",  "0.6", "0.7", "0.9",  "1",   "1.2",
-                                 "1.5",  "1.7",  "2",   "2.5", "3",    "3.5", "4",
-                                 "5",    "6",    "7",   "8",   "10",   "12",  "14"};
-    for (unsigned long packed = 0; packed < 28; ++packed) {
-        EXPECT_EQ(make({3, 2}, packed).to_float_str(), texts[packed]) << packed;
-        EXPECT_EQ(make({3, 2}, packed + 32).to_float_str(), std::string("-") + texts[packed])
-            << packed;
-    }
-    EXPECT_EQ(make({3, 2}, 13).to_str(), "[3:2]1.2{0_011_01}");
-    EXPECT_EQ(make({3, 2}, 56).to_str(), "[3:2]-8{1_110_00}");
-    EXPECT_EQ(make({2, 1}, 5).to_str(), "[2:1]3{0_10_1}");
-    EXPECT_EQ(make({2, 0}, 1).to_str(), "[2:0]1{0_01}");
-}
-
-TEST(Text, Binary32Table) {
-    const std::string zeros44(44, '0');
-    struct Case {
-        std::uint32_t bits;
-        std::string text;
-    };
-    const Case cases[] = {
-        {0x3F800000, "1"},
-        {0x80000000, "-0"},
-        {0x3DCCCCCD, "0.1"},
-        {0xC0200000, "-2.5"},
-        {0x3EAAAAAB, "0.33333334"},
-        {0x4B800000, "16777216"},
-        {0x7F7FFFFF, "340282350000000000000000000000000000000"},
-        {0x00800000, "0.000000000000000000000000000000000000011754944"},
-        {0x007FFFFF, "0.000000000000000000000000000000000000011754942"},
-        {0x00000001, "0." + zeros44 + "1"},
-        {0x0C000000, "0.000000000000000000000000000000098607613"},
-    };
-    for (const Case& c : cases) {
-        for (const bool generic : {false, true}) {
-            EXPECT_EQ(make({8, 23}, c.bits, generic).to_float_str(), c.text)
-                << std::hex << c.bits << (generic ? " generic" : "");
-        }
-    }
+// The diagnostic form, the choices random patterns rarely reach, and formats
+// with no values but zero.
+TEST(Text, DiagnosticFormLandmarksAndEmptyFormats) {
     const std::pair<std::uint32_t, std::string> diagnostics[] = {
-        {0x3F800000, "[8:23]1{0_01111111_00000000000000000000000}"},
-        {0x80000000, "[8:23]-0{1_00000000_00000000000000000000000}"},
         {0x3DCCCCCD, "[8:23]0.1{0_01111011_10011001100110011001101}"},
-        {0xC0200000, "[8:23]-2.5{1_10000000_01000000000000000000000}"},
-        {0x00000001, "[8:23]0." + zeros44 + "1{0_00000000_00000000000000000000001}"},
-        {0x7F800000, "[8:23]+Inf{0_11111111_00000000000000000000000}"},
+        {0x80000000, "[8:23]-0{1_00000000_00000000000000000000000}"},
         {0xFF800000, "[8:23]-Inf{1_11111111_00000000000000000000000}"},
+        {0x7FC00000, "[8:23]NaN{1_11111111_00000000000000000000001}"},
     };
     for (const auto& [bits, text] : diagnostics) {
         for (const bool generic : {false, true})
             EXPECT_EQ(make({8, 23}, bits, generic).to_str(), text) << std::hex << bits;
     }
-    // from_bits holds every NaN as the library NaN; other NaN patterns are
-    // reached by stepping the pattern.
-    EXPECT_EQ(make({8, 23}, 0x7FC00000, true).to_str(),
-              "[8:23]NaN{1_11111111_00000000000000000000001}");
-    IEEEFloat quiet = make({8, 23}, 0x7F800000);
-    for (int i = 0; i < 0x400000; ++i)
-        quiet.packed_next(true);
-    EXPECT_EQ(quiet.to_str(), "[8:23]NaN{0_11111111_10000000000000000000000}");
-    EXPECT_EQ(make({3, 2}, 29).to_str(), "[3:2]NaN{1_111_01}");
-}
+    // Other NaN patterns are printed as they are held (from_bits would make them
+    // the library NaN, so one is reached by stepping the pattern).
+    IEEEFloat positive_nan = make({8, 23}, 0x7F800000);
+    positive_nan.packed_next(true);
+    EXPECT_EQ(positive_nan.to_str(), "[8:23]NaN{0_11111111_00000000000000000000001}");
+    EXPECT_EQ(make({3, 2}, 56).to_str(), "[3:2]-8{1_110_00}");
+    EXPECT_EQ(make({2, 0}, 1).to_str(), "[2:0]1{0_01}");
 
-TEST(Text, Binary64Landmarks) {
     // Exactly halfway between the two shortest candidates: the lower is kept.
     EXPECT_EQ(binary64(623203260495222.75).to_float_str(), "623203260495222.7");
     // The 16-digit candidate equals the interval's lower end and is refused.
     EXPECT_EQ(binary64(3092535278770144256.0).to_float_str(), "3092535278770144300");
-    EXPECT_EQ(binary64(0.1).to_float_str(), "0.1");
-    EXPECT_EQ(binary64(2.0000000000000004).to_float_str(), "2.0000000000000004");
-    const std::string largest = binary64(1.7976931348623157e308).to_float_str();
-    EXPECT_EQ(largest, "17976931348623157" + std::string(292, '0'));
-    EXPECT_EQ(binary64(4.9406564584124654e-324).to_float_str(), "0." + std::string(323, '0') + "5");
     // 1e23 itself lies outside the interval of its nearest binary64 value.
     EXPECT_EQ(binary64(-1e23).to_float_str(), "-99999999999999990000000");
-}
+    EXPECT_EQ(binary64(4.9406564584124654e-324).to_float_str(), "0." + std::string(323, '0') + "5");
 
-TEST(Text, SpecialValuesAndEmptyFormats) {
-    for (const Format f : {Format{8, 23}, Format{11, 52}, Format{5, 10}, Format{15, 112}}) {
-        const oracle::Format of = to_oracle(f);
-        IEEEFloat inf = make(f, oracle::inf_pattern(of, false));
-        IEEEFloat nan = make(f, oracle::nan_pattern(of));
-        for (const IEEEFloat& x : {inf, make(f, oracle::inf_pattern(of, true))}) {
-            try {
-                (void)x.to_float_str();
-                ADD_FAILURE() << "an infinity was written";
-            } catch (const IEEEFloat::error& e) {
-                EXPECT_STREQ(e.what(), "can't convert Infinity to float str");
-            }
-        }
-        try {
-            (void)nan.to_float_str();
-            ADD_FAILURE() << "a NaN was written";
-        } catch (const IEEEFloat::error& e) {
-            EXPECT_STREQ(e.what(), "can't convert NaN to float str");
-        }
-    }
     const IEEEFloat empty;
     EXPECT_EQ(empty.to_str(), "[0:0]+0{0}");
     EXPECT_EQ(empty.to_float_str(), "0");

@@ -218,6 +218,8 @@ QNumber op(QNumber x, Op o, QNumber const& y) {
     return x;
 }
 
+// What the random operands never are: the one word with no small form, long
+// operands of -2^63, negative denominators, and the wide constructors.
 TEST(QNumberBoundary, ValueAndForm) {
     QNumber big_target = big(pow2z(70));
     big_target = QNumber(3, 4);
@@ -228,29 +230,8 @@ TEST(QNumberBoundary, ValueAndForm) {
     } const cases[] = {
         {QNumber(LONG_MIN), "-9223372036854775808", false},
         {QNumber(LONG_MIN, 6), "-4611686018427387904/3", false},
-        {op(QNumber(1L << 62), Op::add, QNumber(1L << 62)), "9223372036854775808", false},
-        {op(QNumber(-(1L << 62)), Op::add, QNumber(-(1L << 62))), "-9223372036854775808", false},
-        {op(QNumber(LONG_MAX), Op::sub, QNumber(-1)), "9223372036854775808", false},
-        {op(QNumber(LONG_MAX - 1), Op::add, QNumber(1)), "9223372036854775807", true},
-        {op(QNumber(1, 3), Op::add, QNumber(2, 3)), "1", true},
-        {op(QNumber(1, 6), Op::sub, QNumber(1, 6)), "0", true},
-        {op(QNumber(2, 3), Op::mul, QNumber(9, 4)), "3/2", true},
-        {op(QNumber(3037000500L), Op::mul, QNumber(3037000500L)), "9223372037000250000", false},
-        {op(QNumber(3037000499L), Op::mul, QNumber(3037000499L)), "9223372030926249001", true},
-        {op(QNumber(3, 4), Op::div, QNumber(-5, 7)), "-21/20", true},
         {op(QNumber(LONG_MIN), Op::div, QNumber(-1)), "9223372036854775808", false},
-        {op(big(pow2z(70) + 1, 2), Op::mul, QNumber(0)), "0", true},
-        {op(big(pow2z(70)), Op::mul, QNumber(0)), "0", false},
-        {op(QNumber(1), Op::add, big(pow2z(40))), "1099511627777", false},
         {QNumber(0) += LONG_MIN, "-9223372036854775808", false},
-        {QNumber(-2, 6).inv(), "-3", true},
-        {QNumber(-7, 2).floor(), "-4", true},
-        {QNumber(7, 2).floor(), "3", true},
-        {big(-(pow2z(70) + 1), 2).floor(), "-590295810358705651713", false},
-        {QNumber(-3, 4).get_den(), "4", true},
-        {forced_big(QNumber(5, 7)).get_num(), "5", true},
-        {big(pow2z(40), 3).get_num(), "1099511627776", false},
-        {big(pow2z(40), 6), "549755813888/3", false},
         {big(4, -6), "-2/3", true},
         {QNumber(4, -6), "-2/3", true},
         {QNumber(0, -9), "0", true},
