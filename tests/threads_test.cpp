@@ -81,26 +81,29 @@ std::string binary(const IEEEFloat& a, const IEEEFloat& b, Op op) {
     return outcome + pattern(r);
 }
 
+/// The operations that change a value.
+using Step = void (*)(IEEEFloat&, const IEEEFloat&);
+const Step steps[] = {
+    [](IEEEFloat& r, const IEEEFloat& o) { r += o; },
+    [](IEEEFloat& r, const IEEEFloat& o) { r -= o; },
+    [](IEEEFloat& r, const IEEEFloat& o) { r *= o; },
+    [](IEEEFloat& r, const IEEEFloat& o) { r /= o; },
+    [](IEEEFloat& r, const IEEEFloat&) { r.sqrt(); },
+    [](IEEEFloat& r, const IEEEFloat&) {
+        r.set_format({6, 9});
+    },
+    [](IEEEFloat& r, const IEEEFloat&) {
+        r.set_format({11, 52});
+    },
+    [](IEEEFloat& r, const IEEEFloat&) { r.next_representable(true); },
+    [](IEEEFloat& r, const IEEEFloat&) { r.packed_next(false); },
+};
+
 /// Everything the library computes about one pair of operands.
 void exercise(std::ostream& out, const IEEEFloat& a, const IEEEFloat& b) {
     out << pattern(a) << ' ' << pattern(b) << ':';
-    record(out, [&] { return binary(a, b, [](IEEEFloat& r, const IEEEFloat& o) { r += o; }); });
-    record(out, [&] { return binary(a, b, [](IEEEFloat& r, const IEEEFloat& o) { r -= o; }); });
-    record(out, [&] { return binary(a, b, [](IEEEFloat& r, const IEEEFloat& o) { r *= o; }); });
-    record(out, [&] { return binary(a, b, [](IEEEFloat& r, const IEEEFloat& o) { r /= o; }); });
-    record(out, [&] { return binary(a, b, [](IEEEFloat& r, const IEEEFloat&) { r.sqrt(); }); });
-    record(out, [&] {
-        return binary(a, b, [](IEEEFloat& r, const IEEEFloat&) { r.set_format({6, 9}); });
-    });
-    record(out, [&] {
-        return binary(a, b, [](IEEEFloat& r, const IEEEFloat&) { r.set_format({11, 52}); });
-    });
-    record(out, [&] {
-        return binary(a, b, [](IEEEFloat& r, const IEEEFloat&) { r.next_representable(true); });
-    });
-    record(out, [&] {
-        return binary(a, b, [](IEEEFloat& r, const IEEEFloat&) { r.packed_next(false); });
-    });
+    for (Step step : steps)
+        record(out, [&] { return binary(a, b, step); });
     record(out, [&] { return ieee_cmp(a, b); });
     record(out, [&] { return (a < b) * 4 + (a <= b) * 2 + (a == b); });
     record(out, [&] { return pattern(round(a)); });
