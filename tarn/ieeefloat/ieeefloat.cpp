@@ -3312,19 +3312,28 @@ bool round_decimal_quickly(format f, rounding_mode mode, bool negative, std::uin
     if (k > max_tabled_power || k < -max_tabled_power) return false;
     static const LeadingPowers leading;
     const LeadingPower& p = leading[k];
-    auto round_product = [&](std::uint64_t c, std::uint64_t high, std::uint64_t low) {
+    auto cut_product = [](std::uint64_t c, std::uint64_t high, std::uint64_t low) {
         mp_limb_t product[3];
         multiply_64_by_128(c, high, low, product);
-        const mp_size_t n = product[2] != 0 ? 3 : product[1] != 0 ? 2 : 1;
-        return round_to_word_pattern(f, mode, negative, cut_to_word(product, n, false),
-                                     k + p.exponent);
+        return cut_to_word(product, product[2] != 0 ? 3 : product[1] != 0 ? 2 : 1, false);
     };
-    pattern = round_product(c_low, p.high, p.low);
-    if (p.exact && c_low == c_high) return true;
+    auto round = [&](WordSignificand significand) {
+        return round_to_word_pattern(f, mode, negative, significand, k + p.exponent);
+    };
+    const WordSignificand lower = cut_product(c_low, p.high, p.low);
+    if (p.exact && c_low == c_high) {
+        pattern = round(lower);
+        return true;
+    }
     // T + 1, unless T is all ones (then the slow path decides).
     std::uint64_t high = p.high, low = p.low + (p.exact ? 0 : 1);
     if (low == 0 && !p.exact && ++high == 0) return false;
-    return round_product(c_high, high, low) == pattern;
+    const WordSignificand upper = cut_product(c_high, high, low);
+    pattern = round(lower);
+    // Ends that cut to the same significand, sticky bit included, round
+    // alike: the usual case, decided by one rounding.
+    if (upper.bits == lower.bits && upper.shift == lower.shift) return true;
+    return round(upper) == pattern;
 }
 
 /// The word path: the pattern of the numeral in a word_reading_format format,
