@@ -9,7 +9,9 @@
 
 #include "tests/testing.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <random>
 #include <string>
 
 namespace {
@@ -124,6 +126,44 @@ TEST_P(Differential, FromNumber) {
             const IEEEFloat x =
                 IEEEFloat::from_number(QNumber(q), f, static_cast<IEEEFloat::rounding_mode>(mode));
             EXPECT_EQ(x.get_repr(), IEEEFloat::get_best_repr(f));
+            mismatches.check(bits_of(x), oracle::from_number_model(q, ofmt(), mode),
+                             [&] { return context() + "from_number " + q.get_str(); });
+        });
+}
+
+/// Fractions that lie off a midpoint of the target format by less than half
+/// a unit of the first, wider rounding, which therefore lands exactly on the
+/// midpoint: N/D = mid/2^t + c/(D 2^t) with mid odd of m + 2 bits, c = ±1 and
+/// D much wider than the target's precision. Rounding the quotient only once
+/// gives a different result under ROUND_NEAREST_EVEN.
+TEST_P(Differential, FromNumberFirstRoundingMeetsAMidpoint) {
+    const IEEEFloat::format f = target().format();
+    const long m = static_cast<long>(f.mantissa_width);
+    const long bias = (1L << (f.exponent_width - 1)) - 1;
+    const auto random_bits = [](std::mt19937_64& rng, long bits) {
+        mpz_class z = 1;
+        for (long i = 1; i < bits; ++i)
+            z = 2 * z + static_cast<long>(rng() & 1);
+        return z;
+    };
+    run(8, ofmt(), target().cases / 4,
+        [&](oracle::OperandGenerator& gen, int mode, auto context, Mismatches& mismatches) {
+            const mpz_class mid = random_bits(gen.engine(), m + 1) * 2 + 1;
+            // 2^(m + 1 - t) is the midpoint's binade, kept in the normal range.
+            const long t = m + 3 + gen.uniform(0, std::min(bias - 3, 20L));
+            const long c = gen.uniform(0, 1) ? 1 : -1;
+            const mpz_class modulus = pow2z(static_cast<unsigned long>(t));
+            mpz_class d;
+            mpz_invert(d.get_mpz_t(), mid.get_mpz_t(), modulus.get_mpz_t());
+            d = -c * d;
+            mpz_fdiv_r_2exp(d.get_mpz_t(), d.get_mpz_t(), static_cast<unsigned long>(t));
+            d += random_bits(gen.engine(), m + 20) * modulus; // mid * d = -c (mod 2^t)
+            const mpz_class n = (mid * d + c) / modulus;
+            mpq_class q(n, d);
+            q.canonicalize();
+            if (gen.uniform(0, 1)) q = -q;
+            const IEEEFloat x =
+                IEEEFloat::from_number(QNumber(q), f, static_cast<IEEEFloat::rounding_mode>(mode));
             mismatches.check(bits_of(x), oracle::from_number_model(q, ofmt(), mode),
                              [&] { return context() + "from_number " + q.get_str(); });
         });

@@ -973,12 +973,12 @@ inline U256 operator|(const U256& a, const U256& b) {
     return {a.hi | b.hi, a.lo | b.lo};
 }
 /// Shifts by 0 to 255 bits.
-inline U256 operator<<(const U256& v, long n) {
+[[gnu::always_inline]] inline U256 operator<<(const U256& v, long n) {
     if (n == 0) return v;
     if (n >= 128) return {v.lo << (n - 128), 0};
     return {v.hi << n | v.lo >> (128 - n), v.lo << n};
 }
-inline U256 operator>>(const U256& v, long n) {
+[[gnu::always_inline]] inline U256 operator>>(const U256& v, long n) {
     if (n == 0) return v;
     if (n >= 128) return {0, v.hi >> (n - 128)};
     return {v.hi >> n, v.lo >> n | v.hi << (128 - n)};
