@@ -94,7 +94,8 @@ TEST_P(Differential, BinaryOperations) {
         if (op.kind == Operation::Div && t.m == 1) continue;
         run(static_cast<int>(op.kind), ofmt(), t.cases,
             [&](oracle::OperandGenerator& gen, int mode, auto context, Mismatches& mismatches) {
-                const auto [a_bits, b_bits] = gen.pair(op.kind);
+                const auto operands = gen.pair(op.kind);
+                const mpz_class &a_bits = operands.first, &b_bits = operands.second;
                 IEEEFloat a = make(a_bits, mode);
                 op.apply(a, make(b_bits, mode));
                 EXPECT_EQ(a.get_repr(), t.repr);
