@@ -615,6 +615,63 @@ QNumber IEEEFloat::format::max_mantissa() const {
 namespace {
 constexpr IEEEFloat::format binary32_format{8, 23};
 constexpr IEEEFloat::format binary64_format{11, 52};
+
+/// The heap blocks that hold the packed integers of generic values, kept per
+/// thread once released: a program that makes and drops generic values in a
+/// loop (every from_bits, copy and assignment makes one) then allocates none
+/// after the first few. Trivially constructible and destructible like the
+/// cache of QNumber's pairs, so it is usable at any point of a thread's life;
+/// `PackedBlockDrain` frees it at thread exit and closes it.
+struct PackedBlockCache {
+    static constexpr int capacity = 16;
+
+    void* blocks[capacity];
+    int count;
+    bool drain_registered;
+    bool closed;
+
+    static PackedBlockCache& local() noexcept {
+        thread_local PackedBlockCache cache;
+        return cache;
+    }
+};
+
+struct PackedBlockDrain {
+    PackedBlockDrain() = default;
+    PackedBlockDrain(const PackedBlockDrain&) = delete;
+    PackedBlockDrain& operator=(const PackedBlockDrain&) = delete;
+    ~PackedBlockDrain() {
+        PackedBlockCache& cache = PackedBlockCache::local();
+        cache.closed = true;
+        while (cache.count > 0)
+            ::operator delete(cache.blocks[--cache.count]);
+    }
+};
+
+/// A new heap QNumber holding a copy of `value`.
+QNumber* new_packed(const QNumber& value) {
+    PackedBlockCache& cache = PackedBlockCache::local();
+    if (cache.count == 0) return new QNumber(value);
+    void* block = cache.blocks[cache.count - 1];
+    QNumber* packed = new (block) QNumber(value); // a copy may throw: take the block after
+    --cache.count;
+    return packed;
+}
+
+/// Destroys a heap QNumber made by new_packed and keeps its block.
+void delete_packed(QNumber* packed) noexcept {
+    packed->~QNumber();
+    PackedBlockCache& cache = PackedBlockCache::local();
+    if (cache.closed || cache.count == PackedBlockCache::capacity) {
+        ::operator delete(packed);
+        return;
+    }
+    if (!cache.drain_registered) {
+        cache.drain_registered = true;
+        thread_local PackedBlockDrain drain;
+    }
+    cache.blocks[cache.count++] = packed;
+}
 } // namespace
 
 IEEEFloat::IEEEFloat(format f, rounding_mode mode) : IEEEFloat(f, get_best_repr(f), mode) {}
@@ -623,12 +680,12 @@ IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode mode) : fmt(f) {
     set_rounding_mode(mode);
     set_repr(r);
     value.bits64 = 0;
-    if (r != REPR_FLOAT32 && r != REPR_FLOAT64) value.packed = new QNumber(0L);
+    if (r != REPR_FLOAT32 && r != REPR_FLOAT64) value.packed = new_packed(QNumber());
 }
 
 IEEEFloat::IEEEFloat(const IEEEFloat& other)
     : fmt(other.fmt), mode_and_repr(other.mode_and_repr), value(other.value) {
-    if (get_repr() >= REPR_GENERIC) value.packed = new QNumber(*other.value.packed);
+    if (get_repr() >= REPR_GENERIC) value.packed = new_packed(*other.value.packed);
 }
 
 IEEEFloat::IEEEFloat(IEEEFloat&& other) noexcept
@@ -641,7 +698,7 @@ IEEEFloat::IEEEFloat(IEEEFloat&& other) noexcept
 IEEEFloat& IEEEFloat::operator=(const IEEEFloat& other) {
     if (this == &other) return *this;
     // Allocate before releasing, so a failed allocation leaves the target whole.
-    QNumber* copy = other.get_repr() >= REPR_GENERIC ? new QNumber(*other.value.packed) : nullptr;
+    QNumber* copy = other.get_repr() >= REPR_GENERIC ? new_packed(*other.value.packed) : nullptr;
     release();
     fmt = other.fmt;
     mode_and_repr = other.mode_and_repr;
@@ -668,7 +725,7 @@ IEEEFloat::~IEEEFloat() {
 
 void IEEEFloat::release() noexcept {
     if (get_repr() >= REPR_GENERIC) {
-        delete value.packed;
+        delete_packed(value.packed);
         value.packed = nullptr;
     }
 }
@@ -681,13 +738,10 @@ IEEEFloat::Repr IEEEFloat::get_best_repr(format f) noexcept {
 
 IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
     IEEEFloat result;
-    // Field by field: a whole-struct copy of the register-passed format goes
-    // through memory and stalls on store forwarding.
-    result.fmt.exponent_width = f.exponent_width;
-    result.fmt.mantissa_width = f.mantissa_width;
+    result.fmt = f;
     const Repr target = get_best_repr(f);
     if (target == REPR_GENERIC) {
-        result.value.packed = new QNumber(bits);
+        result.value.packed = new_packed(bits);
         result.set_repr(REPR_GENERIC);
         if (scan_packed(bits, f.mantissa_width).nan(f)) do_make_nan(f, *result.value.packed);
         return result;
@@ -771,7 +825,7 @@ void IEEEFloat::self_specialize_repr(Repr target) {
         return;
     }
     if (current >= REPR_GENERIC) return;
-    value.packed = new QNumber(get_bits());
+    value.packed = new_packed(get_bits());
     set_repr(REPR_GENERIC);
 }
 
