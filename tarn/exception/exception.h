@@ -39,6 +39,7 @@ public:
         return *this;
     }
 
+    /// Releases the message.
     ~Exception() noexcept override = default;
 
     /// Appends anything a standard output stream accepts to the message.

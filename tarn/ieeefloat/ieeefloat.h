@@ -162,6 +162,7 @@ public:
     public:
         /// An error carrying `msg`; the diagnostic hook runs once.
         explicit error(std::string const& msg) : Exception(msg, true) {}
+        /// Releases the message.
         ~error() noexcept override = default;
     };
 

@@ -24,6 +24,7 @@ namespace tarn {
 /// GMP paths GMP's infinite two's complement.
 class BVNumber {
 public:
+    /// Not constructible: BVNumber only groups static functions.
     BVNumber() = delete;
 
     /// Returned by the scans when no matching bit exists.

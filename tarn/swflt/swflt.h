@@ -54,10 +54,14 @@ constexpr std::uint8_t flag_divide_by_zero = 0x08;
 /// The operation had no meaningful result (or read a signalling NaN, or compared a NaN).
 constexpr std::uint8_t flag_invalid = 0x10;
 
-/// Rounding codes accepted by the arithmetic and the narrowing conversion.
+// Rounding codes accepted by the arithmetic and the narrowing conversion.
+/// Round to nearest, ties to the even last bit.
 constexpr int round_nearest_even = 0;
+/// Round toward -infinity.
 constexpr int round_toward_negative = 1;
+/// Round toward +infinity.
 constexpr int round_toward_positive = 2;
+/// Round toward zero (truncate).
 constexpr int round_toward_zero = 3;
 
 // ---------------------------------------------------------------------------------------------
