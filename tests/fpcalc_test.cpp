@@ -100,6 +100,17 @@ struct ErrorCase {
     const char* message;
 };
 
+void expect_error(const std::string& text, std::size_t column, const char* message) {
+    SCOPED_TRACE(text.substr(0, 40));
+    try {
+        eval(text);
+        ADD_FAILURE() << "accepted";
+    } catch (const fpcalc::InputError& e) {
+        EXPECT_EQ(e.column(), column);
+        EXPECT_NE(std::string(e.what()).find(message), std::string::npos) << e.what();
+    }
+}
+
 TEST(FpcalcErrors, PointAtTheOffendingText) {
     const ErrorCase cases[] = {
         {"", 0, "empty expression"},
@@ -116,16 +127,17 @@ TEST(FpcalcErrors, PointAtTheOffendingText) {
         {"1 - 0x", 4, "invalid number: \"0x\""},
         {"3 * -1e", 4, "invalid number: \"-1e\""},
     };
+    // Nesting and long chains alike are bounded before any recursion over the
+    // tree could exhaust the stack.
+    const std::string nested = std::string(100000, '(') + "1" + std::string(100000, ')');
+    std::string chain = "1";
+    for (int i = 0; i < 5000; ++i)
+        chain += "+1";
     for (const ErrorCase& c : cases) {
-        SCOPED_TRACE(c.text);
-        try {
-            eval(c.text);
-            ADD_FAILURE() << "accepted";
-        } catch (const fpcalc::InputError& e) {
-            EXPECT_EQ(e.column(), c.column);
-            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
-        }
+        expect_error(c.text, c.column, c.message);
     }
+    expect_error(nested, 1000, "nested too deeply");
+    expect_error(chain, 4096, "expression too long");
 }
 
 } // namespace

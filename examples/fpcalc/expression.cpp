@@ -78,7 +78,17 @@ private:
         return node;
     }
 
+    // Every level of nesting, parentheses and signs alike, passes through
+    // here, so bounding the depth keeps the reader itself within the stack.
     std::unique_ptr<Node> parse_unary() {
+        const std::size_t column = pos_;
+        if (++depth_ > max_depth) throw InputError("expression nested too deeply", column);
+        std::unique_ptr<Node> node = parse_signed();
+        --depth_;
+        return node;
+    }
+
+    std::unique_ptr<Node> parse_signed() {
         const std::size_t column = pos_;
         if (peek() == '+') {
             advance();
@@ -180,14 +190,24 @@ private:
                equals_ignoring_case(word, "nan");
     }
 
-    static std::unique_ptr<Node> make(Node::Kind kind, std::size_t column) {
+    // Evaluating, printing and freeing a tree recurse over it, so its size is
+    // bounded to keep them within the stack; no hand-written expression comes
+    // near the bound.
+    static constexpr std::size_t max_nodes = 4096;
+    static constexpr std::size_t max_depth = 1000;
+
+    std::unique_ptr<Node> make(Node::Kind kind, std::size_t column) {
+        if (++nodes_ > max_nodes)
+            throw InputError("expression too long: more than " + std::to_string(max_nodes) +
+                                 " numbers and operations",
+                             column);
         auto node = std::make_unique<Node>();
         node->kind = kind;
         node->column = column;
         return node;
     }
 
-    static std::unique_ptr<Node> leaf(std::string_view text, std::size_t column) {
+    std::unique_ptr<Node> leaf(std::string_view text, std::size_t column) {
         auto node = make(Node::Kind::numeral, column);
         node->text = std::string(text);
         return node;
@@ -210,6 +230,8 @@ private:
 
     std::string_view text_;
     std::size_t pos_ = 0;
+    std::size_t nodes_ = 0;
+    std::size_t depth_ = 0;
 };
 
 IEEEFloat read_numeral(const Node& leaf, IEEEFloat::format fmt, IEEEFloat::rounding_mode mode) {
