@@ -4,13 +4,10 @@
 
 #include "tests/testing.h"
 
-#include <cstdint>
-#include <cstring>
 #include <functional>
 #include <gmpxx.h>
 #include <gtest/gtest.h>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
