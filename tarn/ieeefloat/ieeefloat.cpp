@@ -29,6 +29,7 @@
 #include <limits>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarn {
@@ -648,12 +649,15 @@ struct PackedBlockDrain {
     }
 };
 
-/// A new heap QNumber holding a copy of `value`.
-QNumber* new_packed(const QNumber& value) {
+/// A new heap QNumber holding a copy of `value`, or taking over its storage
+/// when it is a temporary.
+template <class Value>
+QNumber* new_packed(Value&& value) {
     PackedBlockCache& cache = PackedBlockCache::local();
-    if (cache.count == 0) return new QNumber(value);
+    if (cache.count == 0) return new QNumber(std::forward<Value>(value));
     void* block = cache.blocks[cache.count - 1];
-    QNumber* packed = new (block) QNumber(value); // a copy may throw: take the block after
+    QNumber* packed =
+        new (block) QNumber(std::forward<Value>(value)); // a copy may throw: take the block after
     --cache.count;
     return packed;
 }
