@@ -1,7 +1,9 @@
-// The small form's promise: values that fit two words never touch the heap.
+// The small form's promise: values that fit two words never touch the heap,
+// and neither do binary32 and binary64 values held in their words.
 // This binary replaces the global allocation operator and GMP's allocator with
 // counting versions and runs every small-form operation inside a window.
 #include "allocation_counter.h"
+#include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/numbers/bvnumber.h"
 
 #include <gtest/gtest.h>
@@ -70,6 +72,40 @@ TEST(NumbersAllocation, SmallFormOperationsNeverAllocate) {
     });
     EXPECT_EQ(count, 0);
     EXPECT_NE(sink, 0);
+}
+
+TEST(NumbersAllocation, WordFloatOperationsNeverAllocate) {
+    // Not get_bits: a binary64 pattern with the sign set is an integer beyond
+    // the small form.
+    for (IEEEFloat::format f : {IEEEFloat::format{8, 23}, IEEEFloat::format{11, 52}}) {
+        IEEEFloat const a =
+            IEEEFloat::from_number(QNumber(10, 3), f, IEEEFloat::ROUND_NEAREST_EVEN);
+        IEEEFloat const b = IEEEFloat::from_number(QNumber(-7, 5), f, IEEEFloat::ROUND_TOWARD_ZERO);
+        long sink = 0;
+        long const count = allocations_in([&] {
+            for (int i = 0; i < 100; ++i) {
+                IEEEFloat x = a;
+                x += b;
+                x -= a;
+                x *= b;
+                x /= a;
+                x.sqrt();
+                x.self_neg();
+                x.set_sign(i % 2 == 0);
+                x.next_representable(true);
+                x.packed_next(false);
+                IEEEFloat y(std::move(x));
+                y.set_format(f == IEEEFloat::format{8, 23} ? IEEEFloat::format{11, 52}
+                                                           : IEEEFloat::format{8, 23});
+                y.set_format(f);
+                x = y;
+                sink += (x < a) + (x <= b) + (x == y) + ieee_cmp(x, b) + x.is_normal() +
+                        x.is_subnormal() + x.is_zero() + x.is_inf() + x.is_nan() + x.get_sign();
+            }
+        });
+        EXPECT_EQ(count, 0) << f.exponent_width;
+        EXPECT_NE(sink, 0);
+    }
 }
 
 } // namespace

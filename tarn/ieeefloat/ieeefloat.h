@@ -264,7 +264,8 @@ public:
     /// Converts the value in place to `new_fmt`, rounding under its own mode;
     /// the result is held in get_best_repr(new_fmt). NaNs become the library
     /// NaN of the new format (the soft-float NaN between binary32 and binary64
-    /// words), infinities and zeros keep their sign. A value that throws
+    /// words), infinities and zeros keep their sign. Converting to the value's
+    /// own format changes nothing, representation included. A value that throws
     /// (a mode above 3 on an inexact result) keeps its format, bits and
     /// representation.
     void set_format(format new_fmt);
