@@ -8,6 +8,7 @@
 #   ./build.sh memcheck        a representative part of the tests under valgrind
 #   ./build.sh bench [filter]  build and run the benchmarks
 #   ./build.sh package         install to a scratch prefix and build a consumer against it
+#   ./build.sh fuzz [seconds]  run each fuzz target (default 60 s each)
 #
 # Missing Debian packages are installed first (only those that are missing).
 set -euo pipefail
@@ -167,13 +168,43 @@ package_check() {
     "$PACKAGE_SCRATCH/consumer-pc-$name"
 }
 
+# Each target runs for the given time on a scratch copy of its corpus in
+# fuzz/corpus/<name>, so runs never grow the repository; any finding (crash,
+# sanitizer report, mismatch, leak, timeout or allocation past the limits)
+# fails the command and leaves the input that caused it in build/fuzz/findings.
+FUZZ_TARGETS=(fuzz_differential fuzz_numbers fuzz_robustness)
+
+cmd_fuzz() {
+    local seconds=${1:-60}
+    ensure_packages "${BASE_PACKAGES[@]}" clang-14 libclang-rt-14-dev
+    build fuzz "${FUZZ_TARGETS[@]}"
+    local findings=build/fuzz/findings name scratch
+    mkdir -p "$findings"
+    for name in "${FUZZ_TARGETS[@]}"; do
+        scratch=$(mktemp -d)
+        [[ -d fuzz/corpus/$name ]] && cp -r "fuzz/corpus/$name/." "$scratch/"
+        log "$name for ${seconds} s"
+        if ! "build/fuzz/fuzz/$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+            -max_len=4096 -print_final_stats=1 -artifact_prefix="$findings/$name-" "$scratch" \
+            >"$findings/$name.log" 2>&1; then
+            rm -rf "$scratch"
+            tail -n 60 "$findings/$name.log"
+            log "$name found a fault; the input is in $findings, the log in $findings/$name.log"
+            return 1
+        fi
+        rm -rf "$scratch"
+        grep -E '^stat::(number_of_executed_units|average_exec_per_sec|peak_rss_mb)' \
+            "$findings/$name.log" || true
+    done
+}
+
 usage() {
-    sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'
     exit "${1:-0}"
 }
 
 case "${1:-}" in
-demo | test | sanitize | tsan | memcheck | bench | package)
+demo | test | sanitize | tsan | memcheck | bench | package | fuzz)
     cmd=$1
     shift
     "cmd_$cmd" "$@"
