@@ -59,21 +59,22 @@ class NoExponentBits : public ::testing::TestWithParam<unsigned long> {};
 // and max_value gave a negative pattern.
 TEST_P(NoExponentBits, EveryOperationGivesAPatternOrTheLimit) {
     const Format f{0, GetParam()};
-    const mpz_class bound = mpz_class(1) << (f.mantissa_width + 1);
-    for (long bits : {0L, 1L, 1L << f.mantissa_width, (2L << f.mantissa_width) - 1}) {
+    const mpz_class sign = mpz_class(1) << f.mantissa_width, bound = 2 * sign;
+    for (const mpz_class& bits : {mpz_class(0), mpz_class(1), sign, mpz_class(bound - 1)}) {
         for (const Operation& op : operations) {
             for (int mode = 0; mode < 4; ++mode) {
-                IEEEFloat x = pattern(bits, f);
+                IEEEFloat x = IEEEFloat::from_bits(QNumber(bits), f);
                 x.set_rounding_mode(static_cast<IEEEFloat::rounding_mode>(mode));
                 const std::string message = message_of([&] { op.apply(x); });
                 if (!message.empty()) {
-                    EXPECT_EQ(message, limit_message) << op.name << " of " << bits;
-                    EXPECT_EQ(x.get_bits(), QNumber(bits)) << op.name << " changed on a throw";
+                    EXPECT_EQ(message, limit_message) << op.name << " of " << bits.get_str();
+                    EXPECT_EQ(x.get_bits().to_mpz(), bits) << op.name << " changed on a throw";
                     continue;
                 }
                 const mpz_class result = x.get_bits().to_mpz();
                 const bool fits = x.get_format() != f || (result >= 0 && result < bound);
-                EXPECT_TRUE(fits) << op.name << " of " << bits << " gave " << result.get_str();
+                EXPECT_TRUE(fits) << op.name << " of " << bits.get_str() << " gave "
+                                  << result.get_str();
             }
         }
     }
