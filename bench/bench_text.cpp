@@ -1,7 +1,7 @@
 // Speed of the shortest decimal text beside the standard library's shortest
 // fixed notation (std::to_chars with std::chars_format::fixed) on the same
-// binary64 and binary32 values, and of the text of generic formats. After the
-// runs the ratios tarn / std::to_chars are printed.
+// binary64 and binary32 values, and of the text of generic formats; the
+// hexadecimal text beside printf's %a. After the runs the ratios are printed.
 
 #include "bench/median_times.h"
 #include "tarn/ieeefloat/ieeefloat.h"
@@ -138,7 +138,9 @@ void BM_binary16_all_tarn(benchmark::State& state) {
         {5, 10}, 4, [](std::mt19937_64& rng) { return integer(rng() & 0xFFFF); });
     text_of_values(state, values);
 }
-void BM_binary128_all_tarn(benchmark::State& state) {
+/// Random finite values of a quadruple-precision-like format, from 127
+/// random bits.
+const std::vector<IEEEFloat>& binary128_values() {
     static const auto values = random_finite_values({15, 112}, 5, [](std::mt19937_64& rng) {
         QNumber bits = integer(rng() >> 1); // 127 random bits
         bits *= integer(std::uint64_t{1} << 62);
@@ -146,7 +148,42 @@ void BM_binary128_all_tarn(benchmark::State& state) {
         bits += integer(rng());
         return bits;
     });
-    text_of_values(state, values);
+    return values;
+}
+void BM_binary128_all_tarn(benchmark::State& state) {
+    text_of_values(state, binary128_values());
+}
+
+/// The hexadecimal text, beside the C library's %a on the same binary64 values.
+void hex_of_values(benchmark::State& state, const std::vector<IEEEFloat>& values) {
+    std::size_t i = 0;
+    for (auto _ : state) {
+        std::string text = values[i++ & (sample_count - 1)].to_hex_str();
+        benchmark::DoNotOptimize(text.data());
+    }
+}
+void BM_binary64_hex_tarn(benchmark::State& state) {
+    static const auto values = values_of(binary64_patterns(false), {11, 52});
+    hex_of_values(state, values);
+}
+void BM_binary64_hex_printf(benchmark::State& state) {
+    std::vector<double> values;
+    for (const std::uint64_t bits : binary64_patterns(false)) {
+        double v;
+        std::memcpy(&v, &bits, sizeof v);
+        values.push_back(v);
+    }
+    char buffer[64];
+    std::size_t i = 0;
+    for (auto _ : state) {
+        const int length =
+            std::snprintf(buffer, sizeof buffer, "%a", values[i++ & (sample_count - 1)]);
+        benchmark::DoNotOptimize(length);
+        benchmark::ClobberMemory();
+    }
+}
+void BM_binary128_hex_tarn(benchmark::State& state) {
+    hex_of_values(state, binary128_values());
 }
 
 BENCHMARK(BM_binary64_all_tarn);
@@ -158,6 +195,9 @@ BENCHMARK(BM_binary32_all_to_chars);
 BENCHMARK(BM_binary64_all_generic_tarn);
 BENCHMARK(BM_binary16_all_tarn);
 BENCHMARK(BM_binary128_all_tarn);
+BENCHMARK(BM_binary64_hex_tarn);
+BENCHMARK(BM_binary64_hex_printf);
+BENCHMARK(BM_binary128_hex_tarn);
 
 /// Remembers the time per iteration of every run so that ratios can be
 /// printed once all have finished.
@@ -169,6 +209,11 @@ void print_ratios(const tarn_bench::MedianTimes& times) {
         if (!tarn || !std_) continue;
         std::printf("ratio %-18s to_float_str / std::to_chars(fixed) = %.2f\n", set, *tarn / *std_);
     }
+    const double* hex = times.find("BM_binary64_hex_tarn");
+    const double* printf_hex = times.find("BM_binary64_hex_printf");
+    if (hex && printf_hex)
+        std::printf("ratio %-18s to_hex_str / printf(%%a) = %.2f\n", "binary64_all",
+                    *hex / *printf_hex);
 }
 
 } // namespace

@@ -22,6 +22,7 @@
 #include "tarn/swflt/swflt.h"
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -3588,6 +3589,40 @@ std::string finite_hex_text(unsigned long e, unsigned long m, BitAt bit_at, bool
     return text;
 }
 
+/// The hexadecimal text of a finite non-zero pattern of format (e, m) that
+/// fits a word (e + m <= 63, or the binary32 and binary64 words): the
+/// fraction is aligned to whole digits with one shift and written from a
+/// buffer, which keeps the text of binary32 and binary64 values cheap.
+std::string word_hex_text(std::uint64_t bits, unsigned long e, unsigned long m) {
+    char buffer[48]; // "-0x1." + 16 digits + "p-" + 19 exponent digits
+    char* out = buffer;
+    if ((bits >> (e + m)) & 1) *out++ = '-';
+    *out++ = '0';
+    *out++ = 'x';
+    const std::uint64_t biased = (bits >> m) & low_mask(e);
+    *out++ = biased == 0 ? '0' : '1';
+    std::uint64_t fraction = bits & low_mask(m);
+    if (fraction != 0) {
+        unsigned long digits = (m + 3) / 4;
+        fraction <<= 4 * digits - m; // pad on the right to whole digits
+        while ((fraction & 0xF) == 0) {
+            fraction >>= 4;
+            --digits;
+        }
+        *out++ = '.';
+        while (digits-- > 0)
+            *out++ = hex_digits[(fraction >> (4 * digits)) & 0xF];
+    }
+    *out++ = 'p';
+    const long bias = static_cast<long>(low_mask(e - 1));
+    const long unbiased = biased == 0 ? 1 - bias : static_cast<long>(biased) - bias;
+    *out++ = unbiased < 0 ? '-' : '+';
+    const unsigned long magnitude = unbiased < 0 ? 0UL - static_cast<unsigned long>(unbiased)
+                                                 : static_cast<unsigned long>(unbiased);
+    out = std::to_chars(out, buffer + sizeof buffer, magnitude).ptr;
+    return std::string(buffer, out);
+}
+
 } // namespace
 
 std::string IEEEFloat::to_hex_str() const {
@@ -3596,24 +3631,15 @@ std::string IEEEFloat::to_hex_str() const {
     if (is_nan()) return "nan";
     if (is_inf()) return get_sign() ? "-inf" : "inf";
     if (is_zero()) return get_sign() ? "-0x0p+0" : "0x0p+0";
-    const bool subnormal = is_subnormal();
-    switch (get_repr()) {
-    case REPR_FLOAT32:
-    case REPR_FLOAT64: {
-        // Words are read with their own layouts, as every word operation does.
-        const bool single = get_repr() == REPR_FLOAT32;
-        const std::uint64_t word = single ? value.bits32 : value.bits64;
-        return finite_hex_text(
-            single ? 8 : 11, single ? 23 : 52,
-            [word](unsigned long i) { return i < 64 && ((word >> i) & 1); }, subnormal);
-    }
-    default: {
-        const QNumber& packed = *value.packed;
-        return finite_hex_text(
-            fmt.exponent_width, fmt.mantissa_width,
-            [&packed](unsigned long i) { return BVNumber::test_bit(packed, i); }, subnormal);
-    }
-    }
+    // Words are read with their own layouts, as every word operation does.
+    if (get_repr() == REPR_FLOAT32) return word_hex_text(value.bits32, 8, 23);
+    if (get_repr() == REPR_FLOAT64) return word_hex_text(value.bits64, 11, 52);
+    const unsigned long e = fmt.exponent_width, m = fmt.mantissa_width;
+    const QNumber& packed = *value.packed;
+    std::uint64_t word;
+    if (e + m <= 63 && as_word(packed, word)) return word_hex_text(word, e, m);
+    return finite_hex_text(
+        e, m, [&packed](unsigned long i) { return BVNumber::test_bit(packed, i); }, is_subnormal());
 }
 
 } // namespace tarn

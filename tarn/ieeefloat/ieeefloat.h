@@ -421,8 +421,8 @@ public:
     /// them (a binary32 value held as a word and as a packed integer alike).
     /// The two zeros of a format hash alike too, so the hash suits both
     /// operator== (where +0 equals -0) and a bit-for-bit equality as the
-    /// key comparison. NaNs never equal themselves under operator==; key
-    /// containers that must hold NaNs on a bitwise comparison.
+    /// key comparison. A NaN equals nothing under operator==, itself
+    /// included, so containers that must find NaNs need a bitwise comparison.
     std::size_t hash() const noexcept;
 
 private:
