@@ -147,8 +147,8 @@ package_check() {
     local name=$1 prefix=$PACKAGE_SCRATCH/$1
     log "install the $name library into $prefix"
     cmake --install "$2" --prefix "$prefix" >/dev/null
-    if [[ -e $prefix/include/tarn/swflt/internal.h ]]; then
-        log "the private header tarn/swflt/internal.h was installed"
+    if [[ -e $prefix/include/tarn/swflt/internal.h || -e $prefix/include/tarn/ieeefloat/internal ]]; then
+        log "a private header (tarn/swflt/internal.h, tarn/ieeefloat/internal/) was installed"
         return 1
     fi
 

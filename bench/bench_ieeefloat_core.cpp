@@ -6,9 +6,9 @@
 // fit_to_format (overflow, subnormal rounding) and its encoder. S has 2m + 2
 // bits, the size of an exact product of two significands, and X spreads the
 // results over the whole range of the format, subnormals and overflow
-// included. The core is file-local, so this benchmark compiles it.
+// included. The core is reached through its internal header.
 
-#include "tarn/ieeefloat/ieeefloat.cpp"
+#include "tarn/ieeefloat/internal/rounding.h"
 #include "tests/oracle/oracle.h"
 
 #include <benchmark/benchmark.h>
@@ -21,6 +21,7 @@ namespace {
 
 using tarn::IEEEFloat;
 using tarn::QNumber;
+namespace detail = tarn::ieeefloat_detail;
 
 constexpr int sample_count = 1024;
 
@@ -55,13 +56,13 @@ Results make_results(unsigned long e, unsigned long m) {
 void BM_tarn(benchmark::State& state, unsigned long e, unsigned long m) {
     const Results r = make_results(e, m);
     const auto mode = static_cast<IEEEFloat::rounding_mode>(state.range(0));
-    tarn::TempNumProvider tmp;
+    detail::TempNumProvider tmp;
     QNumber significand, exponent, out;
     int k = 0;
     for (auto _ : state) {
         significand = r.s[k];
         exponent = r.x[k];
-        tarn::round_and_pack_float(tmp, r.f, mode, false, exponent, significand, out);
+        detail::round_and_pack_float(tmp, r.f, mode, false, exponent, significand, out);
         benchmark::DoNotOptimize(out);
         k = (k + 1) % sample_count;
     }

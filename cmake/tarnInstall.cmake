@@ -4,7 +4,8 @@
 include(CMakePackageConfigHelpers)
 
 # Only the headers a user includes, and those they include in turn; the
-# soft-float component's internal header stays private to the build.
+# internal headers of the soft-float component and of the float units
+# (tarn/ieeefloat/internal/) stay private to the build.
 set(tarn_public_headers
     exception/exception.h
     ieeefloat/ieeefloat.h

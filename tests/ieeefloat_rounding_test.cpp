@@ -1,11 +1,11 @@
 // The rounding core of IEEEFloat, and the allocation-free promise of the
-// generic path's codec. They are file-local to the implementation, so this
-// test compiles the implementation itself and is linked with the rest of the
-// library instead of the library. (The codec's results are checked by every
-// differential run: each operation unpacks and packs.)
+// generic path's codec, reached through their internal headers. (The codec's
+// results are checked by every differential run: each operation unpacks and
+// packs.)
 
 #include "allocation_counter.h"
-#include "tarn/ieeefloat/ieeefloat.cpp"
+#include "tarn/ieeefloat/internal/codec.h"
+#include "tarn/ieeefloat/internal/rounding.h"
 #include "tests/testing.h"
 
 #include <gmpxx.h>
@@ -18,6 +18,7 @@ namespace {
 
 using tarn::IEEEFloat;
 using tarn::QNumber;
+namespace detail = tarn::ieeefloat_detail;
 using Format = IEEEFloat::format;
 using Mode = IEEEFloat::rounding_mode;
 
@@ -27,9 +28,9 @@ constexpr Mode all_modes[] = {ne, tz, tp, tn};
 
 /// The rounding core on an exact result, answering the packed integer.
 mpz_class core(Format f, Mode mode, bool negative, const mpz_class& s, const mpz_class& x) {
-    tarn::TempNumProvider tmp;
+    detail::TempNumProvider tmp;
     QNumber significand(s), exponent(x), out;
-    tarn::round_and_pack_float(tmp, f, mode, negative, exponent, significand, out);
+    detail::round_and_pack_float(tmp, f, mode, negative, exponent, significand, out);
     return out.to_mpz();
 }
 
@@ -109,10 +110,10 @@ void record_hook(tarn::Exception const& e) noexcept {
 /// Runs the core expecting an error; checks the message and that out was not touched.
 void expect_error(Format f, Mode mode, const mpz_class& s, const mpz_class& x,
                   const std::string& message) {
-    tarn::TempNumProvider tmp;
+    detail::TempNumProvider tmp;
     QNumber significand(s), exponent(x), out(12345L);
     try {
-        tarn::round_and_pack_float(tmp, f, mode, false, exponent, significand, out);
+        detail::round_and_pack_float(tmp, f, mode, false, exponent, significand, out);
         ADD_FAILURE() << "no error for S=" << s << " X=" << x << " mode " << mode;
     } catch (const IEEEFloat::error& e) {
         EXPECT_EQ(e.what(), message);
@@ -218,18 +219,18 @@ TEST(GenericPath, AllocatesNothingWhileNumbersFitTheSmallForm) {
         QNumber out, exponent, significand, scratch;
         bool sign = false, inf = false, nan = false, zero = false;
         for (Format f : {Format{3, 2}, Format{5, 10}, Format{8, 23}, Format{10, 52}}) {
-            tarn::TempNumProvider tmp;
+            detail::TempNumProvider tmp;
             for (Mode mode : all_modes)
                 for (long s : {0L, 1L, -7L, 0x5555555L, 0x7fffffffffffffffL})
                     for (long x : {-3000L, -40L, 0L, 5L, 60L, 3000L}) {
                         exponent = QNumber(x);
                         significand = QNumber(s);
-                        tarn::round_and_pack_float(tmp, f, mode, s == 0, exponent, significand,
-                                                   out);
-                        tarn::unpack_components(f, out, sign, exponent, significand, scratch);
-                        tarn::get_flags(f, out, inf, nan, zero);
-                        tarn::pack_float(f, sign, exponent, significand, out);
-                        tarn::get_unbiased(f, f.bias(), exponent, significand);
+                        detail::round_and_pack_float(tmp, f, mode, s == 0, exponent, significand,
+                                                     out);
+                        detail::unpack_components(f, out, sign, exponent, significand, scratch);
+                        detail::get_flags(f, out, inf, nan, zero);
+                        detail::pack_float(f, sign, exponent, significand, out);
+                        detail::get_unbiased(f, f.bias(), exponent, significand);
                     }
         }
         // binary32 and binary64 values are built without a detour through the heap.

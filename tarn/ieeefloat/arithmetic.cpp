@@ -1,0 +1,466 @@
+// Addition, subtraction, multiplication and division. binary32 and binary64
+// words go to the soft-float component; generic values of formats up to 128
+// bits are computed on machine words, the rest exactly on QNumbers, and both
+// end in the rounding core.
+
+#include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/rounding.h"
+#include "tarn/ieeefloat/internal/swflt_glue.h"
+#include "tarn/ieeefloat/internal/word_arith.h"
+#include "tarn/numbers/bvnumber.h"
+#include "tarn/swflt/swflt.h"
+
+#include <cstdint>
+#include <gmp.h>
+
+namespace tarn {
+
+using namespace ieeefloat_detail;
+
+namespace {
+
+/// Throws the precision limit for an alignment past max_alignment_distance.
+void check_alignment_distance(unsigned long distance) {
+    if (distance > max_alignment_distance) throw_error(precision_limit_message);
+}
+
+/// The exact product of two significands, in the path's intermediate type.
+template <class Wide, class Bits>
+inline Wide wide_product(Bits a, Bits b) {
+    return Wide{a} * Wide{b};
+}
+template <>
+inline U256 wide_product<U256, u128>(u128 a, u128 b) {
+    const u128 mask = ~std::uint64_t{0};
+    const u128 a0 = a & mask, a1 = a >> 64, b0 = b & mask, b1 = b >> 64;
+    const u128 low = a0 * b0, mid1 = a0 * b1, mid2 = a1 * b0, high = a1 * b1;
+    const u128 mid = (low >> 64) + (mid1 & mask) + (mid2 & mask);
+    return {high + (mid1 >> 64) + (mid2 >> 64) + (mid >> 64), (mid << 64) | (low & mask)};
+}
+
+/// floor(n / d), and whether the division leaves a remainder (d > 0).
+template <class Wide>
+inline Wide divide(Wide n, std::uint64_t d, bool& inexact) {
+    inexact = n % d != 0;
+    return n / d;
+}
+U256 divide(const U256& n, u128 d, bool& inexact) {
+    mp_limb_t num[4], den[2] = {static_cast<mp_limb_t>(d), static_cast<mp_limb_t>(d >> 64)};
+    const int nn = to_limbs(n, num), dn = den[1] != 0 ? 2 : 1;
+    if (nn < dn) {
+        inexact = n != U256{};
+        return {};
+    }
+    mp_limb_t quotient[4], rest[2];
+    mpn_tdiv_qr(quotient, rest, 0, num, nn, den, dn);
+    inexact = rest[0] != 0 || (dn == 2 && rest[1] != 0);
+    return from_limbs(quotient, nn - dn + 1);
+}
+
+template <class Bits, class Wide>
+void add_sub_words(const WordFormat<Bits>& wf, rounding_mode mode, bool subtract, Bits a_bits,
+                   Bits b_bits, QNumber& out) {
+    WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
+    const bool b_sign = b.sign != subtract;
+
+    if (a.nan) return write_packed(a.bits, out);
+    if (b.nan) return write_packed(b.bits, out);
+    if (a.inf && b.inf) return write_packed(a.sign == b_sign ? a.bits : wf.nan(), out);
+    if (a.inf) return write_packed(a.bits, out);
+    if (b.inf) return write_packed(wf.inf(b_sign), out);
+    if (a.zero && b.zero)
+        return write_packed(a.sign == b_sign ? a.bits : wf.signed_zero(mode == 3), out);
+
+    // A zero addend needs no alignment.
+    if (a.zero) a.exp = b.exp;
+    if (b.zero) b.exp = a.exp;
+
+    // `hi` is the addend with the larger exponent.
+    const bool a_hi = a.exp >= b.exp;
+    const WordOperand<Bits>& hi = a_hi ? a : b;
+    const WordOperand<Bits>& lo = a_hi ? b : a;
+    const bool hi_sign = a_hi ? a.sign : b_sign;
+    const bool lo_sign = a_hi ? b_sign : a.sign;
+    const auto distance = static_cast<unsigned long>(hi.exp - lo.exp);
+    check_alignment_distance(distance);
+
+    Wide sum;
+    long exp;
+    bool negative = hi_sign;
+    if (distance <= wf.m + 3) {
+        // Exact alignment, at most 2m + 4 bits.
+        const Wide hi_sig = Wide{hi.sig} << static_cast<long>(distance);
+        const Wide lo_sig{lo.sig};
+        exp = lo.exp;
+        if (hi_sign == lo_sign) {
+            sum = hi_sig + lo_sig;
+        } else if (hi_sig >= lo_sig) {
+            sum = hi_sig - lo_sig;
+        } else {
+            sum = lo_sig - hi_sig;
+            negative = lo_sign;
+        }
+        // An exact zero sum is +0, or -0 when rounding toward negative.
+        if (sum == Wide{0}) return write_packed(wf.signed_zero(mode == 3), out);
+    } else {
+        // The smaller addend lies below a quarter of an ulp of `hi`, which is
+        // normal since its exponent is above the minimum: in quarter ulps the
+        // sum lies strictly between 4 hi.sig and 4 hi.sig + 1, or between
+        // 4 hi.sig - 1 and 4 hi.sig.
+        sum = Wide{hi.sig} << 2;
+        exp = hi.exp - 2;
+        if (hi_sign != lo_sign) sum = sum - Wide{1};
+        append_sticky(sum, exp);
+    }
+    round_into(wf, mode, negative, sum, exp, out);
+}
+
+template <class Bits, class Wide>
+void mul_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits b_bits,
+               QNumber& out) {
+    const WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
+    const bool negative = a.sign != b.sign;
+
+    if (a.nan) return write_packed(a.bits, out);
+    if (b.nan) return write_packed(b.bits, out);
+    if (a.inf || b.inf) return write_packed(a.zero || b.zero ? wf.nan() : wf.inf(negative), out);
+    round_into(wf, mode, negative, wide_product<Wide>(a.sig, b.sig),
+               a.exp + b.exp - static_cast<long>(wf.m), out);
+}
+
+template <class Bits, class Wide>
+void div_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits b_bits,
+               QNumber& out) {
+    WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
+    const bool negative = a.sign != b.sign;
+
+    if (a.nan) return write_packed(a.bits, out);
+    if (b.nan) return write_packed(b.bits, out);
+    if (a.zero && b.zero) return write_packed(wf.nan(), out);
+    if (b.zero) return write_packed(wf.inf(negative), out);
+    if (a.inf && b.inf) return write_packed(wf.nan(), out);
+    if (b.inf) return write_packed(wf.signed_zero(negative), out);
+    if (a.inf) return write_packed(wf.inf(negative), out);
+    if (a.zero) return write_packed(wf.signed_zero(negative), out);
+
+    normalise(wf, a);
+    normalise(wf, b);
+    // The exact path divides a.sig * 2^(2m) by b.sig. From m = 2 on, m + 2
+    // extra bits already put the round bit above the sticky bit, so the
+    // shorter dividend rounds the same; below that the exact path's own
+    // quotient is reproduced bit for bit.
+    const unsigned extra = wf.m >= 2 ? wf.m + 2 : 2 * wf.m;
+    long exp = a.exp - b.exp + static_cast<long>(wf.m) - static_cast<long>(extra);
+    bool inexact;
+    Wide quotient;
+    if (sizeof(Bits) == 8 && wf.m + 1 + extra <= 64) {
+        // Narrow formats divide in one machine word.
+        const auto dividend = static_cast<std::uint64_t>(a.sig) << extra;
+        const auto divisor = static_cast<std::uint64_t>(b.sig);
+        quotient = Wide{dividend / divisor};
+        inexact = dividend % divisor != 0;
+    } else {
+        quotient = divide(Wide{a.sig} << static_cast<long>(extra), b.sig, inexact);
+    }
+    if (inexact) append_sticky(quotient, exp);
+    round_into(wf, mode, negative, quotient, exp, out);
+}
+
+/// Which operation a word or exact computation performs.
+enum class ArithOp { add, sub, mul, div };
+
+/// a := a op b on the words of one path, when both packed integers read as
+/// words; false, with nothing done, otherwise.
+template <class Bits, class Wide>
+bool word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    const WordFormat<Bits> wf(f);
+    Bits a_bits, b_bits;
+    if (!read_packed(a, wf.sign_bit, a_bits) || !read_packed(b, wf.sign_bit, b_bits)) return false;
+    switch (op) {
+    case ArithOp::add:
+    case ArithOp::sub:
+        add_sub_words<Bits, Wide>(wf, mode, op == ArithOp::sub, a_bits, b_bits, a);
+        break;
+    case ArithOp::mul:
+        mul_words<Bits, Wide>(wf, mode, a_bits, b_bits, a);
+        break;
+    default:
+        div_words<Bits, Wide>(wf, mode, a_bits, b_bits, a);
+    }
+    return true;
+}
+
+/// a := a op b on the words of the format's path, if it has one and the
+/// operands read as words.
+inline bool try_word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    switch (word_path(f)) {
+    case WordPath::wide64:
+        return word_op<std::uint64_t, std::uint64_t>(op, f, mode, a, b);
+    case WordPath::wide128:
+        return word_op<std::uint64_t, u128>(op, f, mode, a, b);
+    case WordPath::wide256:
+        return word_op<u128, U256>(op, f, mode, a, b);
+    default:
+        return false;
+    }
+}
+
+/// Sign and class of one packed operand.
+struct OperandClass {
+    bool sign = false, inf = false, nan = false, zero = false;
+};
+
+/// Splits a packed operand into its biased exponent (slot `slot`) and its
+/// mantissa (slot `slot` + 1), and classifies it.
+OperandClass unpack_operand(TempNumProvider& tmp, format f, const QNumber& packed, int slot) {
+    OperandClass c;
+    unpack_components(f, packed, c.sign, tmp[slot], tmp[slot + 1], tmp[4]);
+    get_flags(f, packed, c.inf, c.nan, c.zero);
+    return c;
+}
+
+/// The difference of the exponents in slots `hi` and `lo`, which the
+/// alignment must shift by.
+unsigned long alignment_distance(TempNumProvider& tmp, int hi, int lo) {
+    QNumber& difference = tmp[5];
+    difference = tmp[hi];
+    difference -= tmp[lo];
+    long d;
+    if (!BVNumber::to_long(difference, &d)) throw_error(precision_limit_message);
+    check_alignment_distance(static_cast<unsigned long>(d));
+    return static_cast<unsigned long>(d);
+}
+
+/// a := a + b (a - b when `subtract`) on packed integers of format f, rounded
+/// under `mode`. The operands may be one object. On an error a is unchanged.
+void add_sub_float(bool subtract, TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a,
+                   const QNumber& b) {
+    const OperandClass ca = unpack_operand(tmp, f, a, 0);
+    const OperandClass cb = unpack_operand(tmp, f, b, 2);
+    const bool sa = ca.sign, sb = cb.sign != subtract;
+    const unsigned long sign_bit = f.exponent_width + f.mantissa_width;
+    const bool toward_negative = mode == IEEEFloat::ROUND_TOWARD_NEGATIVE;
+
+    if (ca.nan) return;
+    if (cb.nan) {
+        a = b;
+        return;
+    }
+    if (ca.inf && cb.inf) {
+        if (sa != sb) do_make_nan(f, a);
+        return;
+    }
+    if (ca.inf) return;
+    if (cb.inf) {
+        a = b;
+        BVNumber::set_bit(a, sign_bit, sb);
+        return;
+    }
+    if (ca.zero && cb.zero) {
+        if (sa != sb) do_make_zero(f, toward_negative, a);
+        return;
+    }
+
+    tmp[4] = f.bias();
+    get_unbiased(f, tmp[4], tmp[0], tmp[1]);
+    get_unbiased(f, tmp[4], tmp[2], tmp[3]);
+    // A zero addend is 0 at any exponent; lending it the other's spares
+    // shifting the other across the exponent range.
+    if (ca.zero) tmp[0] = tmp[2];
+    if (cb.zero) tmp[2] = tmp[0];
+
+    // Exact alignment onto the smaller exponent, which the sum keeps.
+    const int order = cmp(tmp[0], tmp[2]);
+    if (order > 0) {
+        BVNumber::bit_left_shift(tmp[1], alignment_distance(tmp, 0, 2), &tmp[1]);
+        tmp[0] = tmp[2];
+    } else if (order < 0) {
+        BVNumber::bit_left_shift(tmp[3], alignment_distance(tmp, 2, 0), &tmp[3]);
+    }
+
+    if (sa) tmp[1].self_neg();
+    if (sb) tmp[3].self_neg();
+    tmp[1] += tmp[3];
+    bool negative = sa;
+    if (!tmp[1].is_zero()) {
+        negative = tmp[1].is_negative();
+        if (negative) tmp[1].self_neg();
+    }
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], a);
+    // Two values of one format sum to a multiple of the smallest subnormal,
+    // so only an exact zero sum packs to zero: x - x is +0, or -0 when
+    // rounding toward negative.
+    if (BVNumber::scan_bit_1(a, 0) >= sign_bit) do_make_zero(f, toward_negative, a);
+}
+
+void mul_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    const OperandClass ca = unpack_operand(tmp, f, a, 0);
+    const OperandClass cb = unpack_operand(tmp, f, b, 2);
+    const bool negative = ca.sign != cb.sign;
+
+    if (ca.nan) return;
+    if (cb.nan) {
+        a = b;
+        return;
+    }
+    if (ca.inf || cb.inf) {
+        if (ca.zero || cb.zero) return do_make_nan(f, a);
+        if (!ca.inf) a = b;
+        BVNumber::set_bit(a, f.exponent_width + f.mantissa_width, negative);
+        return;
+    }
+
+    // Subnormal factors need no normalising: the product is exact anyway.
+    tmp[4] = f.bias();
+    get_unbiased(f, tmp[4], tmp[0], tmp[1]);
+    get_unbiased(f, tmp[4], tmp[2], tmp[3]);
+    tmp[0] += tmp[2];
+    tmp[0] -= static_cast<long>(f.mantissa_width);
+    tmp[1] *= tmp[3];
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], a);
+}
+
+/// a := a / b on packed integers of format f, rounded under `mode`.
+///
+/// The quotient of the two (m + 1)-bit significands is taken to 2m or 2m + 1
+/// bits, with one more low 1 bit when the division leaves a remainder; that
+/// bit takes part in rounding only as sticky information. From m = 2 on the
+/// round bit lies above it and the result is correctly rounded. With m = 0
+/// every significand is 1 and every quotient exact. With m = 1 the quotient
+/// 1.0 / 1.1 (binary), 2/3 of a binade, keeps just its two kept bits and the
+/// appended bit, which then reads as a round bit with nothing below it: under
+/// ROUND_NEAREST_EVEN a normal result of that quotient is rounded as a tie,
+/// to the even significand 1.0, where 1.1 is nearer. The directed modes and
+/// every other quotient are correctly rounded.
+void div_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    const OperandClass ca = unpack_operand(tmp, f, a, 0);
+    const OperandClass cb = unpack_operand(tmp, f, b, 2);
+    const bool negative = ca.sign != cb.sign;
+    const unsigned long m = f.mantissa_width;
+
+    if (ca.nan) return;
+    if (cb.nan) {
+        a = b;
+        return;
+    }
+    if (ca.zero && cb.zero) return do_make_nan(f, a);
+    if (cb.zero) return do_make_inf(f, negative, a);
+    if (ca.inf && cb.inf) return do_make_nan(f, a);
+    if (cb.inf) return do_make_zero(f, negative, a);
+    if (ca.inf) return do_make_inf(f, negative, a);
+    if (ca.zero) {
+        if (ca.sign != negative) BVNumber::set_bit(a, f.exponent_width + m, negative);
+        return;
+    }
+
+    // The biased exponent fields still tell the subnormals apart.
+    const bool a_subnormal = tmp[0].is_zero(), b_subnormal = tmp[2].is_zero();
+    tmp[4] = f.bias();
+    get_unbiased(f, tmp[4], tmp[0], tmp[1]);
+    get_unbiased(f, tmp[4], tmp[2], tmp[3]);
+    if (a_subnormal) normalise_subnormal(f, tmp[0], tmp[1]);
+    if (b_subnormal) normalise_subnormal(f, tmp[2], tmp[3]);
+
+    tmp[0] -= tmp[2];
+    tmp[0] -= static_cast<long>(m);
+    BVNumber::bit_left_shift(tmp[1], m, &tmp[1]);
+    BVNumber::bit_left_shift(tmp[1], m, &tmp[1]);
+    tmp[1].divmod(tmp[3], tmp[4], tmp[2]);
+    if (!tmp[2].is_zero()) {
+        tmp[0] -= 1L;
+        BVNumber::bit_left_shift(tmp[4], 1, &tmp[4]);
+        tmp[4] += 1L;
+    }
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[4], a);
+}
+
+/// a := a op b on packed integers of format f, exactly with QNumbers. Kept
+/// out of line so that the word paths' caller stays small.
+[[gnu::noinline]] void exact_op(ArithOp op, format f, rounding_mode mode, QNumber& a,
+                                const QNumber& b) {
+    TempNumProvider tmp;
+    switch (op) {
+    case ArithOp::add:
+        return add_sub_float(false, tmp, f, mode, a, b);
+    case ArithOp::sub:
+        return add_sub_float(true, tmp, f, mode, a, b);
+    case ArithOp::mul:
+        return mul_float(tmp, f, mode, a, b);
+    default:
+        return div_float(tmp, f, mode, a, b);
+    }
+}
+
+/// a := a op b on packed integers of format f: on machine words when the
+/// format and both operands allow it, otherwise exactly.
+void generic_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+    if (!try_word_op(op, f, mode, a, b)) exact_op(op, f, mode, a, b);
+}
+
+} // namespace
+
+IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_add(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_add(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::add, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_sub(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_sub(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::sub, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_mul(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_mul(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::mul, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
+    switch (get_repr()) {
+    case REPR_FLOAT32:
+        value.bits32 =
+            settle_float32(swflt::float32_div(value.bits32, other.value.bits32, swflt_code(*this)));
+        break;
+    case REPR_FLOAT64:
+        value.bits64 =
+            settle_float64(swflt::float64_div(value.bits64, other.value.bits64, swflt_code(*this)));
+        break;
+    default:
+        generic_op(ArithOp::div, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
+    }
+    return *this;
+}
+
+} // namespace tarn

@@ -1,0 +1,254 @@
+// Conversion from exact numbers (from_number) and between formats (set_format).
+
+#include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/rounding.h"
+#include "tarn/ieeefloat/internal/swflt_glue.h"
+#include "tarn/ieeefloat/internal/word_arith.h"
+#include "tarn/numbers/bvnumber.h"
+#include "tarn/swflt/swflt.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+namespace tarn {
+
+using namespace ieeefloat_detail;
+
+namespace {
+
+/// The packed pattern `bits` of `from` converted to `to`, both formats with a
+/// word path: the generic conversion of set_format, on words. A significand
+/// of up to 113 bits, widened to the target's precision or cut down to it,
+/// always fits 128 bits.
+template <class FromBits, class ToBits>
+ToBits convert_bits(format from, format to, rounding_mode mode, FromBits bits) {
+    const WordFormat<FromBits> wf_from(from);
+    const WordFormat<ToBits> wf_to(to);
+    const WordOperand<FromBits> x = unpack(wf_from, bits);
+    if (x.nan) return wf_to.nan();
+    if (x.inf) return wf_to.inf(x.sign);
+    if (x.zero) return wf_to.signed_zero(x.sign);
+    const long exp = x.exp - static_cast<long>(wf_from.m) + static_cast<long>(wf_to.m);
+    return round_bits(wf_to, mode, x.sign, u128{x.sig}, exp) | wf_to.signed_zero(x.sign);
+}
+
+/// Replaces `packed`, a pattern of `from`, by its conversion to `to`, when
+/// both formats have a word path and the pattern reads as words; false, with
+/// nothing changed, otherwise.
+template <class FromBits>
+bool convert_from(format from, format to, rounding_mode mode, QNumber& packed) {
+    FromBits bits;
+    if (!read_packed(packed, static_cast<unsigned>(from.exponent_width + from.mantissa_width),
+                     bits))
+        return false;
+    if (one_word_format(to)) {
+        // A fresh number, so that a one-word result drops the big form a
+        // two-word source needed and later operations run on the word.
+        QNumber result(
+            static_cast<long>(convert_bits<FromBits, std::uint64_t>(from, to, mode, bits)));
+        std::swap(packed, result);
+    } else {
+        write_packed(convert_bits<FromBits, u128>(from, to, mode, bits), packed);
+    }
+    return true;
+}
+
+/// set_format's generic conversion on words, when both formats have a word
+/// path; false, with nothing changed, otherwise.
+bool try_convert_words(format from, format to, rounding_mode mode, QNumber& packed) {
+    if (word_path(to) == WordPath::none) return false;
+    switch (word_path(from)) {
+    case WordPath::wide64:
+    case WordPath::wide128:
+        return convert_from<std::uint64_t>(from, to, mode, packed);
+    case WordPath::wide256:
+        return convert_from<u128>(from, to, mode, packed);
+    default:
+        return false;
+    }
+}
+
+/// The format into which every positive integer of `bits` bits converts
+/// exactly, with at least the precision and the exponent width of f: such an
+/// integer is a normal value of it.
+format exact_integer_format(unsigned long bits, format f) {
+    const unsigned long m = std::max(bits, f.mantissa_width);
+    const auto m_bits = static_cast<unsigned long>(64 - __builtin_clzll(m | 1));
+    return {std::max(m_bits, f.exponent_width) + 1, m};
+}
+
+/// The quotient of the positive integers N (slot 2) and D (slot 3) at the
+/// resolution 2^k: slot 1 := F = floor(N / (D * 2^k)) and slot 4 := the
+/// remainder of the one integer division that gives F. For k > 0 the bits of
+/// N below 2^k are dropped before dividing; `low_bits_dropped` tells whether
+/// any of them was set. Returns whether N / D is not exactly F * 2^k. Slot 0
+/// is working storage.
+bool quotient_at(TempNumProvider& tmp, long k, bool& low_bits_dropped) {
+    low_bits_dropped = false;
+    if (k <= 0) {
+        BVNumber::bit_left_shift(tmp[2], static_cast<unsigned long>(-k), &tmp[0]);
+    } else {
+        const auto drop = static_cast<unsigned long>(k);
+        low_bits_dropped = BVNumber::scan_bit_1(tmp[2], 0) < drop;
+        BVNumber::bit_right_shift(tmp[2], drop, &tmp[0]);
+    }
+    tmp[0].divmod(tmp[3], tmp[1], tmp[4]);
+    return low_bits_dropped || !tmp[4].is_zero();
+}
+
+/// The significand F at resolution 2^k in the terms of the rounding core for
+/// a format of mantissa width m: slot 0 := X and slot 1 := S with
+/// S * 2^(X - m) = F * 2^k when exact, and S = 2F + 1 one bit lower (a
+/// sticky 1 below F) when not.
+void quotient_as_exact_result(TempNumProvider& tmp, long k, bool inexact, unsigned long m) {
+    if (inexact) {
+        BVNumber::bit_left_shift(tmp[1], 1, &tmp[1]);
+        tmp[1] += 1L;
+        --k;
+    }
+    tmp[0] = QNumber(k + static_cast<long>(m));
+}
+
+/// Whether a remainder (slot 4) of the division by D (slot 3), as a fraction
+/// of D, may lie within 2^-j of 0 or of 1. A first rounding at a position j
+/// bits below the quotient's last bit moves a quotient no farther than that,
+/// so outside this band both roundings see the quotient truncated with a
+/// sticky bit. Judged from bit lengths, so it errs toward yes.
+bool remainder_near_an_end(TempNumProvider& tmp, unsigned long j, bool low_bits_dropped) {
+    if (tmp[4].is_zero()) return low_bits_dropped;
+    const unsigned long d = bit_length(tmp[3]);
+    // rest * 2^j >= D when bitlen(rest) - 1 + j >= bitlen(D).
+    if (bit_length(tmp[4]) + j <= d) return true;
+    // Likewise for D - rest - 1, the distance to the next multiple.
+    tmp[0] = tmp[3];
+    tmp[0] -= tmp[4];
+    tmp[0] -= 1L;
+    return tmp[0].is_zero() || bit_length(tmp[0]) + j <= d;
+}
+
+} // namespace
+
+IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode) {
+    if (q.is_integer()) {
+        // The integer N is N * 2^(m - m): significand N, exponent m.
+        IEEEFloat result(f, REPR_GENERIC, mode);
+        TempNumProvider tmp(static_cast<long>(f.mantissa_width));
+        tmp[1] = q;
+        round_and_pack_float(tmp, f, mode, false, tmp[0], tmp[1], *result.value.packed);
+        result.self_specialize_repr(best_repr(f));
+        return result;
+    }
+
+    // A proper fraction N/D. N and D each convert exactly into a format wide
+    // enough for them, and the quotient is correctly rounded in the wider of
+    // the two formats and then rounded again into f. This double rounding is
+    // part of the contract: from_number(8/3, (4, 3)) is 2.5, not the nearer
+    // 2.75. Both roundings are computed from one integer division.
+    const bool negative = q.is_negative();
+    TempNumProvider tmp;
+    tmp[2] = q.get_num();
+    if (negative) tmp[2].self_neg();
+    tmp[3] = q.get_den();
+    const unsigned long n = bit_length(tmp[2]), d = bit_length(tmp[3]);
+    const format num_fmt = exact_integer_format(n, f);
+    const format den_fmt = exact_integer_format(d, f);
+    const format wide = num_fmt.mantissa_width < den_fmt.mantissa_width ? den_fmt : num_fmt;
+    const unsigned long m = f.mantissa_width, wide_m = wide.mantissa_width;
+    // The quotient's leading bit has the weight 2^lead or 2^(lead + 1).
+    const long lead = static_cast<long>(n) - static_cast<long>(d) - 1;
+    bool low_bits_dropped;
+
+    // When the first rounding lies far below the second, the quotient is
+    // needed only to f's precision and a few bits more: unless it lies
+    // within a unit of the first rounding of a multiple of its last bit, the
+    // first rounding moves it no farther than a sticky bit below that last
+    // bit would, and every decision of the second rounding falls on
+    // multiples of that bit. A wide numerator or denominator (thousands of
+    // bits for values far outside f's range) then costs a short division
+    // instead of one as wide as they are.
+    constexpr unsigned long min_gap = 10;
+    if (wide_m >= m + min_gap && wide.exponent_width <= 62) {
+        const long k = lead - static_cast<long>(m) - 1; // half f's unit or less
+        const bool inexact = quotient_at(tmp, k, low_bits_dropped);
+        const unsigned long f_bits = bit_length(tmp[1]);
+        // The first rounding's unit, 2^(lead_exact - wide_m), is 2^-j of 2^k.
+        const unsigned long j = wide_m + 1 - f_bits;
+        const long wide_min_exponent = 2 - (long{1} << (wide.exponent_width - 1));
+        const bool normal_in_wide = static_cast<long>(f_bits) - 1 + k >= wide_min_exponent;
+        if (normal_in_wide && j >= 2 &&
+            !(inexact && remainder_near_an_end(tmp, j, low_bits_dropped))) {
+            IEEEFloat result(f, REPR_GENERIC, mode);
+            quotient_as_exact_result(tmp, k, inexact, m);
+            round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], *result.value.packed);
+            result.self_specialize_repr(best_repr(f));
+            return result;
+        }
+    }
+
+    // Otherwise the first rounding is made explicitly, from the quotient to
+    // half the unit of the wide format or less.
+    const long k = lead - static_cast<long>(wide_m) - 1;
+    const bool inexact = quotient_at(tmp, k, low_bits_dropped);
+    IEEEFloat result(wide, REPR_GENERIC, mode);
+    quotient_as_exact_result(tmp, k, inexact, wide_m);
+    round_and_pack_float(tmp, wide, mode, negative, tmp[0], tmp[1], *result.value.packed);
+    result.set_format(f);
+    return result;
+}
+
+void IEEEFloat::set_format(format new_fmt) {
+    if (new_fmt == fmt) return;
+    const Repr repr = get_repr();
+    if (repr == REPR_FLOAT32 && new_fmt == binary64_format) {
+        value.bits64 = settle_float64(swflt::float32_to_float64(value.bits32));
+        fmt = new_fmt;
+        set_repr(REPR_FLOAT64);
+        return;
+    }
+    if (repr == REPR_FLOAT64 && new_fmt == binary32_format) {
+        const std::uint32_t word = settle_float32(
+            swflt::float64_to_float32(value.bits64, swflt_rounding_code(get_rounding_mode())));
+        value.bits64 = 0;
+        value.bits32 = word;
+        fmt = new_fmt;
+        set_repr(REPR_FLOAT32);
+        return;
+    }
+    if (repr != REPR_GENERIC) {
+        // Converted on a generic copy, so that a rounding error leaves this
+        // value in its word, as every failed operation leaves its target.
+        IEEEFloat generic(*this);
+        generic.self_specialize_repr(REPR_GENERIC);
+        generic.set_format(new_fmt);
+        *this = std::move(generic);
+        return;
+    }
+
+    const format old_fmt = fmt;
+    const rounding_mode mode = get_rounding_mode();
+    QNumber& packed = *value.packed;
+    if (!try_convert_words(old_fmt, new_fmt, mode, packed)) {
+        TempNumProvider tmp;
+        bool sign, inf, nan, zero;
+        unpack_components(old_fmt, packed, sign, tmp[0], tmp[1], tmp[4]);
+        get_flags(old_fmt, packed, inf, nan, zero);
+        if (nan) {
+            do_make_nan(new_fmt, packed);
+        } else if (inf) {
+            do_make_inf(new_fmt, sign, packed);
+        } else {
+            // M * 2^(E - m) is M * 2^((E - m + m') - m') in the new format.
+            tmp[4] = old_fmt.bias();
+            get_unbiased(old_fmt, tmp[4], tmp[0], tmp[1]);
+            tmp[0] -= static_cast<long>(old_fmt.mantissa_width);
+            tmp[0] += static_cast<long>(new_fmt.mantissa_width);
+            // Zeros come out with the sign flag they are handed, so -0 stays -0.
+            round_and_pack_float(tmp, new_fmt, mode, sign, tmp[0], tmp[1], packed);
+        }
+    }
+    fmt = new_fmt;
+    self_specialize_repr(best_repr(new_fmt));
+}
+
+} // namespace tarn

@@ -1,0 +1,629 @@
+// Reading numerals: from_string. Numerals of everyday length and range are
+// read into word-sized formats without allocating; everything else through
+// exact integers and the rounding core.
+
+#include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/ascii.h"
+#include "tarn/ieeefloat/internal/bits.h"
+#include "tarn/ieeefloat/internal/rounding.h"
+#include "tarn/ieeefloat/internal/swflt_glue.h"
+#include "tarn/numbers/bvnumber.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <gmp.h>
+#include <gmpxx.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarn {
+
+using namespace ieeefloat_detail;
+
+namespace {
+
+/// Exponents are read saturating at this magnitude: any larger one puts
+/// every numeral of a format with up to 62 exponent bits out of its range,
+/// and the sums with digit counts below stay far from the word limits.
+constexpr long exponent_cap = long{1} << 62;
+
+/// The largest power of ten, in magnitude, that a decimal numeral may need
+/// built exactly: 5^(2^24) has about 39 million bits (under 5 MiB).
+constexpr long decimal_exponent_limit = long{1} << 24;
+
+/// The significant digits of a finite numeral: the part of its mantissa
+/// from the first non-zero digit to the last (a point may lie inside it),
+/// how many digits that is, and the position of the last one counted from
+/// the units digit (0 for the units digit, negative after the point).
+/// `count` is 0 when no digit is non-zero.
+struct SignificantDigits {
+    std::string_view span;
+    long count = 0;
+    long last_position = 0;
+};
+
+/// A numeral whose syntax has been checked, not yet converted.
+struct Numeral {
+    enum class Kind { finite, infinity, nan };
+    Kind kind = Kind::finite;
+    bool negative = false;
+    bool hex = false;
+    /// The significant digits of the mantissa.
+    SignificantDigits digits;
+    /// The written exponent (of ten, or of two for hexadecimal), saturated
+    /// at +-exponent_cap.
+    long exponent = 0;
+    bool exponent_saturated = false;
+};
+
+[[noreturn, gnu::cold, gnu::noinline]] void throw_invalid_number(std::string_view text) {
+    std::string message = "invalid number: \"";
+    message.append(text.data(), text.size());
+    message += '"';
+    throw IEEEFloat::error(message);
+}
+
+inline bool is_decimal_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+inline bool is_hex_digit(char c) {
+    return is_decimal_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+inline int hex_digit_value(char c) {
+    if (is_decimal_digit(c)) return c - '0';
+    return (c | 0x20) - 'a' + 10;
+}
+
+/// Reads an optionally signed run of decimal digits that makes up the whole
+/// of `text`, saturating at exponent_cap. False when the text is not one.
+bool read_exponent(std::string_view text, long& value, bool& saturated) {
+    std::size_t i = 0;
+    const bool negative = !text.empty() && text[0] == '-';
+    if (!text.empty() && (text[0] == '-' || text[0] == '+')) ++i;
+    if (i == text.size()) return false;
+    long magnitude = 0;
+    saturated = false;
+    for (; i < text.size(); ++i) {
+        if (!is_decimal_digit(text[i])) return false;
+        const long digit = text[i] - '0';
+        saturated = saturated || magnitude > (exponent_cap - digit) / 10;
+        magnitude = saturated ? exponent_cap : magnitude * 10 + digit;
+    }
+    value = negative ? -magnitude : magnitude;
+    return true;
+}
+
+/// Splits `text` into sign, mantissa and exponent, or names it a NaN or an
+/// infinity. False for anything else.
+bool parse_numeral(std::string_view text, Numeral& out) {
+    if (!text.empty() && (text[0] == '-' || text[0] == '+')) {
+        out.negative = text[0] == '-';
+        text.remove_prefix(1);
+    }
+    if (equal_ignoring_ascii_case(text, "inf") || equal_ignoring_ascii_case(text, "infinity")) {
+        out.kind = Numeral::Kind::infinity;
+        return true;
+    }
+    if (equal_ignoring_ascii_case(text, "nan")) {
+        out.kind = Numeral::Kind::nan;
+        return true;
+    }
+    out.hex = text.size() > 1 && text[0] == '0' && (text[1] | 0x20) == 'x';
+    if (out.hex) text.remove_prefix(2);
+
+    // One pass finds the end of the mantissa, its point and its first and
+    // last non-zero digits.
+    constexpr std::size_t none = std::string_view::npos;
+    std::size_t end = 0, point = none, first = none, last = none;
+    bool seen_digit = false;
+    for (; end < text.size(); ++end) {
+        const char c = text[end];
+        if (out.hex ? is_hex_digit(c) : is_decimal_digit(c)) {
+            seen_digit = true;
+            if (c == '0') continue;
+            if (first == none) first = end;
+            last = end;
+        } else if (c == '.' && point == none) {
+            point = end;
+        } else {
+            break;
+        }
+    }
+    if (!seen_digit) return false;
+    if (first != none) {
+        if (point == none) point = end;
+        SignificantDigits& digits = out.digits;
+        digits.span = text.substr(first, last - first + 1);
+        digits.count = static_cast<long>(digits.span.size()) - (first < point && point < last);
+        // The units digit sits just before the point.
+        digits.last_position =
+            last < point ? static_cast<long>(point - 1 - last) : -static_cast<long>(last - point);
+    }
+    if (end == text.size()) return true;
+    const char marker = static_cast<char>(text[end] | 0x20);
+    if (marker != (out.hex ? 'p' : 'e')) return false;
+    return read_exponent(text.substr(end + 1), out.exponent, out.exponent_saturated);
+}
+
+/// The digits of `span` without its point, as GMP reads them.
+void copy_digits(std::string_view span, std::string& out) {
+    out.clear();
+    for (const char c : span)
+        if (c != '.') out += c;
+}
+
+/// The first `n` digits of `span` (n at most 19 decimal or 16 hexadecimal
+/// digits) read as an integer.
+std::uint64_t leading_digits(std::string_view span, long n, bool hex) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; n > 0; ++i) {
+        const char c = span[i];
+        if (c == '.') continue;
+        value = hex ? value << 4 | static_cast<std::uint64_t>(hex_digit_value(c))
+                    : value * 10 + static_cast<std::uint64_t>(c - '0');
+        --n;
+    }
+    return value;
+}
+
+/// The binary exponents that bound a format's range: values of 2^overflow
+/// or more overflow, and values below 2^-underflow (half the smallest
+/// subnormal) round as if they were tiny positive numbers. False when the
+/// format is too wide for them to be kept in words; then nothing is decided
+/// from the exponent alone.
+bool range_exponents(format f, long& overflow, long& underflow) {
+    if (f.exponent_width < 1 || f.exponent_width > 61 || f.mantissa_width > (1UL << 60))
+        return false;
+    const long bias = (long{1} << (f.exponent_width - 1)) - 1;
+    overflow = bias + 1;
+    underflow = bias + static_cast<long>(f.mantissa_width) + 1;
+    return true;
+}
+
+enum class Reach { in_range, overflow, underflow };
+
+/// Rounds a value that is certainly out of range through the rounding core,
+/// with a stand-in of the same sign on the same side: every magnitude above
+/// the overflow threshold rounds alike, and so does every magnitude below
+/// half the smallest subnormal. The stand-ins are inexact, as the numerals
+/// they stand for are, so an invalid mode is reported as for any inexact
+/// result.
+void round_out_of_range(format f, rounding_mode mode, bool negative, Reach reach, QNumber& out) {
+    TempNumProvider tmp;
+    tmp[0] = f.bias();
+    if (reach == Reach::overflow) {
+        // (2^(m+1) + 1) * 2^(bias + 1 - m), above 2^(bias + 2).
+        tmp[0] += 1L;
+        BVNumber::pow2(f.mantissa_width + 1, &tmp[1]);
+        tmp[1] += 1L;
+    } else {
+        // 2^(-bias - 2 - m), an eighth of the smallest subnormal.
+        tmp[0].self_neg();
+        tmp[0] -= 2L;
+        tmp[1] = QNumber(1L);
+    }
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+}
+
+/// Rounds C * 2^k, with C > 0 given by its digits in base 16, once into `out`.
+void round_hex(format f, rounding_mode mode, bool negative, const std::string& digits, long k,
+               QNumber& out) {
+    mpz_class c;
+    mpz_set_str(c.get_mpz_t(), digits.c_str(), 16);
+    TempNumProvider tmp(k);
+    tmp[0] += static_cast<long>(f.mantissa_width);
+    tmp[1] = QNumber(c);
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+}
+
+/// The powers of five the word path uses: enough for every numeral of up to
+/// 19 digits within the range of binary64 (|k| <= 343).
+constexpr long max_tabled_power = 360;
+/// Limbs of 5^max_tabled_power (836 bits), with room to spare.
+constexpr mp_size_t max_power_limbs = 14;
+
+/// The powers 5^(step * i) for i below `count`, made once for the process and
+/// then only read.
+class PowersOfFive {
+public:
+    PowersOfFive(long step, long count) : powers(static_cast<std::size_t>(count)) {
+        mpz_t factor;
+        mpz_init(factor);
+        mpz_ui_pow_ui(factor, 5, static_cast<unsigned long>(step));
+        mpz_init_set_ui(&powers[0], 1);
+        for (std::size_t i = 1; i < powers.size(); ++i) {
+            mpz_init(&powers[i]);
+            mpz_mul(&powers[i], &powers[i - 1], factor);
+        }
+        mpz_clear(factor);
+    }
+    ~PowersOfFive() {
+        for (__mpz_struct& p : powers)
+            mpz_clear(&p);
+    }
+    PowersOfFive(const PowersOfFive&) = delete;
+    PowersOfFive& operator=(const PowersOfFive&) = delete;
+
+    mpz_srcptr operator[](long i) const { return &powers[static_cast<std::size_t>(i)]; }
+
+private:
+    std::vector<__mpz_struct> powers;
+};
+
+/// Every power up to 5^max_tabled_power, for the word path.
+const PowersOfFive& powers_of_five() {
+    static const PowersOfFive table(1, max_tabled_power + 1);
+    return table;
+}
+
+/// Larger powers are made from 5^(27 i), kept for the exponent range of
+/// binary128 and a little beyond (about 130 KiB in all), times 5^(k mod 27),
+/// which fits a word.
+constexpr long coarse_power_step = 27;
+constexpr long coarse_power_count = 200;
+
+/// 5^n, from the tables where they reach and otherwise computed in `scratch`.
+mpz_srcptr power_of_five(unsigned long n, mpz_ptr scratch) {
+    const auto k = static_cast<long>(n);
+    if (k <= max_tabled_power) return powers_of_five()[k];
+    if (k < coarse_power_step * coarse_power_count) {
+        static const PowersOfFive coarse(coarse_power_step, coarse_power_count);
+        const long low = k % coarse_power_step;
+        mpz_mul_ui(scratch, coarse[k / coarse_power_step],
+                   static_cast<unsigned long>(mpz_get_ui(powers_of_five()[low])));
+        return scratch;
+    }
+    mpz_ui_pow_ui(scratch, 5, n);
+    return scratch;
+}
+
+/// Integers of the exact path, kept per thread so that reading in a loop
+/// stops allocating once they have grown to the largest size met.
+struct ReadingScratch {
+    mpz_t digits, power, remainder;
+    ReadingScratch() { mpz_inits(digits, power, remainder, nullptr); }
+    ~ReadingScratch() { mpz_clears(digits, power, remainder, nullptr); }
+    ReadingScratch(const ReadingScratch&) = delete;
+    ReadingScratch& operator=(const ReadingScratch&) = delete;
+};
+
+ReadingScratch& reading_scratch() {
+    thread_local ReadingScratch scratch;
+    return scratch;
+}
+
+/// Rounds C * 10^k, with C > 0 given by its decimal digits, once into `out`.
+/// C * 10^k is C * 5^k * 2^k: for k >= 0 an integer handed over whole; for
+/// k < 0 a quotient C * 2^j / 5^-k cut to at least m + 3 bits, with a last
+/// bit added that is 1 when the division left a remainder. That bit lies
+/// below every bit the rounding core keeps or looks at as the round bit, so
+/// it decides exactly as the whole quotient would.
+void round_decimal(format f, rounding_mode mode, bool negative, const std::string& digits, long k,
+                   QNumber& out) {
+    ReadingScratch& s = reading_scratch();
+    mpz_set_str(s.digits, digits.c_str(), 10);
+    mpz_srcptr power = power_of_five(static_cast<unsigned long>(k < 0 ? -k : k), s.power);
+    long exponent2 = k;
+    if (k >= 0) {
+        mpz_mul(s.digits, s.digits, power);
+    } else {
+        const long wanted = static_cast<long>(f.mantissa_width) + 3;
+        const long have = static_cast<long>(mpz_sizeinbase(s.digits, 2)) -
+                          static_cast<long>(mpz_sizeinbase(power, 2));
+        const long j = std::max(0L, wanted - have);
+        mpz_mul_2exp(s.digits, s.digits, static_cast<mp_bitcnt_t>(j));
+        mpz_fdiv_qr(s.digits, s.remainder, s.digits, power);
+        mpz_mul_2exp(s.digits, s.digits, 1);
+        if (mpz_sgn(s.remainder) != 0) mpz_setbit(s.digits, 0);
+        exponent2 = k - j - 1;
+    }
+    TempNumProvider tmp(exponent2);
+    tmp[0] += static_cast<long>(f.mantissa_width);
+    tmp[1] = QNumber(mpz_class(s.digits));
+    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+}
+
+/// Where a decimal C * 10^k of `count` significant digits lies:
+/// 10^(k + count - 1) <= C * 10^k < 10^(k + count). floor_log10_pow2 errs
+/// low by at most one, so one decade of margin makes each decision certain.
+Reach decimal_reach(format f, long count, long k) {
+    long overflow, underflow;
+    if (!range_exponents(f, overflow, underflow)) return Reach::in_range;
+    const long top = k + count; // the value is below 10^top
+    if (top - 1 >= floor_log10_pow2(overflow) + 2) return Reach::overflow;
+    if (-top >= floor_log10_pow2(underflow) + 2) return Reach::underflow;
+    return Reach::in_range;
+}
+
+/// Where C * 2^k lies, C having `bits` bits: 2^(k + bits - 1) <= C * 2^k < 2^(k + bits).
+Reach binary_reach(format f, long bits, long k) {
+    long overflow, underflow;
+    if (!range_exponents(f, overflow, underflow)) return Reach::in_range;
+    if (k + bits - 1 >= overflow) return Reach::overflow;
+    if (k + bits <= -underflow) return Reach::underflow;
+    return Reach::in_range;
+}
+
+// ---- Reading into formats whose patterns fit words -------------------------
+//
+// Most numerals have at most 19 significant digits and an exponent within the
+// range of binary64. For formats whose patterns fit a word they are read with
+// no allocation at all: the exact product C * 5^k, or a quotient
+// C * 2^j / 5^-k of more than 64 bits with its remainder, is formed in limbs on
+// the stack from a table of powers of five, cut to 63 bits with the bits cut
+// off folded into a sticky bit, and rounded by the word rounding core. Longer
+// numerals are bracketed: their first 19 digits C and C + 1 give two values
+// either side of the numeral's, and when both round alike (monotonic
+// rounding) so does the numeral; otherwise the exact path decides.
+
+/// Formats the word path serves: their rounding fits words, and a 63-bit
+/// significand holds the kept bits, the round bit and a sticky bit below it.
+inline bool word_reading_format(format f) {
+    return word_rounding_format(f) && f.mantissa_width <= 60;
+}
+
+/// A significand cut to at most 63 bits, whatever was cut off (and any
+/// remainder left by a division) folded into its lowest bit; its value is
+/// bits * 2^shift, give or take that sticky bit.
+struct WordSignificand {
+    std::uint64_t bits;
+    long shift;
+};
+
+/// Cuts the n-limb integer at `limbs` (top limb not zero). A set `inexact`
+/// stands for a non-zero remainder below the lowest limb; it comes only with
+/// quotients of more than 64 bits, which always have bits cut off to carry it.
+WordSignificand cut_to_word(const mp_limb_t* limbs, mp_size_t n, bool inexact) {
+    const long length = 64 * (n - 1) + (64 - __builtin_clzll(limbs[n - 1]));
+    if (length <= 63) return {limbs[0], 0};
+    // Keep 63 bits: those at [shift, shift + 63).
+    const long shift = length - 63;
+    const auto index = static_cast<mp_size_t>(shift / 64);
+    const auto offset = static_cast<unsigned>(shift % 64);
+    std::uint64_t bits = limbs[index] >> offset;
+    if (offset != 0 && index + 1 < n) bits |= limbs[index + 1] << (64 - offset);
+    bool sticky = inexact || (offset != 0 && (limbs[index] & low_mask(offset)) != 0);
+    for (mp_size_t i = 0; i < index && !sticky; ++i)
+        sticky = limbs[i] != 0;
+    return {bits | std::uint64_t{sticky}, shift};
+}
+
+/// Rounds (-1)^negative * significand * 2^exponent (significand below 2^63)
+/// into the pattern of a word_reading_format format.
+std::uint64_t round_to_word_pattern(format f, rounding_mode mode, bool negative,
+                                    WordSignificand significand, long exponent) {
+    // Rounding -v toward +infinity is rounding v toward -infinity, negated.
+    // Rounding the magnitude keeps the pattern clear of the sign bit, where a
+    // QNumber word would have to grow into GMP storage.
+    rounding_mode magnitude_mode = mode;
+    if (negative && mode == IEEEFloat::ROUND_TOWARD_POSITIVE)
+        magnitude_mode = IEEEFloat::ROUND_TOWARD_NEGATIVE;
+    else if (negative && mode == IEEEFloat::ROUND_TOWARD_NEGATIVE)
+        magnitude_mode = IEEEFloat::ROUND_TOWARD_POSITIVE;
+    QNumber packed;
+    round_and_pack_word(f, magnitude_mode, false, static_cast<long>(significand.bits),
+                        exponent + significand.shift + static_cast<long>(f.mantissa_width), packed);
+    long magnitude = 0;
+    BVNumber::to_long(packed, &magnitude);
+    return static_cast<std::uint64_t>(magnitude) | std::uint64_t{negative}
+                                                       << (f.exponent_width + f.mantissa_width);
+}
+
+/// C * 10^k, for |k| <= max_tabled_power, rounded into a word pattern.
+std::uint64_t round_decimal_in_words(format f, rounding_mode mode, bool negative, std::uint64_t c,
+                                     long k) {
+    mpz_srcptr power = powers_of_five()[k < 0 ? -k : k];
+    const mp_limb_t* five = mpz_limbs_read(power);
+    const auto n = static_cast<mp_size_t>(mpz_size(power));
+    if (k >= 0) {
+        // C * 10^k = (C * 5^k) * 2^k.
+        mp_limb_t product[max_power_limbs + 1];
+        product[n] = mpn_mul_1(product, five, n, c);
+        return round_to_word_pattern(f, mode, negative,
+                                     cut_to_word(product, n + (product[n] != 0), false), k);
+    }
+    // C * 10^k = (C * 2^j / 5^-k) * 2^(k - j), with C placed j = 64 (n + 1)
+    // bits up so that the quotient has more than 64 bits.
+    mp_limb_t numerator[max_power_limbs + 2] = {};
+    numerator[n + 1] = c;
+    mp_limb_t quotient[3], remainder[max_power_limbs];
+    mpn_tdiv_qr(quotient, remainder, 0, numerator, n + 2, five, n);
+    const mp_size_t quotient_limbs = quotient[2] != 0 ? 3 : 2;
+    const bool inexact = !mpn_zero_p(remainder, n);
+    return round_to_word_pattern(f, mode, negative, cut_to_word(quotient, quotient_limbs, inexact),
+                                 k - 64 * (n + 1));
+}
+
+/// 5^k for |k| <= max_tabled_power cut to its leading 128 bits: 5^k lies in
+/// [T * 2^exponent, (T + 1) * 2^exponent), at its lower end only when `exact`
+/// (the powers below 2^128). For negative k, T is the quotient of a power of
+/// two by 5^-k, 128 bits long.
+struct LeadingPower {
+    std::uint64_t high, low;
+    long exponent;
+    bool exact;
+};
+
+class LeadingPowers {
+public:
+    LeadingPowers() {
+        mpz_t t;
+        mpz_init(t);
+        for (long k = -max_tabled_power; k <= max_tabled_power; ++k) {
+            mpz_srcptr five = powers_of_five()[k < 0 ? -k : k];
+            const auto length = static_cast<long>(mpz_sizeinbase(five, 2));
+            LeadingPower& p = powers[static_cast<std::size_t>(k + max_tabled_power)];
+            if (k >= 0) {
+                p.exact = length <= 128;
+                p.exponent = p.exact ? 0 : length - 128;
+                mpz_tdiv_q_2exp(t, five, static_cast<mp_bitcnt_t>(p.exponent));
+            } else {
+                // 2^(length + 127) / 5^-k lies in (2^127, 2^128) and is no integer.
+                p.exact = false;
+                p.exponent = -(length + 127);
+                mpz_set_ui(t, 0);
+                mpz_setbit(t, static_cast<mp_bitcnt_t>(length + 127));
+                mpz_tdiv_q(t, t, five);
+            }
+            p.low = mpz_getlimbn(t, 0);
+            p.high = mpz_getlimbn(t, 1);
+        }
+        mpz_clear(t);
+    }
+
+    const LeadingPower& operator[](long k) const {
+        return powers[static_cast<std::size_t>(k + max_tabled_power)];
+    }
+
+private:
+    LeadingPower powers[2 * max_tabled_power + 1];
+};
+
+/// c * (high * 2^64 + low) into three limbs, lowest first.
+void multiply_64_by_128(std::uint64_t c, std::uint64_t high, std::uint64_t low,
+                        mp_limb_t (&out)[3]) {
+    __extension__ using u128 = unsigned __int128;
+    const u128 low_product = static_cast<u128>(c) * low;
+    const u128 high_product =
+        static_cast<u128>(c) * high + static_cast<std::uint64_t>(low_product >> 64);
+    out[0] = static_cast<std::uint64_t>(low_product);
+    out[1] = static_cast<std::uint64_t>(high_product);
+    out[2] = static_cast<std::uint64_t>(high_product >> 64);
+}
+
+/// The quick decision for a decimal in [C_low * 10^k, C_high * 10^k]
+/// (C_low = C_high when the numeral is read whole): with 5^k known to 128
+/// bits, the value lies between C_low * T and C_high * (T + 1), scaled. When
+/// both ends round to the same pattern, so does every value between them,
+/// the numeral's included. False when they differ (the value is within about
+/// 2^-120 of a rounding boundary) or the power is out of the table.
+bool round_decimal_quickly(format f, rounding_mode mode, bool negative, std::uint64_t c_low,
+                           std::uint64_t c_high, long k, std::uint64_t& pattern) {
+    if (k > max_tabled_power || k < -max_tabled_power) return false;
+    static const LeadingPowers leading;
+    const LeadingPower& p = leading[k];
+    auto cut_product = [](std::uint64_t c, std::uint64_t high, std::uint64_t low) {
+        mp_limb_t product[3];
+        multiply_64_by_128(c, high, low, product);
+        return cut_to_word(product, product[2] != 0 ? 3 : product[1] != 0 ? 2 : 1, false);
+    };
+    auto round = [&](WordSignificand significand) {
+        return round_to_word_pattern(f, mode, negative, significand, k + p.exponent);
+    };
+    const WordSignificand lower = cut_product(c_low, p.high, p.low);
+    if (p.exact && c_low == c_high) {
+        pattern = round(lower);
+        return true;
+    }
+    // T + 1, unless T is all ones (then the slow path decides).
+    std::uint64_t high = p.high, low = p.low + (p.exact ? 0 : 1);
+    if (low == 0 && !p.exact && ++high == 0) return false;
+    const WordSignificand upper = cut_product(c_high, high, low);
+    pattern = round(lower);
+    // Ends that cut to the same significand, sticky bit included, round
+    // alike: the usual case, decided by one rounding.
+    if (upper.bits == lower.bits && upper.shift == lower.shift) return true;
+    return round(upper) == pattern;
+}
+
+/// The word path: the pattern of the numeral in a word_reading_format format,
+/// or false when the exact path has to decide. `k` is the exponent of the
+/// significant digits: the value is C * 10^k, or C * 2^k for hexadecimal.
+bool read_in_words(format f, rounding_mode mode, bool negative, bool hex,
+                   const SignificantDigits& digits, long k, std::uint64_t& pattern) {
+    if (!word_reading_format(f) || static_cast<unsigned>(mode) > 3) return false;
+    // Up to 16 hexadecimal digits are read exactly; longer numerals are
+    // bracketed with 15, so that C + 1 still fits a word.
+    const long exact_digits = hex ? 16 : 19;
+    const long used = digits.count <= exact_digits ? digits.count : hex ? 15 : 19;
+    const bool cut = used < digits.count;
+    const long scale = k + (digits.count - used) * (hex ? 4 : 1);
+    const std::uint64_t c = leading_digits(digits.span, used, hex);
+    if (!hex) {
+        if (round_decimal_quickly(f, mode, negative, c, cut ? c + 1 : c, scale, pattern))
+            return true;
+        if (scale > max_tabled_power || scale < -max_tabled_power) return false;
+    }
+    auto round = [&](std::uint64_t c) {
+        if (!hex) return round_decimal_in_words(f, mode, negative, c, scale);
+        const mp_limb_t limb = c;
+        return round_to_word_pattern(f, mode, negative, cut_to_word(&limb, 1, false), scale);
+    };
+    pattern = round(c);
+    return !cut || round(c + 1) == pattern;
+}
+
+} // namespace
+
+IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode mode) {
+    Numeral numeral;
+    if (!parse_numeral(text, numeral)) throw_invalid_number(text);
+    IEEEFloat result(f, mode);
+    switch (numeral.kind) {
+    case Numeral::Kind::nan:
+        result.self_nan();
+        return result;
+    case Numeral::Kind::infinity:
+        result.self_inf(numeral.negative);
+        return result;
+    case Numeral::Kind::finite:
+        break;
+    }
+
+    const SignificantDigits& significant = numeral.digits;
+    if (significant.count == 0) {
+        result.self_zero(numeral.negative);
+        return result;
+    }
+    // The value is C * base^k with C the significant digits read as an integer.
+    long k;
+    Reach reach;
+    if (numeral.hex) {
+        k = numeral.exponent + 4 * significant.last_position;
+        const auto first_digit = static_cast<unsigned>(hex_digit_value(significant.span[0]));
+        const long bits = 4 * (significant.count - 1) + (32 - __builtin_clz(first_digit));
+        reach = binary_reach(f, bits, k);
+    } else {
+        k = numeral.exponent + significant.last_position;
+        reach = decimal_reach(f, significant.count, k);
+    }
+
+    std::uint64_t pattern;
+    if (reach == Reach::in_range && !numeral.exponent_saturated &&
+        read_in_words(f, mode, numeral.negative, numeral.hex, significant, k, pattern)) {
+        switch (result.get_repr()) {
+        case REPR_FLOAT32:
+            result.value.bits32 = static_cast<std::uint32_t>(pattern);
+            break;
+        case REPR_FLOAT64:
+            result.value.bits64 = pattern;
+            break;
+        default:
+            *result.value.packed = integer_from_word(pattern);
+        }
+        return result;
+    }
+
+    result.self_specialize_repr(REPR_GENERIC);
+    QNumber& packed = *result.value.packed;
+    if (reach != Reach::in_range) {
+        round_out_of_range(f, mode, numeral.negative, reach, packed);
+    } else if (numeral.exponent_saturated ||
+               (!numeral.hex && (k > decimal_exponent_limit || k < -decimal_exponent_limit))) {
+        throw_error(precision_limit_message);
+    } else {
+        thread_local std::string digits;
+        copy_digits(significant.span, digits);
+        if (numeral.hex)
+            round_hex(f, mode, numeral.negative, digits, k, packed);
+        else
+            round_decimal(f, mode, numeral.negative, digits, k, packed);
+    }
+    result.self_specialize_repr(best_repr(f));
+    return result;
+}
+
+} // namespace tarn
