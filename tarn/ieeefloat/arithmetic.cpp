@@ -397,69 +397,50 @@ void generic_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNum
     if (!try_word_op(op, f, mode, a, b)) exact_op(op, f, mode, a, b);
 }
 
+/// x := x op y for the held values of a representation: words by the
+/// soft-float component's operation, settled, and packed integers by
+/// generic_op. Always inlined, so that each operator calls its word
+/// operations directly.
+template <class Held>
+[[gnu::always_inline]] inline void
+compute_held(ArithOp op, IEEEFloat::Repr repr, format f, rounding_mode mode, Held& x, const Held& y,
+             std::uint32_t (*on_float32)(std::uint32_t, std::uint32_t, int),
+             std::uint64_t (*on_float64)(std::uint64_t, std::uint64_t, int)) {
+    switch (repr) {
+    case IEEEFloat::REPR_FLOAT32:
+        x.bits32 = settle_float32(on_float32(x.bits32, y.bits32, swflt_rounding_code(mode)));
+        break;
+    case IEEEFloat::REPR_FLOAT64:
+        x.bits64 = settle_float64(on_float64(x.bits64, y.bits64, swflt_rounding_code(mode)));
+        break;
+    default:
+        generic_op(op, f, mode, *x.packed, *y.packed);
+    }
+}
+
 } // namespace
 
 IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
-    switch (get_repr()) {
-    case REPR_FLOAT32:
-        value.bits32 =
-            settle_float32(swflt::float32_add(value.bits32, other.value.bits32, swflt_code(*this)));
-        break;
-    case REPR_FLOAT64:
-        value.bits64 =
-            settle_float64(swflt::float64_add(value.bits64, other.value.bits64, swflt_code(*this)));
-        break;
-    default:
-        generic_op(ArithOp::add, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
-    }
+    compute_held(ArithOp::add, get_repr(), fmt, get_rounding_mode(), value, other.value,
+                 swflt::float32_add, swflt::float64_add);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
-    switch (get_repr()) {
-    case REPR_FLOAT32:
-        value.bits32 =
-            settle_float32(swflt::float32_sub(value.bits32, other.value.bits32, swflt_code(*this)));
-        break;
-    case REPR_FLOAT64:
-        value.bits64 =
-            settle_float64(swflt::float64_sub(value.bits64, other.value.bits64, swflt_code(*this)));
-        break;
-    default:
-        generic_op(ArithOp::sub, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
-    }
+    compute_held(ArithOp::sub, get_repr(), fmt, get_rounding_mode(), value, other.value,
+                 swflt::float32_sub, swflt::float64_sub);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
-    switch (get_repr()) {
-    case REPR_FLOAT32:
-        value.bits32 =
-            settle_float32(swflt::float32_mul(value.bits32, other.value.bits32, swflt_code(*this)));
-        break;
-    case REPR_FLOAT64:
-        value.bits64 =
-            settle_float64(swflt::float64_mul(value.bits64, other.value.bits64, swflt_code(*this)));
-        break;
-    default:
-        generic_op(ArithOp::mul, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
-    }
+    compute_held(ArithOp::mul, get_repr(), fmt, get_rounding_mode(), value, other.value,
+                 swflt::float32_mul, swflt::float64_mul);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
-    switch (get_repr()) {
-    case REPR_FLOAT32:
-        value.bits32 =
-            settle_float32(swflt::float32_div(value.bits32, other.value.bits32, swflt_code(*this)));
-        break;
-    case REPR_FLOAT64:
-        value.bits64 =
-            settle_float64(swflt::float64_div(value.bits64, other.value.bits64, swflt_code(*this)));
-        break;
-    default:
-        generic_op(ArithOp::div, fmt, get_rounding_mode(), *value.packed, *other.value.packed);
-    }
+    compute_held(ArithOp::div, get_repr(), fmt, get_rounding_mode(), value, other.value,
+                 swflt::float32_div, swflt::float64_div);
     return *this;
 }
 
