@@ -1,8 +1,8 @@
 // The conveniences around IEEEFloat: named formats, value operators, stream
 // output, hashing and hexadecimal text.
 
-#include "numbers_testing.h"
 #include "tarn/ieeefloat/ieeefloat.h"
+#include "tests/testing.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -216,7 +216,7 @@ TEST(Hashing, QNumberHashesByValueWhateverTheForm) {
                               QNumber(mpz_class(mpz_class(-1) << 64))};
     const std::hash<QNumber> hash;
     for (const QNumber& q : values) {
-        EXPECT_EQ(hash(tarn::testing::forced_big(q)), hash(q)) << q;
+        EXPECT_EQ(hash(tarn_testing::forced_big(q)), hash(q)) << q;
         if (!q.is_negative() && q.is_integer() && q.is_small()) {
             const auto word = static_cast<std::uint64_t>(q.to_mpz().get_si());
             EXPECT_EQ(QNumber::hash_of_word(word), hash(q)) << q;
@@ -322,7 +322,7 @@ std::string printf_hex(double d) {
 TEST(HexText, MatchesTheCLibraryOnBinary64AndWidenedBinary32) {
     std::mt19937_64 engine(0x4E5);
     SCOPED_TRACE("seed 0x4E5");
-    const int count = tarn::testing::scaled(100000);
+    const int count = tarn_testing::scaled(100000);
     for (int i = 0; i < count && !HasFailure(); ++i) {
         // Half uniform patterns, half with the exponent field near its ends,
         // where the subnormals and the largest values are.

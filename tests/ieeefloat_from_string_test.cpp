@@ -8,7 +8,7 @@
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/oracle.h"
-#include "tests/value_helpers.h"
+#include "tests/testing.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -21,7 +21,7 @@
 
 namespace {
 
-using namespace testing_values;
+using namespace tarn_testing;
 using Format = IEEEFloat::format;
 
 // Short names keep the table of cases to one line each.
@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(SmallFormats, FromStringRoundTrip,
 /// Random binary32 and binary64 patterns, uniform over their bits.
 TEST(FromString, RandomWordsRoundTrip) {
     std::mt19937_64 rng(81);
-    const int count = case_count(100000);
+    const int count = sampled(100000);
     for (int i = 0; i < count; ++i) {
         const bool wide = i % 2 == 1;
         const Format f = wide ? b64 : b32;
@@ -243,7 +243,7 @@ const Format differential_formats[] = {{4, 3}, {5, 10}, {8, 23}, {11, 52}, {15, 
 
 TEST(FromString, RandomNumeralsAgreeWithMpfr) {
     std::mt19937_64 rng(82);
-    const int count = case_count(1500);
+    const int count = sampled(1500);
     for (const Format f : differential_formats)
         for (int i = 0; i < count; ++i) {
             const std::string text = random_numeral(rng, f);
@@ -273,7 +273,7 @@ mpz_class below(std::mt19937_64& rng, const mpz_class& n) {
 /// cases where a reader that does not carry the whole numeral goes wrong.
 TEST(FromString, MidpointsAgreeWithMpfr) {
     std::mt19937_64 rng(83);
-    const int count = case_count(400);
+    const int count = sampled(400);
     for (const Format f : differential_formats) {
         const oracle::Format of = to_oracle(f);
         const mpz_class top = oracle::max_pattern(of, false);
@@ -328,7 +328,7 @@ TEST(FromString, ThresholdWindowsAgreeWithMpfr) {
 /// binary64 to nearest-even against the C library's own reader.
 TEST(FromString, Binary64AgreesWithStrtod) {
     std::mt19937_64 rng(84);
-    const int count = case_count(20000);
+    const int count = sampled(20000);
     for (int i = 0; i < count; ++i) {
         const std::string text = random_numeral(rng, b64);
         const double want = std::strtod(text.c_str(), nullptr);
