@@ -174,50 +174,30 @@ void tarn_set_format(benchmark::State& state, const BenchFormat& f) {
 
 // ---- MPFR --------------------------------------------------------------------
 
-/// Runs `op(emulator, a, b)` on words where the format fits one, on GMP
-/// integers otherwise, which is how a user of MPFR would hold such values.
-template <class WordOp, class WideOp>
+/// Runs `op` on words where the format fits one, on GMP integers otherwise, which is
+/// how a user of MPFR would hold such values.
 void mpfr_binary(benchmark::State& state, const BenchFormat& f, const std::string& name,
-                 WordOp word_op, WideOp wide_op) {
+                 oracle::Operation op) {
     const Operands& ops = operands_for(f, name);
+    const bool root = op == oracle::Operation::Sqrt;
+    const std::vector<mpz_class>& a = root ? ops.root_mpz : ops.a_mpz;
+    const std::vector<mpz_class>& b = root ? ops.root_mpz : ops.b_mpz;
     oracle::Emulator em({f.e, f.m});
     std::size_t i = 0;
     if (em.format().fits_word()) {
-        std::vector<oracle::Word> a, b;
+        std::vector<oracle::Word> wa, wb;
         for (std::size_t k = 0; k < operand_count; ++k) {
-            a.push_back(oracle::to_word(ops.a_mpz[k]));
-            b.push_back(oracle::to_word(ops.b_mpz[k]));
+            wa.push_back(oracle::to_word(a[k]));
+            wb.push_back(oracle::to_word(b[k]));
         }
         for (auto _ : state) {
-            benchmark::DoNotOptimize(word_op(em, a[i], b[i]));
+            benchmark::DoNotOptimize(em.apply(op, wa[i], wb[i], mode));
             i = (i + 1) % operand_count;
         }
     } else {
         mpz_class out;
         for (auto _ : state) {
-            wide_op(em, out, ops.a_mpz[i], ops.b_mpz[i]);
-            benchmark::DoNotOptimize(out.get_mpz_t());
-            i = (i + 1) % operand_count;
-        }
-    }
-}
-
-void mpfr_sqrt(benchmark::State& state, const BenchFormat& f) {
-    const Operands& ops = operands_for(f, "sqrt");
-    oracle::Emulator em({f.e, f.m});
-    std::size_t i = 0;
-    if (em.format().fits_word()) {
-        std::vector<oracle::Word> x;
-        for (const auto& v : ops.root_mpz)
-            x.push_back(oracle::to_word(v));
-        for (auto _ : state) {
-            benchmark::DoNotOptimize(em.sqrt(x[i], mode));
-            i = (i + 1) % operand_count;
-        }
-    } else {
-        mpz_class out;
-        for (auto _ : state) {
-            em.sqrt(out, ops.root_mpz[i], mode);
+            em.apply(op, out, a[i], b[i], mode);
             benchmark::DoNotOptimize(out.get_mpz_t());
             i = (i + 1) % operand_count;
         }
@@ -275,45 +255,25 @@ void register_all() {
             tarn_binary(s, f, "add", [](IEEEFloat& a, const IEEEFloat& b) { a += b; });
         });
         benchmark::RegisterBenchmark(("mpfr/add" + suffix).c_str(), [f](benchmark::State& s) {
-            mpfr_binary(
-                s, f, "add",
-                [](oracle::Emulator& em, oracle::Word a, oracle::Word b) {
-                    return em.add(a, b, mode);
-                },
-                [](oracle::Emulator& em, mpz_class& out, const mpz_class& a, const mpz_class& b) {
-                    em.add(out, a, b, mode);
-                });
+            mpfr_binary(s, f, "add", oracle::Operation::Add);
         });
         benchmark::RegisterBenchmark(("tarn/mul" + suffix).c_str(), [f](benchmark::State& s) {
             tarn_binary(s, f, "mul", [](IEEEFloat& a, const IEEEFloat& b) { a *= b; });
         });
         benchmark::RegisterBenchmark(("mpfr/mul" + suffix).c_str(), [f](benchmark::State& s) {
-            mpfr_binary(
-                s, f, "mul",
-                [](oracle::Emulator& em, oracle::Word a, oracle::Word b) {
-                    return em.mul(a, b, mode);
-                },
-                [](oracle::Emulator& em, mpz_class& out, const mpz_class& a, const mpz_class& b) {
-                    em.mul(out, a, b, mode);
-                });
+            mpfr_binary(s, f, "mul", oracle::Operation::Mul);
         });
         benchmark::RegisterBenchmark(("tarn/div" + suffix).c_str(), [f](benchmark::State& s) {
             tarn_binary(s, f, "div", [](IEEEFloat& a, const IEEEFloat& b) { a /= b; });
         });
         benchmark::RegisterBenchmark(("mpfr/div" + suffix).c_str(), [f](benchmark::State& s) {
-            mpfr_binary(
-                s, f, "div",
-                [](oracle::Emulator& em, oracle::Word a, oracle::Word b) {
-                    return em.div(a, b, mode);
-                },
-                [](oracle::Emulator& em, mpz_class& out, const mpz_class& a, const mpz_class& b) {
-                    em.div(out, a, b, mode);
-                });
+            mpfr_binary(s, f, "div", oracle::Operation::Div);
         });
         benchmark::RegisterBenchmark(("tarn/sqrt" + suffix).c_str(),
                                      [f](benchmark::State& s) { tarn_sqrt(s, f); });
-        benchmark::RegisterBenchmark(("mpfr/sqrt" + suffix).c_str(),
-                                     [f](benchmark::State& s) { mpfr_sqrt(s, f); });
+        benchmark::RegisterBenchmark(("mpfr/sqrt" + suffix).c_str(), [f](benchmark::State& s) {
+            mpfr_binary(s, f, "sqrt", oracle::Operation::Sqrt);
+        });
         benchmark::RegisterBenchmark(("tarn/from_number" + suffix).c_str(),
                                      [f](benchmark::State& s) { tarn_from_number(s, f); });
         benchmark::RegisterBenchmark(("mpfr/from_number" + suffix).c_str(),

@@ -77,7 +77,6 @@ void BM_mpfr(benchmark::State& state, unsigned long e, unsigned long m) {
     const Results r = make_results(e, m);
     oracle::Emulator emulator(oracle::Format{static_cast<unsigned>(e), static_cast<unsigned>(m)});
     const mpfr_rnd_t rnd = mpfr_mode(static_cast<int>(state.range(0)));
-    const bool word = e + m + 1 <= 64;
     mpfr_t value;
     mpfr_init2(value, static_cast<mpfr_prec_t>(m + 1));
     mpz_class packed;
@@ -88,12 +87,8 @@ void BM_mpfr(benchmark::State& state, unsigned long e, unsigned long m) {
         const int t =
             mpfr_set_z_2exp(value, r.s_mpz[k].get_mpz_t(), r.x_long[k] - static_cast<long>(m), rnd);
         emulator.fit_to_format(value, t, rnd);
-        if (word) {
-            benchmark::DoNotOptimize(emulator.encode_word(value));
-        } else {
-            emulator.encode(packed, value);
-            benchmark::DoNotOptimize(packed);
-        }
+        emulator.encode(packed, value);
+        benchmark::DoNotOptimize(packed);
         k = (k + 1) % sample_count;
     }
     mpfr_clear(value);

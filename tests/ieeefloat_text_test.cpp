@@ -85,7 +85,7 @@ Numeral parse(const std::string& text) {
 void check_shortest(Format f, const mpz_class& bits, const std::string& text) {
     const oracle::Format of = to_oracle(f);
     SCOPED_TRACE(describe(f, bits) + " gave " + text);
-    EXPECT_EQ(oracle::read_decimal(of, text), bits) << "does not read back";
+    EXPECT_EQ(oracle::read_numeral(of, text, oracle::NEAREST_EVEN), bits) << "does not read back";
 
     const Numeral n = parse(text);
     const unsigned long m = f.mantissa_width;

@@ -33,6 +33,10 @@ using oracle::Operation;
 
 constexpr oracle::Format binary32{8, 23}, binary64{11, 52};
 
+u64 word(oracle::OperandGenerator& gen) {
+    return oracle::to_word(gen.operand());
+}
+
 bool is_nan(int width, u64 w) {
     return width == 32 ? sw::float32_is_nan(static_cast<std::uint32_t>(w)) : sw::float64_is_nan(w);
 }
@@ -59,34 +63,25 @@ public:
         : c_(c), gen_(operand_format(c), seed), gen32_(binary32, ~seed) {}
 
     std::pair<u64, u64> next() {
-        switch (c_.op) {
-        case Op::add:
-            return gen_.pair_word(Operation::Add);
-        case Op::sub:
-            return gen_.pair_word(Operation::Sub);
-        case Op::mul:
-            return gen_.pair_word(Operation::Mul);
-        case Op::div:
-            return gen_.pair_word(Operation::Div);
-        case Op::sqrt:
-            return {gen_.sqrt_operand_word(), 0};
-        case Op::convert:
-            return {c_.width == 32 ? narrowing_operand() : gen_.operand_word(), 0};
-        default:
-            return comparison_pair();
+        if (c_.op <= Op::div) {
+            auto const [a, b] = gen_.pair(static_cast<Operation>(c_.op));
+            return {oracle::to_word(a), oracle::to_word(b)};
         }
+        if (c_.op == Op::sqrt) return {oracle::to_word(gen_.sqrt_operand()), 0};
+        if (c_.op == Op::convert) return {c_.width == 32 ? narrowing_operand() : word(gen_), 0};
+        return comparison_pair();
     }
 
 private:
     // binary64 words around the binary32 range whose 29 bits that narrowing drops are
     // often an exact tie or one unit off it.
     u64 narrowing_operand() {
-        if (gen_.uniform(0, 3) == 0) return gen_.operand_word();
+        if (gen_.uniform(0, 3) == 0) return word(gen_);
         u64 const dropped = (u64(1) << 29) - 1, half = u64(1) << 28;
         u64 const low[] = {0, half, half + 1, half - 1, gen_.engine()() & dropped};
         float narrow;
-        auto const word = static_cast<std::uint32_t>(gen32_.operand_word());
-        std::memcpy(&narrow, &word, sizeof narrow);
+        auto const bits32 = static_cast<std::uint32_t>(word(gen32_));
+        std::memcpy(&narrow, &bits32, sizeof narrow);
         double const wide = narrow;
         u64 bits;
         std::memcpy(&bits, &wide, sizeof bits);
@@ -94,7 +89,7 @@ private:
     }
 
     std::pair<u64, u64> comparison_pair() {
-        u64 const a = gen_.operand_word(), sign = u64(1) << (c_.width - 1);
+        u64 const a = word(gen_), sign = u64(1) << (c_.width - 1);
         switch (gen_.uniform(0, 3)) {
         case 0:
             return {a, a};
@@ -103,7 +98,7 @@ private:
         case 2:
             return {a, (a & sign) | ((a + static_cast<u64>(gen_.uniform(-2, 2))) & (sign - 1))};
         default:
-            return {a, gen_.operand_word()};
+            return {a, word(gen_)};
         }
     }
 
@@ -224,7 +219,7 @@ void check_classes(oracle::Format f) {
     bool const w32 = f == binary32;
     oracle::OperandGenerator operands(f, 0xc1a55);
     for (int i = 0; i < 20000; ++i) {
-        u64 const a = operands.operand_word();
+        u64 const a = word(operands);
         auto const a32 = static_cast<std::uint32_t>(a);
         auto const word = static_cast<Word>(a);
         Float x;

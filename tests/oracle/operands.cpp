@@ -192,11 +192,6 @@ std::pair<mpz_class, mpz_class> OperandGenerator::pair(Operation op) {
     return {sqrt_operand(), 0};
 }
 
-std::pair<Word, Word> OperandGenerator::pair_word(Operation op) {
-    auto [a, b] = pair(op);
-    return {to_word(a), to_word(b)};
-}
-
 std::pair<mpz_class, mpz_class> OperandGenerator::add_pair() {
     const long m = fmt_.m;
     bool sa = coin(), sb = coin();

@@ -57,13 +57,6 @@ public:
     /// moderate for formats with very wide exponent fields).
     mpq_class rational();
 
-    /// @name Word forms (require format().fits_word())
-    /// @{
-    Word operand_word() { return to_word(operand()); }
-    std::pair<Word, Word> pair_word(Operation op);
-    Word sqrt_operand_word() { return to_word(sqrt_operand()); }
-    /// @}
-
     /// The underlying engine, for tests that need further random choices.
     std::mt19937_64& engine() { return rng_; }
 

@@ -30,11 +30,6 @@ mpfr_rnd_t to_mpfr_rounding(int mode) {
     }
 }
 
-void require_word(Format fmt) {
-    if (!fmt.fits_word())
-        throw std::logic_error("oracle: " + to_string(fmt) + " patterns do not fit a Word");
-}
-
 // Intermediate results (a decoded operand of another format, a rational) are rounded
 // at the target precision in the widest range MPFR has, and only then brought into
 // the target's range, so that no step sees a value outside the current range.
@@ -109,15 +104,6 @@ Kind classify(Format fmt, const mpz_class& bits) {
     bool mantissa_zero = mpz_sgn(f.mantissa.get_mpz_t()) == 0;
     if (all_ones(f.exponent, fmt.e)) return mantissa_zero ? Kind::Infinite : Kind::NaN;
     if (mpz_sgn(f.exponent.get_mpz_t()) == 0) return mantissa_zero ? Kind::Zero : Kind::Subnormal;
-    return Kind::Normal;
-}
-
-Kind classify(Format fmt, Word bits) {
-    Word exp_mask = (Word(1) << fmt.e) - 1;
-    Word field = (bits >> fmt.m) & exp_mask;
-    Word mantissa = fmt.m == 0 ? 0 : bits & ((Word(1) << fmt.m) - 1);
-    if (field == exp_mask) return mantissa == 0 ? Kind::Infinite : Kind::NaN;
-    if (field == 0) return mantissa == 0 ? Kind::Zero : Kind::Subnormal;
     return Kind::Normal;
 }
 
@@ -225,6 +211,7 @@ void Emulator::decode_word(mpfr_ptr dst, Word bits) const {
 
 void Emulator::decode(mpfr_ptr dst, const mpz_class& bits) {
     mpz_srcptr p = bits.get_mpz_t();
+    if (fmt_.fits_word()) return decode_word(dst, mpz_getlimbn(p, 0));
     mpz_ptr sig = sig_.get_mpz_t();
     bool negative = mpz_tstbit(p, fmt_.e + fmt_.m) != 0;
     Word field = exponent_field(p, fmt_);
@@ -265,6 +252,7 @@ Word Emulator::encode_word(mpfr_srcptr src) const {
 
 void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
     mpz_ptr o = out.get_mpz_t();
+    if (fmt_.fits_word()) return mpz_set_ui(o, encode_word(src));
     mpz_ptr sig = sig_.get_mpz_t();
     if (mpfr_nan_p(src)) {
         out = nan_;
@@ -295,89 +283,20 @@ void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
     if (negative) mpz_setbit(o, fmt_.e + fmt_.m);
 }
 
-template <Emulator::Binary op>
-Word Emulator::binary(Word a, Word b, int mode) {
-    require_word(fmt_);
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_range();
-    decode_word(x_, a);
-    decode_word(y_, b);
-    int t = op(r_, x_, y_, rnd);
-    mpfr_subnormalize(r_, t, rnd);
-    return encode_word(r_);
-}
-
-template <Emulator::Binary op>
-void Emulator::binary(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_range();
-    decode(x_, a);
-    decode(y_, b);
-    int t = op(r_, x_, y_, rnd);
-    mpfr_subnormalize(r_, t, rnd);
-    encode(out, r_);
-}
-
-Word Emulator::add(Word a, Word b, int mode) {
-    return binary<mpfr_add>(a, b, mode);
-}
-Word Emulator::sub(Word a, Word b, int mode) {
-    return binary<mpfr_sub>(a, b, mode);
-}
-Word Emulator::mul(Word a, Word b, int mode) {
-    return binary<mpfr_mul>(a, b, mode);
-}
-Word Emulator::div(Word a, Word b, int mode) {
-    return binary<mpfr_div>(a, b, mode);
-}
-
-void Emulator::add(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
-    binary<mpfr_add>(out, a, b, mode);
-}
-void Emulator::sub(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
-    binary<mpfr_sub>(out, a, b, mode);
-}
-void Emulator::mul(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
-    binary<mpfr_mul>(out, a, b, mode);
-}
-void Emulator::div(mpz_class& out, const mpz_class& a, const mpz_class& b, int mode) {
-    binary<mpfr_div>(out, a, b, mode);
-}
-
-Word Emulator::sqrt(Word a, int mode) {
-    require_word(fmt_);
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_range();
-    decode_word(x_, a);
-    int t = mpfr_sqrt(r_, x_, rnd);
-    mpfr_subnormalize(r_, t, rnd);
-    return encode_word(r_);
-}
-
-void Emulator::sqrt(mpz_class& out, const mpz_class& a, int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_range();
-    decode(x_, a);
-    int t = mpfr_sqrt(r_, x_, rnd);
-    mpfr_subnormalize(r_, t, rnd);
-    encode(out, r_);
-}
-
-Word Emulator::from_rational(const mpq_class& q, int mode) {
-    require_word(fmt_);
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_full_range();
-    int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
-    fit_to_format(r_, t, rnd);
-    return encode_word(r_);
-}
-
 void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode) {
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     enter_full_range();
     int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
     fit_to_format(r_, t, rnd);
     encode(out, r_);
+}
+
+Word Emulator::from_rational(const mpq_class& q, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_full_range();
+    int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
+    fit_to_format(r_, t, rnd);
+    return encode_word(r_);
 }
 
 void Emulator::from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2,
@@ -408,37 +327,38 @@ bool Emulator::read(mpz_class& out, const std::string& text, int mode) {
     return true;
 }
 
-Word Emulator::apply(Operation op, Word a, Word b, int mode) {
-    switch (op) {
-    case Operation::Add:
-        return add(a, b, mode);
-    case Operation::Sub:
-        return sub(a, b, mode);
-    case Operation::Mul:
-        return mul(a, b, mode);
-    case Operation::Div:
-        return div(a, b, mode);
-    case Operation::Sqrt:
-        break;
-    }
-    return sqrt(a, mode);
+void Emulator::operate(Operation op, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    int t = op == Operation::Add   ? mpfr_add(r_, x_, y_, rnd)
+            : op == Operation::Sub ? mpfr_sub(r_, x_, y_, rnd)
+            : op == Operation::Mul ? mpfr_mul(r_, x_, y_, rnd)
+            : op == Operation::Div ? mpfr_div(r_, x_, y_, rnd)
+                                   : mpfr_sqrt(r_, x_, rnd);
+    mpfr_subnormalize(r_, t, rnd);
 }
 
 void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b,
                      int mode) {
-    switch (op) {
-    case Operation::Add:
-        return add(out, a, b, mode);
-    case Operation::Sub:
-        return sub(out, a, b, mode);
-    case Operation::Mul:
-        return mul(out, a, b, mode);
-    case Operation::Div:
-        return div(out, a, b, mode);
-    case Operation::Sqrt:
-        break;
-    }
-    sqrt(out, a, mode);
+    enter_range();
+    decode(x_, a);
+    if (op != Operation::Sqrt) decode(y_, b);
+    operate(op, mode);
+    encode(out, r_);
+}
+
+Word Emulator::apply(Operation op, Word a, Word b, int mode) {
+    enter_range();
+    decode_word(x_, a);
+    if (op != Operation::Sqrt) decode_word(y_, b);
+    operate(op, mode);
+    return encode_word(r_);
+}
+
+void Emulator::round_to_format(mpz_class& out, mpfr_srcptr x, int mode) {
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    int t = mpfr_set(r_, x, rnd);
+    fit_to_format(r_, t, rnd);
+    encode(out, r_);
 }
 
 // ---------------------------------------------------------------------------
@@ -451,25 +371,7 @@ Converter::Converter(Format from, Format to) : source_(from), target_(to) {
 }
 
 Converter::~Converter() {
-    mpfr_clear(src_);
-    mpfr_clear(dst_);
-}
-
-// Expects src_ to hold the decoded operand; leaves the rounded result in dst_.
-void Converter::round_source(int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    int t = mpfr_set(dst_, src_, rnd);
-    target_.fit_to_format(dst_, t, rnd);
-}
-
-Word Converter::convert(Word bits, int mode) {
-    require_word(source_.format());
-    require_word(target_.format());
-    if (source_.format() == target_.format()) return bits;
-    enter_full_range();
-    source_.decode_word(src_, bits);
-    round_source(mode);
-    return target_.encode_word(dst_);
+    mpfr_clears(src_, dst_, static_cast<mpfr_ptr>(nullptr));
 }
 
 void Converter::convert(mpz_class& out, const mpz_class& bits, int mode) {
@@ -479,8 +381,17 @@ void Converter::convert(mpz_class& out, const mpz_class& bits, int mode) {
     }
     enter_full_range();
     source_.decode(src_, bits);
-    round_source(mode);
-    target_.encode(out, dst_);
+    target_.round_to_format(out, src_, mode);
+}
+
+Word Converter::convert(Word bits, int mode) {
+    if (source_.format() == target_.format()) return bits;
+    enter_full_range();
+    source_.decode_word(src_, bits);
+    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    int t = mpfr_set(dst_, src_, rnd);
+    target_.fit_to_format(dst_, t, rnd);
+    return target_.encode_word(dst_);
 }
 
 // ---------------------------------------------------------------------------
@@ -523,36 +434,6 @@ Converter& converter_for(Format from, Format to) {
 
 } // namespace
 
-mpz_class add(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
-    mpz_class r;
-    emulator_for(fmt).add(r, a, b, mode);
-    return r;
-}
-
-mpz_class sub(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
-    mpz_class r;
-    emulator_for(fmt).sub(r, a, b, mode);
-    return r;
-}
-
-mpz_class mul(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
-    mpz_class r;
-    emulator_for(fmt).mul(r, a, b, mode);
-    return r;
-}
-
-mpz_class div(Format fmt, const mpz_class& a, const mpz_class& b, int mode) {
-    mpz_class r;
-    emulator_for(fmt).div(r, a, b, mode);
-    return r;
-}
-
-mpz_class sqrt(Format fmt, const mpz_class& a, int mode) {
-    mpz_class r;
-    emulator_for(fmt).sqrt(r, a, mode);
-    return r;
-}
-
 mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode) {
     mpz_class r;
     emulator_for(fmt).apply(op, r, a, b, mode);
@@ -568,12 +449,6 @@ mpz_class convert(Format from, const mpz_class& bits, Format to, int mode) {
 mpz_class from_rational(const mpq_class& q, Format fmt, int mode) {
     mpz_class r;
     emulator_for(fmt).from_rational(r, q, mode);
-    return r;
-}
-
-mpz_class from_scaled(Format fmt, bool negative, const mpz_class& sig, long exp2, int mode) {
-    mpz_class r;
-    emulator_for(fmt).from_scaled(r, negative, sig, exp2, mode);
     return r;
 }
 
@@ -595,18 +470,15 @@ mpz_class from_number_model(const mpq_class& q, Format fmt, int mode) {
     Emulator& wide = emulator_for(common);
     Emulator& target = emulator_for(fmt);
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    mpfr_t first, second;
+    mpfr_t first;
     mpfr_init2(first, static_cast<mpfr_prec_t>(wide_m) + 1);
-    mpfr_init2(second, static_cast<mpfr_prec_t>(fmt.m) + 1);
     enter_full_range();
     int t = mpfr_set_q(first, q.get_mpq_t(), rnd);
     wide.fit_to_format(first, t, rnd);
     enter_full_range();
-    t = mpfr_set(second, first, rnd);
-    target.fit_to_format(second, t, rnd);
     mpz_class r;
-    target.encode(r, second);
-    mpfr_clears(first, second, static_cast<mpfr_ptr>(nullptr));
+    target.round_to_format(r, first, mode);
+    mpfr_clear(first);
     return r;
 }
 
@@ -658,38 +530,6 @@ mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode) {
     return r;
 }
 
-mpz_class read_decimal(Format fmt, const std::string& numeral) {
-    std::size_t pos = 0;
-    bool negative = !numeral.empty() && numeral[0] == '-';
-    if (negative) ++pos;
-    std::string digits;
-    std::size_t fraction_digits = 0;
-    bool seen_point = false, seen_digit = false;
-    for (; pos < numeral.size(); ++pos) {
-        char c = numeral[pos];
-        if (c >= '0' && c <= '9') {
-            digits += c;
-            seen_digit = true;
-            fraction_digits += seen_point ? 1 : 0;
-        } else if (c == '.' && !seen_point) {
-            seen_point = true;
-        } else {
-            seen_digit = false;
-            break;
-        }
-    }
-    if (!seen_digit || pos != numeral.size())
-        throw std::invalid_argument("oracle: not a decimal numeral: \"" + numeral + "\"");
-    mpz_class scale;
-    mpz_ui_pow_ui(scale.get_mpz_t(), 10, fraction_digits);
-    mpq_class value(mpz_class(digits, 10), scale);
-    value.canonicalize();
-    if (negative) value = -value;
-    mpz_class r = from_rational(value, fmt, NEAREST_EVEN);
-    if (negative && value == 0) set_sign_bit(fmt, r, true);
-    return r;
-}
-
 int compare(Format fmt, const mpz_class& a, const mpz_class& b) {
     Emulator& source = emulator_for(fmt);
     mpfr_t x, y;
@@ -717,14 +557,9 @@ mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {
         mpfr_nextabove(point);
     else
         mpfr_nextbelow(point);
-    mpfr_rnd_t rnd = up ? MPFR_RNDU : MPFR_RNDD;
-    mpfr_t rounded;
-    mpfr_init2(rounded, static_cast<mpfr_prec_t>(fmt.m) + 1);
-    int t = mpfr_set(rounded, point, rnd);
-    target.fit_to_format(rounded, t, rnd);
     mpz_class r;
-    target.encode(r, rounded);
-    mpfr_clears(point, rounded, static_cast<mpfr_ptr>(nullptr));
+    target.round_to_format(r, point, up ? TOWARD_POSITIVE : TOWARD_NEGATIVE);
+    mpfr_clear(point);
     return r;
 }
 
@@ -829,11 +664,6 @@ bool same_result(Format fmt, const mpz_class& got, const mpz_class& want) {
     return got == want;
 }
 
-bool same_result(Format fmt, Word got, Word want) {
-    if (classify(fmt, want) == Kind::NaN) return classify(fmt, got) == Kind::NaN;
-    return got == want;
-}
-
 std::string describe(Format fmt, const mpz_class& bits) {
     static const char* const kind_names[] = {"zero", "subnormal", "normal", "infinity", "NaN"};
     Fields f = split(fmt, bits);
@@ -853,10 +683,6 @@ std::string describe(Format fmt, const mpz_class& bits) {
         out << " = " << (f.negative ? "-0" : "+0");
     }
     return out.str();
-}
-
-std::string describe(Format fmt, Word bits) {
-    return describe(fmt, to_mpz(bits));
 }
 
 } // namespace oracle
