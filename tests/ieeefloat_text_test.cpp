@@ -1,8 +1,7 @@
-// The two text forms. The shortest numerals are checked by their defining
-// properties, exhaustively over small formats and on random binary32,
-// binary64 and wide patterns: the text reads back to the same value, no
-// numeral with fewer digits lies strictly inside the rounding interval, and
-// of the candidates of that length the nearer was taken (the lower on a tie).
+// The two text forms. The shortest numerals are held against the reference's own
+// search over digit counts on exact rationals, exhaustively over small formats and
+// on random binary32, binary64 and wide patterns, and each must read back (by
+// MPFR) as the value it was written from.
 
 #include "tests/testing.h"
 
@@ -23,109 +22,14 @@ IEEEFloat binary64(double v) {
     return make({11, 52}, mpz_class(std::to_string(bits)));
 }
 
-mpz_class power_of_ten(long n) {
-    mpz_class p;
-    mpz_ui_pow_ui(p.get_mpz_t(), 10, static_cast<unsigned long>(n));
-    return p;
-}
-
-/// 10^n as a rational, for any sign of n.
-mpq_class scale(long n) {
-    return n >= 0 ? mpq_class(power_of_ten(n)) : mpq_class(mpz_class(1), power_of_ten(-n));
-}
-
-/// 2^n as a rational, for any sign of n.
-mpq_class two_to(long n) {
-    mpq_class q = 1;
-    if (n >= 0)
-        mpq_mul_2exp(q.get_mpq_t(), q.get_mpq_t(), static_cast<mp_bitcnt_t>(n));
-    else
-        mpq_div_2exp(q.get_mpq_t(), q.get_mpq_t(), static_cast<mp_bitcnt_t>(-n));
-    return q;
-}
-
-mpz_class floor_of(const mpq_class& q) {
-    mpz_class r;
-    mpz_fdiv_q(r.get_mpz_t(), q.get_num_mpz_t(), q.get_den_mpz_t());
-    return r;
-}
-
-/// A positional numeral split into its magnitude C * 10^j.
-struct Numeral {
-    bool negative = false;
-    mpz_class digits;  // C
-    long exponent = 0; // j
-};
-
-/// Parses "[-](0|[1-9][0-9]*)[.[0-9]*[1-9]]", failing the test on anything else.
-Numeral parse(const std::string& text) {
-    Numeral n;
-    std::size_t i = 0;
-    if (i < text.size() && text[i] == '-') n.negative = true, ++i;
-    const std::size_t point = text.find('.', i);
-    const std::string whole = text.substr(i, point == std::string::npos ? point : point - i);
-    const std::string fraction = point == std::string::npos ? "" : text.substr(point + 1);
-    EXPECT_FALSE(whole.empty()) << text;
-    EXPECT_TRUE(whole == "0" || whole[0] != '0') << "leading zero in " << text;
-    EXPECT_EQ(whole.find_first_not_of("0123456789"), std::string::npos) << text;
-    EXPECT_EQ(fraction.find_first_not_of("0123456789"), std::string::npos) << text;
-    if (point != std::string::npos) {
-        EXPECT_TRUE(!fraction.empty() && fraction.back() != '0') << "trailing zero in " << text;
-    }
-    std::string all = whole + fraction;
-    n.exponent = -static_cast<long>(fraction.size());
-    if (fraction.empty() && whole != "0")
-        while (all.size() > 1 && all.back() == '0')
-            all.pop_back(), ++n.exponent;
-    n.digits = mpz_class(all, 10);
-    return n;
-}
-
-/// Checks the text of one finite non-zero pattern by its properties.
-void check_shortest(Format f, const mpz_class& bits, const std::string& text) {
+/// to_float_str of a finite non-zero pattern against the reference.
+void check_pattern(Format f, const mpz_class& bits, bool generic) {
     const oracle::Format of = to_oracle(f);
-    SCOPED_TRACE(describe(f, bits) + " gave " + text);
-    EXPECT_EQ(oracle::read_numeral(of, text, oracle::NEAREST_EVEN), bits) << "does not read back";
-
-    const Numeral n = parse(text);
-    const unsigned long m = f.mantissa_width;
-    EXPECT_EQ(n.negative, mpz_tstbit(bits.get_mpz_t(), f.exponent_width + m) != 0);
-    const mpz_class mantissa = bits & ((mpz_class(1) << m) - 1);
-    const mpz_class biased = (bits >> m) & ((mpz_class(1) << f.exponent_width) - 1);
-    const long bias = (1L << (f.exponent_width - 1)) - 1;
-    const long k =
-        (biased == 0 ? 1 - bias : static_cast<long>(biased.get_si()) - bias) - static_cast<long>(m);
-    const mpq_class x = abs(oracle::to_rational(of, bits));
-    const mpq_class ulp = two_to(k);
-    const mpq_class low = x - (mantissa == 0 && biased >= 2 ? ulp / 4 : ulp / 2);
-    const mpq_class high = x + ulp / 2;
-    const mpq_class value = mpq_class(n.digits) * scale(n.exponent);
-    EXPECT_TRUE(low < value && value < high) << "outside the rounding interval";
-
-    const mpq_class coarser = scale(n.exponent + 1);
-    EXPECT_GE(mpq_class(floor_of(low / coarser) + 1) * coarser, high)
-        << "a numeral with fewer digits lies inside the interval";
-
-    const mpq_class weight = scale(n.exponent);
-    const mpq_class lower = mpq_class(floor_of(x / weight)) * weight;
-    const mpq_class upper = lower + weight;
-    const bool lower_inside = low < lower, upper_inside = upper < high;
-    const mpq_class& chosen = lower_inside && upper_inside ? (upper - x < x - lower ? upper : lower)
-                              : lower_inside               ? lower
-                                                           : upper;
-    EXPECT_EQ(value, chosen) << "not the nearer candidate (the lower on a tie)";
-}
-
-/// to_float_str of a pattern, checked by its properties when finite and
-/// non-zero, and also against the oracle's own search when `compare`.
-void check_pattern(Format f, const mpz_class& bits, bool generic, bool compare) {
-    const oracle::Kind kind = oracle::classify(to_oracle(f), bits);
+    const oracle::Kind kind = oracle::classify(of, bits);
     if (kind != oracle::Kind::Subnormal && kind != oracle::Kind::Normal) return;
     const std::string text = make(f, bits, generic).to_float_str();
-    check_shortest(f, bits, text);
-    if (compare) {
-        EXPECT_EQ(text, oracle::shortest_decimal(to_oracle(f), bits)) << describe(f, bits);
-    }
+    EXPECT_EQ(text, oracle::shortest_decimal(of, bits)) << describe(f, bits);
+    EXPECT_EQ(oracle::read_numeral(of, text, oracle::NEAREST_EVEN), bits) << text << " reads back";
 }
 
 class ExhaustiveText : public testing::TestWithParam<Format> {};
@@ -133,12 +37,10 @@ class ExhaustiveText : public testing::TestWithParam<Format> {};
 TEST_P(ExhaustiveText, EveryFinitePatternHasItsShortestNumeral) {
     const Format f = GetParam();
     const unsigned long count = 1UL << (f.exponent_width + f.mantissa_width + 1);
-    // The 16-bit formats are compared with the oracle's slower search on a
-    // sample, and under the sanitizers only every seventh pattern is written.
-    const bool wide = count > 4096;
-    const unsigned long step = sanitized() && wide ? 7 : 1;
+    // Under the sanitizers the 16-bit formats are sampled, every seventh pattern.
+    const unsigned long step = sanitized() && count > 4096 ? 7 : 1;
     for (unsigned long i = 0; i < count && !HasFailure(); i += step)
-        check_pattern(f, mpz_class(i), false, !wide || i % 16 == 0);
+        check_pattern(f, mpz_class(i), false);
 }
 
 INSTANTIATE_TEST_SUITE_P(SmallFormats, ExhaustiveText,
@@ -164,13 +66,13 @@ TEST_P(RandomText, RandomPatternsHaveTheirShortestNumerals) {
                 bits = (bits << 32) + static_cast<unsigned long>(gen.engine()() & 0xFFFFFFFF);
             bits &= (mpz_class(1) << width) - 1;
         }
-        check_pattern(c.f, bits, c.generic, i % 16 == 1);
+        check_pattern(c.f, bits, c.generic);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(WideAndWordFormats, RandomText,
-                         testing::Values(RandomCase{{8, 23}, false, 200000},
-                                         RandomCase{{11, 52}, false, 200000},
+                         testing::Values(RandomCase{{8, 23}, false, 50000},
+                                         RandomCase{{11, 52}, false, 50000},
                                          RandomCase{{11, 52}, true, 20000},
                                          RandomCase{{15, 112}, true, 5000},
                                          RandomCase{{6, 300}, true, 3000}),
