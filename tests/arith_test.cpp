@@ -1,11 +1,10 @@
 // Behaviour of the arithmetic and conversions that the differential tests
 // cannot see: NaN payloads (the reference compares NaNs by class only), an
-// invalid rounding mode on exact results, the alignment bound, the division of
-// one-bit mantissas, and the double rounding of from_number on hand-worked values.
+// invalid rounding mode on exact results, the alignment bound and the division of
+// one-bit mantissas.
 
 #include "tests/testing.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -16,32 +15,13 @@ using tarn::QNumber;
 using Mode = IEEEFloat::rounding_mode;
 using Format = IEEEFloat::format;
 using tarn_testing::bits_of;
+using tarn_testing::error_of;
 
 constexpr Mode nearest = IEEEFloat::ROUND_NEAREST_EVEN;
 constexpr auto bad_mode = static_cast<Mode>(4);
 
 IEEEFloat value(long num, long den, Format f, Mode mode = nearest) {
     return IEEEFloat::from_number(QNumber(num, den), f, mode);
-}
-
-/// The message of the IEEEFloat::error that `f` throws, or "no error".
-std::string error_of(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const IEEEFloat::error& e) {
-        return e.what();
-    }
-    return "no error";
-}
-
-// A non-integer is rounded first to a format wide enough for its numerator and
-// denominator, then to the target: 8/3 becomes 2.625 in (5, 4), a tie in (4, 3)
-// that goes to the even 2.5 although 2.75 is nearer; 16777221/7 likewise lands
-// on 2396746.0. Rounding once would give 0x43 and 0x4A124927.
-TEST(FromNumber, RoundsTwiceThroughTheCommonFormat) {
-    EXPECT_EQ(bits_of(value(8, 3, {4, 3})), 0x42);
-    EXPECT_EQ(bits_of(value(16777221, 7, {8, 23})), 0x4A124928);
-    EXPECT_EQ(bits_of(value(-1, 3, {8, 23}, IEEEFloat::ROUND_TOWARD_NEGATIVE)), 0xBEAAAAAB);
 }
 
 // In the generic representation a NaN operand is the result as it is, with

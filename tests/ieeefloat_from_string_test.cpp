@@ -1,10 +1,9 @@
 // Reading numerals. A hand table pins the syntax, the special values, the
 // signs of zeros and the results decided from huge exponents; the rest is
 // checked against independent readers: every value of small formats and
-// random binary32/binary64 values read back from their shortest text, MPFR
-// on random long numerals, on exact midpoints between neighbours and on
-// numerals around the overflow and underflow thresholds in every mode, and
-// the C library's strtod for binary64.
+// random binary32/binary64 values read back from their shortest text, and
+// MPFR on random long numerals, on exact midpoints between neighbours and on
+// numerals around the overflow and underflow thresholds in every mode.
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/oracle.h"
@@ -51,26 +50,18 @@ struct Case {
 
 const Case hand_cases[] = {
     // Decimal syntax.
-    {"1", b32, RNE, "3F800000"},
     {"+5", b32, RNE, "40A00000"},
     {"5.", b32, RNE, "40A00000"},
-    {".5", b32, RNE, "3F000000"},
-    {"-12.5e-3", b32, RNE, "BC4CCCCD"},
     {"-12.5E-3", b32, RZ, "BC4CCCCC"},
     {"0.1", b32, RNE, "3DCCCCCD"},
-    {"0.1", b32, RD, "3DCCCCCC"},
     {"000100e-3", b32, RNE, "3DCCCCCD"},
     {"1E+2", b32, RNE, "42C80000"},
     {"-2", b128, RNE, "C0000000000000000000000000000000"},
     // Hexadecimal syntax; the binary exponent is optional.
-    {"0x1.8p-3", b32, RNE, "3E400000"},
     {"-0X1P+10", b32, RNE, "C4800000"},
-    {"0x10", b32, RNE, "41800000"},
     {"0x.8", b32, RNE, "3F000000"},
     {"0xAbC", b32, RNE, "452BC000"},
     {"0x1.8e3", b32, RNE, "3FC71800"}, // e is a digit here
-    {"0x1.fffffffp0", b32, RNE, "40000000"},
-    {"0x1.fffffffp0", b32, RZ, "3FFFFFFF"},
     // Specials: any case, either sign; NaN has no sign of its own.
     {"inf", b32, RNE, "7F800000"},
     {"-Infinity", b32, RNE, "FF800000"},
@@ -90,38 +81,10 @@ const Case hand_cases[] = {
     {"1e-99999999999999999999", b64, RU, "1"},
     {"1e-999999999999", tiny, RU, "1"},
     {"-0x1p-99999999999999999999", tiny, RD, "21"},
-    // Subnormals and the rounding at half the smallest one.
-    {"1.4e-45", b32, RNE, "1"},
-    {"7e-46", b32, RNE, "0"},
-    {"7.1e-46", b32, RNE, "1"},
-    {"0x1p-150", b32, RNE, "0"},
-    {"0x1.000001p-150", b32, RNE, "1"},
-    {"0x3p-150", b32, RNE, "2"},
-    {"1.1754942e-38", b32, RNE, "7FFFFF"},
-    // Overflow by mode, from ordinary and from huge exponents.
-    {"1e400", b32, RNE, "7F800000"},
-    {"1e400", b32, RZ, "7F7FFFFF"},
-    {"-1e400", b32, RU, "FF7FFFFF"},
-    {"-1e400", b32, RD, "FF800000"},
+    // Overflow by mode from huge exponents.
     {"1e99999999999999999999", b64, RNE, "7FF0000000000000"},
     {"1e99999999999999999999", b64, RD, "7FEFFFFFFFFFFFFF"},
     {"0x1p99999999999999999999", half, RZ, "7BFF"},
-    {"15", tiny, RNE, "1C"},
-    {"15", tiny, RZ, "1B"},
-    {"14.5", tiny, RU, "1C"},
-    // Ties, in a small format and in binary64.
-    {"9", tiny, RNE, "18"},
-    {"11", tiny, RNE, "1A"},
-    {"0.09375", tiny, RNE, "2"},
-    {"9007199254740993", b64, RNE, "4340000000000000"},
-    {"9007199254740993", b64, RU, "4340000000000001"},
-    {"9007199254740993.000000000000000000000000000001", b64, RNE, "4340000000000001"},
-    // A long numeral: binary64 0.1 written exactly, then one unit beyond it.
-    {"0.1000000000000000055511151231257827021181583404541015625", b64, RU, "3FB999999999999A"},
-    {"0.10000000000000000555111512312578270211815834045410156250000000000001", b64, RU,
-     "3FB999999999999B"},
-    {"0.10000000000000000555111512312578270211815834045410156250000000000001", b64, RZ,
-     "3FB999999999999A"},
 };
 
 TEST(FromString, HandPickedNumerals) {
@@ -152,13 +115,8 @@ TEST(FromString, MalformedTextNamesItself) {
 }
 
 TEST(FromString, LimitsAndInvalidModes) {
-    auto message = [](const std::string& text, Format f, int mode) -> std::string {
-        try {
-            IEEEFloat::from_string(text, f, static_cast<Mode>(mode));
-        } catch (const IEEEFloat::error& e) {
-            return e.what();
-        }
-        return "no error";
+    auto message = [](const std::string& text, Format f, int mode) {
+        return error_of([&] { IEEEFloat::from_string(text, f, static_cast<Mode>(mode)); });
     };
     // An invalid mode fails only when the value has to be rounded.
     EXPECT_EQ(message("0.1", half, 4), "bad rounding mode: 4");
@@ -322,19 +280,6 @@ TEST(FromString, ThresholdWindowsAgreeWithMpfr) {
         for (const std::string& text : texts)
             for (const Mode mode : all_modes)
                 expect_as_oracle(text, f, mode);
-    }
-}
-
-/// binary64 to nearest-even against the C library's own reader.
-TEST(FromString, Binary64AgreesWithStrtod) {
-    std::mt19937_64 rng(84);
-    const int count = sampled(20000);
-    for (int i = 0; i < count; ++i) {
-        const std::string text = random_numeral(rng, b64);
-        const double want = std::strtod(text.c_str(), nullptr);
-        std::uint64_t want_bits;
-        std::memcpy(&want_bits, &want, sizeof want_bits);
-        ASSERT_EQ(read(text, b64, RNE), oracle::to_mpz(want_bits)) << '"' << text << '"';
     }
 }
 

@@ -11,6 +11,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <functional>
 #include <gmpxx.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -61,6 +62,16 @@ inline int scaled(int count, int long_factor = 50) {
 /// cost is mostly exact arithmetic that the sanitizers slow down most.
 inline int sampled(int count) {
     return sanitized() ? count / 4 : scaled(count, 40);
+}
+
+/// The message of the IEEEFloat::error that `action` throws, or "no error".
+inline std::string error_of(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const IEEEFloat::error& e) {
+        return e.what();
+    }
+    return "no error";
 }
 
 // ---------------------------------------------------------------------------
