@@ -328,12 +328,43 @@ std::pair<mpz_class, mpz_class> OperandGenerator::div_subnormal_tie() {
     return {value(sa, t * b_sig, kb + min_exponent_ - 1), value(sb, b_sig, kb)};
 }
 
+// a / b whose significand division leaves a remainder of 1, 2 or b - 1: the
+// sticky bit then hangs on the lowest limb alone. A division scales the
+// dividend by some 2^s before dividing, and s differs between implementations
+// (about m or 2m bits), so s is drawn from around both and a_sig is solved
+// from a_sig * 2^s = r (mod b_sig).
+std::pair<mpz_class, mpz_class> OperandGenerator::div_small_remainder() {
+    const long m = fmt_.m;
+    const long shifts[] = {m, m + 1, m + 2, m + 3, 2 * m - 1, 2 * m, 2 * m + 1, 2 * m + 2};
+    const long s = std::max(0L, shifts[uniform(0, 7)]);
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        mpz_class b_sig = random_significand();
+        mpz_setbit(b_sig.get_mpz_t(), 0);
+        if (b_sig == 1) break;
+        mpz_class inverse;
+        mpz_class const shift_mod_b = pow2(static_cast<unsigned long>(s)) % b_sig;
+        if (mpz_invert(inverse.get_mpz_t(), shift_mod_b.get_mpz_t(), b_sig.get_mpz_t()) == 0)
+            continue;
+        const long choice = uniform(0, 2);
+        mpz_class const remainder = choice == 0   ? mpz_class(1)
+                                    : choice == 1 ? mpz_class(2)
+                                                  : b_sig - 1;
+        mpz_class a_sig = remainder * inverse % b_sig;
+        if (bit_length(a_sig) != static_cast<unsigned long>(m + 1)) continue;
+        long eb = random_normal_exponent();
+        long quotient = uniform(-3, 3);
+        return {scaled(coin(), a_sig, eb + quotient), scaled(coin(), b_sig, eb)};
+    }
+    return div_near_tie();
+}
+
 std::pair<mpz_class, mpz_class> OperandGenerator::div_pair() {
     bool sa = coin(), sb = coin();
     switch (uniform(0, 8)) {
     case 0:
-    case 1:
         return {operand(), operand()};
+    case 1:
+        return div_small_remainder();
     case 2:
     case 3:
         return div_near_tie();

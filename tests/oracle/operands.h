@@ -40,9 +40,9 @@ public:
     /// than the precision, sums at the overflow edge, cancellations, subnormal sums;
     /// for Mul exact ties in the normal and the subnormal range, near ties, products
     /// landing in the subnormal range or at the overflow edge; for Div quotients next
-    /// to a tie, exact ties in the subnormal range (the only place a quotient can be
-    /// one), exact quotients, and quotients that underflow or overflow. For Sub the
-    /// pair is built so that a - b is the hard case.
+    /// to a tie, quotients leaving a remainder of one, exact ties in the subnormal range (the only
+    /// place a quotient can be one), exact quotients, and quotients that underflow or overflow. For
+    /// Sub the pair is built so that a - b is the hard case.
     std::pair<mpz_class, mpz_class> pair(Operation op);
 
     /// An operand for square root: edge-biased values, negative values, exact squares
@@ -85,6 +85,7 @@ private:
     std::pair<mpz_class, mpz_class> mul_tie(bool subnormal);
     std::pair<mpz_class, mpz_class> div_near_tie();
     std::pair<mpz_class, mpz_class> div_subnormal_tie();
+    std::pair<mpz_class, mpz_class> div_small_remainder();
 
     mpq_class integer_rational();
     mpq_class near_tie_rational();
