@@ -78,6 +78,27 @@ INSTANTIATE_TEST_SUITE_P(WideAndWordFormats, RandomText,
                                          RandomCase{{6, 300}, true, 3000}),
                          RandomCaseName());
 
+// With an ulp of 1/8, N + 1/4 lies midway between the one-decimal numerals N.2
+// and N.3, both inside its rounding interval while no integer is: a tie that
+// keeps the lower numeral. Significands this wide are searched on GMP
+// integers, which random patterns almost never bring to such a tie.
+TEST(Text, WideSignificandTiesKeepTheLowerNumeral) {
+    for (const Format f : {Format{11, 59}, Format{15, 64}, Format{15, 112}, Format{15, 140}}) {
+        const unsigned long m = f.mantissa_width;
+        const mpz_class low = pow2z(m - 3);
+        for (const mpz_class& n : {low, mpz_class(2 * low - 1), mpz_class(low + 1234567890123)}) {
+            for (const int quarters : {1, 3}) {
+                const mpq_class value(4 * n + quarters, 4);
+                const mpz_class bits =
+                    oracle::from_rational(value, to_oracle(f), oracle::NEAREST_EVEN);
+                check_pattern(f, bits, true);
+                const std::string text = make(f, bits, true).to_float_str();
+                EXPECT_EQ(text.back(), quarters == 1 ? '2' : '7') << text;
+            }
+        }
+    }
+}
+
 // The diagnostic form, the choices random patterns rarely reach, and formats
 // with no values but zero.
 TEST(Text, DiagnosticFormLandmarksAndEmptyFormats) {
