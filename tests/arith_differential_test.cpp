@@ -132,6 +132,14 @@ TEST_P(Differential, FromNumber) {
         });
 }
 
+/// A random integer of exactly `bits` bits.
+mpz_class random_bits(std::mt19937_64& rng, long bits) {
+    mpz_class z = 1;
+    for (long i = 1; i < bits; ++i)
+        z = 2 * z + static_cast<long>(rng() & 1);
+    return z;
+}
+
 /// Fractions that lie off a midpoint of the target format by less than half
 /// a unit of the first, wider rounding, which therefore lands exactly on the
 /// midpoint: N/D = mid/2^t + c/(D 2^t) with mid odd of m + 2 bits, c = ±1 and
@@ -141,12 +149,6 @@ TEST_P(Differential, FromNumberFirstRoundingMeetsAMidpoint) {
     const IEEEFloat::format f = target().format();
     const long m = static_cast<long>(f.mantissa_width);
     const long bias = (1L << (f.exponent_width - 1)) - 1;
-    const auto random_bits = [](std::mt19937_64& rng, long bits) {
-        mpz_class z = 1;
-        for (long i = 1; i < bits; ++i)
-            z = 2 * z + static_cast<long>(rng() & 1);
-        return z;
-    };
     run(8, ofmt(), target().cases / 4,
         [&](oracle::OperandGenerator& gen, int mode, auto context, Mismatches& mismatches) {
             const mpz_class mid = random_bits(gen.engine(), m + 1) * 2 + 1;
@@ -167,6 +169,37 @@ TEST_P(Differential, FromNumberFirstRoundingMeetsAMidpoint) {
                 IEEEFloat::from_number(QNumber(q), f, static_cast<IEEEFloat::rounding_mode>(mode));
             mismatches.check(bits_of(x), oracle::from_number_model(q, ofmt(), mode),
                              [&] { return context() + "from_number " + q.get_str(); });
+        });
+}
+
+/// Fractions whose numerator and denominator have bit lengths around the
+/// limits of one and two machine words and of the target's precision (the
+/// widths that decide between word and GMP quotients and between one and
+/// two roundings), with factors of two that only scale the quotient.
+TEST_P(Differential, FromNumberAtWordWidths) {
+    const IEEEFloat::format f = target().format();
+    const long m = static_cast<long>(f.mantissa_width);
+    const long widths[] = {1,  2,  31, m,  m + 1, m + 2, m + 9, m + 10,
+                           62, 63, 64, 65, 125,   126,   128,   129};
+    const unsigned long twos[] = {0, 1, 70, 300};
+    std::size_t pick = 0;
+    run(9, ofmt(), 1,
+        [&](oracle::OperandGenerator& gen, int mode, auto context, Mismatches& mismatches) {
+            for (const long n_bits : widths)
+                for (const long d_bits : widths) {
+                    if (n_bits < 1 || d_bits < 1) continue; // m = 0 formats
+                    const mpz_class n = random_bits(gen.engine(), n_bits);
+                    mpz_class d = random_bits(gen.engine(), d_bits);
+                    mpz_mul_2exp(d.get_mpz_t(), d.get_mpz_t(), twos[pick++ % 4]);
+                    mpq_class q(n, d);
+                    q.canonicalize();
+                    if (q.get_den() == 1) continue;
+                    if (pick % 3 == 0) q = -q;
+                    const IEEEFloat x = IEEEFloat::from_number(
+                        QNumber(q), f, static_cast<IEEEFloat::rounding_mode>(mode));
+                    mismatches.check(bits_of(x), oracle::from_number_model(q, ofmt(), mode),
+                                     [&] { return context() + "from_number " + q.get_str(); });
+                }
         });
 }
 

@@ -97,6 +97,14 @@ bool quotient_at(TempNumProvider& tmp, long k, bool& low_bits_dropped) {
     return low_bits_dropped || !tmp[4].is_zero();
 }
 
+/// Divides the positive integer v by its largest power-of-two factor and
+/// returns the exponent of that factor.
+long strip_twos(QNumber& v) {
+    const unsigned long zeros = BVNumber::scan_bit_1(v, 0);
+    BVNumber::bit_right_shift(v, zeros, &v);
+    return static_cast<long>(zeros);
+}
+
 /// The significand F at resolution 2^k in the terms of the rounding core for
 /// a format of mantissa width m: slot 0 := X and slot 1 := S with
 /// S * 2^(X - m) = F * 2^k when exact, and S = 2F + 1 one bit lower (a
@@ -125,6 +133,75 @@ bool remainder_near_an_end(TempNumProvider& tmp, unsigned long j, bool low_bits_
     tmp[0] -= tmp[4];
     tmp[0] -= 1L;
     return tmp[0].is_zero() || bit_length(tmp[0]) + j <= d;
+}
+
+/// floor(num * 2^shift / den) and whether the division leaves a remainder,
+/// for a shifted numerator of at most 256 bits and a quotient below 2^128.
+u128 shifted_quotient(u128 num, long shift, u128 den, bool& inexact) {
+    mp_limb_t n[4], d[2] = {static_cast<mp_limb_t>(den), static_cast<mp_limb_t>(den >> 64)};
+    mp_limb_t q[4] = {0, 0, 0, 0}, r[2] = {0, 0};
+    const int n_size = to_limbs(U256(num) << shift, n);
+    const int d_size = d[1] != 0 ? 2 : 1;
+    mpn_tdiv_qr(q, r, 0, n, n_size, d, d_size);
+    inexact = (r[0] | r[1]) != 0;
+    return u128{q[1]} << 64 | q[0];
+}
+
+/// from_number's double rounding of num / den on words, for a format with a
+/// word path and a first rounding to wide_m + 1 bits with wide_m < 128 - 2:
+/// the quotient is taken to two or three bits more than that precision (and
+/// a remainder flag), rounded to the wide precision and then to the format.
+/// False when the quotient is subnormal in the wide format, whose exponent
+/// range then decides the first rounding too.
+template <class Bits>
+bool fraction_to_bits(format f, format wide, rounding_mode mode, bool negative, u128 num, u128 den,
+                      Bits& bits) {
+    const long n = bit_length(num), d = bit_length(den);
+    const auto wide_m = static_cast<long>(wide.mantissa_width);
+    // The quotient's leading bit has the weight 2^(n - d - 1) or 2^(n - d);
+    // k puts it at bit wide_m + 1 or wide_m + 2 of the integer quotient.
+    const long k = n - d - 2 - wide_m;
+    bool inexact;
+    const u128 quotient = shifted_quotient(num, -k, den, inexact);
+    const long q_bits = bit_length(quotient);
+    const long wide_min_exponent = 2 - (long{1} << (wide.exponent_width - 1));
+    if (q_bits - 1 + k < wide_min_exponent) return false;
+
+    // No overflow in the wide format: the quotient stays below 2^n and the
+    // wide format's largest exponent is at least its precision.
+    const long drop = q_bits - (wide_m + 1);
+    const bool round_bit = bit_at(quotient, drop - 1);
+    const bool sticky = inexact || low_bits_set(quotient, drop - 1);
+    u128 sig = quotient >> drop;
+    if ((round_bit || sticky) && rounds_away(mode, negative, round_bit, sticky, bit_at(sig, 0)))
+        sig += 1;
+    const WordFormat<Bits> wf(f);
+    bits = round_bits(wf, mode, negative, sig, k + drop + static_cast<long>(wf.m)) |
+           wf.signed_zero(negative);
+    return true;
+}
+
+/// from_number of the proper fraction q on words, when its numerator and
+/// denominator fit two words each, f has a word path and the first rounding
+/// keeps fewer than 126 bits; false, with nothing written, otherwise.
+bool try_fraction_words(const QNumber& q, format f, format wide, rounding_mode mode,
+                        QNumber& packed) {
+    std::uint64_t num[2], den[2];
+    if (word_path(f) == WordPath::none || wide.mantissa_width > 125 ||
+        !BVNumber::fraction_to_words(q, num, den))
+        return false;
+    const u128 n = u128{num[1]} << 64 | num[0], d = u128{den[1]} << 64 | den[0];
+    const bool negative = q.is_negative();
+    if (one_word_format(f)) {
+        std::uint64_t bits;
+        if (!fraction_to_bits(f, wide, mode, negative, n, d, bits)) return false;
+        packed = QNumber(static_cast<long>(bits));
+    } else {
+        u128 bits;
+        if (!fraction_to_bits(f, wide, mode, negative, n, d, bits)) return false;
+        write_packed(bits, packed);
+    }
+    return true;
 }
 
 } // namespace
@@ -157,6 +234,12 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     const unsigned long m = f.mantissa_width, wide_m = wide.mantissa_width;
     // The quotient's leading bit has the weight 2^lead or 2^(lead + 1).
     const long lead = static_cast<long>(n) - static_cast<long>(d) - 1;
+    // Factors of two in N or D only scale the quotient. Dividing the odd
+    // parts (one of N and D is odd already) at a resolution moved by the
+    // same power keeps a value like 3 / 2^16000 from costing a division of
+    // two numbers of thousands of bits. The formats above still follow the
+    // full bit lengths.
+    const long twos = strip_twos(tmp[2]) - strip_twos(tmp[3]);
     bool low_bits_dropped;
 
     // When the first rounding lies far below the second, the quotient is
@@ -170,7 +253,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     constexpr unsigned long min_gap = 10;
     if (wide_m >= m + min_gap && wide.exponent_width <= 62) {
         const long k = lead - static_cast<long>(m) - 1; // half f's unit or less
-        const bool inexact = quotient_at(tmp, k, low_bits_dropped);
+        const bool inexact = quotient_at(tmp, k - twos, low_bits_dropped);
         const unsigned long f_bits = bit_length(tmp[1]);
         // The first rounding's unit, 2^(lead_exact - wide_m), is 2^-j of 2^k.
         const unsigned long j = wide_m + 1 - f_bits;
@@ -187,9 +270,17 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     }
 
     // Otherwise the first rounding is made explicitly, from the quotient to
-    // half the unit of the wide format or less.
+    // half the unit of the wide format or less: on words when the numbers fit
+    // them, so that no number of the wide format is built.
+    {
+        IEEEFloat result(f, REPR_GENERIC, mode);
+        if (try_fraction_words(q, f, wide, mode, *result.value.packed)) {
+            result.self_specialize_repr(best_repr(f));
+            return result;
+        }
+    }
     const long k = lead - static_cast<long>(wide_m) - 1;
-    const bool inexact = quotient_at(tmp, k, low_bits_dropped);
+    const bool inexact = quotient_at(tmp, k - twos, low_bits_dropped);
     IEEEFloat result(wide, REPR_GENERIC, mode);
     quotient_as_exact_result(tmp, k, inexact, wide_m);
     round_and_pack_float(tmp, wide, mode, negative, tmp[0], tmp[1], *result.value.packed);

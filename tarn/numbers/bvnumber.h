@@ -247,6 +247,32 @@ public:
         return true;
     }
 
+    /// True, with the magnitude of q's numerator and q's denominator each as
+    /// a low and a high word, when both are below 2^128 (q in either form);
+    /// false and the words untouched otherwise. Unlike the other functions
+    /// here it reads any rational q: conversions from rationals read their
+    /// parts this way without copying them into numbers of their own.
+    static bool fraction_to_words(QNumber const& q, std::uint64_t num[2],
+                                  std::uint64_t den[2]) noexcept {
+        if (q.is_small()) {
+            // 0 - word is the magnitude of every negative word, -2^63 included.
+            auto const word = static_cast<std::uint64_t>(q.num_);
+            num[0] = q.num_ < 0 ? 0 - word : word;
+            num[1] = 0;
+            den[0] = static_cast<std::uint64_t>(q.den_);
+            den[1] = 0;
+            return true;
+        }
+        mpz_srcptr const n = q.big_->num;
+        mpz_srcptr const d = q.big_->den;
+        if (mpz_size(n) > 2 || mpz_size(d) > 2) return false;
+        num[0] = mpz_getlimbn(n, 0);
+        num[1] = mpz_getlimbn(n, 1);
+        den[0] = mpz_getlimbn(d, 0);
+        den[1] = mpz_getlimbn(d, 1);
+        return true;
+    }
+
     /// *out = high * 2^64 + low. A value that fits a signed word goes into a
     /// small *out as a word; a big *out stays big and reuses its limbs, so
     /// writing two-word patterns into the same number allocates only once.
