@@ -39,12 +39,19 @@ inline U256 wide_product<U256, u128>(u128 a, u128 b) {
 }
 
 /// floor(n / d), and whether the division leaves a remainder (d > 0).
-template <class Wide>
-inline Wide divide(Wide n, std::uint64_t d, bool& inexact) {
-    inexact = n % d != 0;
-    return n / d;
+template <class Wide, class Divisor>
+inline Wide divide(Wide n, Divisor d, bool& inexact) {
+    // The remainder from the quotient: a two-word n / d is a library call,
+    // and n % d would be a second one.
+    const Wide quotient = n / d;
+    inexact = quotient * d != n;
+    return quotient;
 }
 U256 divide(const U256& n, u128 d, bool& inexact) {
+    // binary64 held generically lands here for its sign bit alone; its
+    // dividends have 107 bits, and a two-word division is far cheaper than
+    // GMP's, which first inverts the divisor's top limb.
+    if (n.hi == 0) return divide(n.lo, d, inexact);
     mp_limb_t num[4], den[2] = {static_cast<mp_limb_t>(d), static_cast<mp_limb_t>(d >> 64)};
     const int nn = to_limbs(n, num), dn = den[1] != 0 ? 2 : 1;
     if (nn < dn) {
