@@ -281,11 +281,18 @@ public:
             out->assign_long(static_cast<long>(low));
             return;
         }
-        out->ensure_big();
-        mp_limb_t* limbs = mpz_limbs_write(out->big_->num, 2);
+        if (out->is_small()) {
+            // Straight to a pair, without first copying the word into it:
+            // both of its integers are overwritten below. A 64-bit pattern
+            // with the top bit set comes through here on every decoding.
+            out->big_ = QNumber::take_pair();
+            out->den_ = 0;
+        }
+        int const size = high != 0 ? 2 : 1;
+        mp_limb_t* limbs = mpz_limbs_write(out->big_->num, size);
         limbs[0] = low;
-        limbs[1] = high;
-        mpz_limbs_finish(out->big_->num, high != 0 ? 2 : 1);
+        if (high != 0) limbs[1] = high;
+        mpz_limbs_finish(out->big_->num, size);
         mpz_set_ui(out->big_->den, 1);
     }
 

@@ -39,7 +39,7 @@ inline unsigned long bit_length(const QNumber& q) {
 /// The low 64 bits of a non-negative integer.
 inline std::uint64_t low_64_bits(const QNumber& q) {
     std::uint64_t word, upper;
-    if (as_word(q, word) || BVNumber::to_words(q, &word, &upper)) return word;
+    if (BVNumber::to_words(q, &word, &upper)) return word;
     QNumber part;
     BVNumber::bit_right_shift(q, 32, &part);
     BVNumber::trim(part, 32);
