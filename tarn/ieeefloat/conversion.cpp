@@ -78,6 +78,14 @@ format exact_integer_format(unsigned long bits, format f) {
     return {std::max(m_bits, f.exponent_width) + 1, m};
 }
 
+/// The format of from_number's first rounding of N / D, for N and D of the
+/// given bit lengths: the wider of the formats that hold each exactly.
+format first_rounding_format(unsigned long n, unsigned long d, format f) {
+    const format num_fmt = exact_integer_format(n, f);
+    const format den_fmt = exact_integer_format(d, f);
+    return num_fmt.mantissa_width < den_fmt.mantissa_width ? den_fmt : num_fmt;
+}
+
 /// The quotient of the positive integers N (slot 2) and D (slot 3) at the
 /// resolution 2^k: slot 1 := F = floor(N / (D * 2^k)) and slot 4 := the
 /// remainder of the one integer division that gives F. For k > 0 the bits of
@@ -148,7 +156,7 @@ u128 shifted_quotient(u128 num, long shift, u128 den, bool& inexact) {
 }
 
 /// from_number's double rounding of num / den on words, for a format with a
-/// word path and a first rounding to wide_m + 1 bits with wide_m < 128 - 2:
+/// word path and a first rounding to wide_m + 1 bits, wide_m at most 125:
 /// the quotient is taken to two or three bits more than that precision (and
 /// a remainder flag), rounded to the wide precision and then to the format.
 /// False when the quotient is subnormal in the wide format, whose exponent
@@ -183,24 +191,19 @@ bool fraction_to_bits(format f, format wide, rounding_mode mode, bool negative, 
 
 /// from_number of the proper fraction q on words, when its numerator and
 /// denominator fit two words each, f has a word path and the first rounding
-/// keeps fewer than 126 bits; false, with nothing written, otherwise.
-bool try_fraction_words(const QNumber& q, format f, format wide, rounding_mode mode,
-                        QNumber& packed) {
+/// keeps at most 126 bits: the packed pattern, in `bits`. False otherwise.
+bool fraction_to_pattern(const QNumber& q, format f, rounding_mode mode, u128& bits) {
     std::uint64_t num[2], den[2];
-    if (word_path(f) == WordPath::none || wide.mantissa_width > 125 ||
-        !BVNumber::fraction_to_words(q, num, den))
-        return false;
+    if (word_path(f) == WordPath::none || !BVNumber::fraction_to_words(q, num, den)) return false;
     const u128 n = u128{num[1]} << 64 | num[0], d = u128{den[1]} << 64 | den[0];
+    const format wide = first_rounding_format(static_cast<unsigned long>(bit_length(n)),
+                                              static_cast<unsigned long>(bit_length(d)), f);
+    if (wide.mantissa_width > 125) return false;
     const bool negative = q.is_negative();
-    if (one_word_format(f)) {
-        std::uint64_t bits;
-        if (!fraction_to_bits(f, wide, mode, negative, n, d, bits)) return false;
-        packed = QNumber(static_cast<long>(bits));
-    } else {
-        u128 bits;
-        if (!fraction_to_bits(f, wide, mode, negative, n, d, bits)) return false;
-        write_packed(bits, packed);
-    }
+    if (!one_word_format(f)) return fraction_to_bits(f, wide, mode, negative, n, d, bits);
+    std::uint64_t word;
+    if (!fraction_to_bits(f, wide, mode, negative, n, d, word)) return false;
+    bits = word;
     return true;
 }
 
@@ -222,15 +225,21 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     // the two formats and then rounded again into f. This double rounding is
     // part of the contract: from_number(8/3, (4, 3)) is 2.5, not the nearer
     // 2.75. Both roundings are computed from one integer division.
+    // Both roundings on words when N and D fit them: no QNumber of the wide
+    // format, nor copies of N and D, are built.
+    if (u128 bits; fraction_to_pattern(q, f, mode, bits)) {
+        IEEEFloat result(f, REPR_GENERIC, mode);
+        write_packed(bits, *result.value.packed);
+        result.self_specialize_repr(best_repr(f));
+        return result;
+    }
     const bool negative = q.is_negative();
     TempNumProvider tmp;
     tmp[2] = q.get_num();
     if (negative) tmp[2].self_neg();
     tmp[3] = q.get_den();
     const unsigned long n = bit_length(tmp[2]), d = bit_length(tmp[3]);
-    const format num_fmt = exact_integer_format(n, f);
-    const format den_fmt = exact_integer_format(d, f);
-    const format wide = num_fmt.mantissa_width < den_fmt.mantissa_width ? den_fmt : num_fmt;
+    const format wide = first_rounding_format(n, d, f);
     const unsigned long m = f.mantissa_width, wide_m = wide.mantissa_width;
     // The quotient's leading bit has the weight 2^lead or 2^(lead + 1).
     const long lead = static_cast<long>(n) - static_cast<long>(d) - 1;
@@ -270,15 +279,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     }
 
     // Otherwise the first rounding is made explicitly, from the quotient to
-    // half the unit of the wide format or less: on words when the numbers fit
-    // them, so that no number of the wide format is built.
-    {
-        IEEEFloat result(f, REPR_GENERIC, mode);
-        if (try_fraction_words(q, f, wide, mode, *result.value.packed)) {
-            result.self_specialize_repr(best_repr(f));
-            return result;
-        }
-    }
+    // half the unit of the wide format or less.
     const long k = lead - static_cast<long>(wide_m) - 1;
     const bool inexact = quotient_at(tmp, k - twos, low_bits_dropped);
     IEEEFloat result(wide, REPR_GENERIC, mode);
