@@ -105,14 +105,6 @@ bool quotient_at(TempNumProvider& tmp, long k, bool& low_bits_dropped) {
     return low_bits_dropped || !tmp[4].is_zero();
 }
 
-/// Divides the positive integer v by its largest power-of-two factor and
-/// returns the exponent of that factor.
-long strip_twos(QNumber& v) {
-    const unsigned long zeros = BVNumber::scan_bit_1(v, 0);
-    BVNumber::bit_right_shift(v, zeros, &v);
-    return static_cast<long>(zeros);
-}
-
 /// The significand F at resolution 2^k in the terms of the rounding core for
 /// a format of mantissa width m: slot 0 := X and slot 1 := S with
 /// S * 2^(X - m) = F * 2^k when exact, and S = 2F + 1 one bit lower (a
@@ -211,10 +203,21 @@ bool fraction_to_pattern(const QNumber& q, format f, rounding_mode mode, u128& b
 
 IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode) {
     if (q.is_integer()) {
-        // The integer N is N * 2^(m - m): significand N, exponent m.
+        // The integer N is N * 2^(m - m): significand N, exponent m. Beyond a
+        // word, its factor of two goes into the exponent, so that an integer
+        // of thousands of bits, mostly trailing zeros, is rounded as its short
+        // odd part.
         IEEEFloat result(f, REPR_GENERIC, mode);
-        TempNumProvider tmp(static_cast<long>(f.mantissa_width));
-        tmp[1] = q;
+        TempNumProvider tmp;
+        long word;
+        unsigned long twos = 0;
+        if (BVNumber::to_long(q, &word)) {
+            tmp[1] = QNumber(word);
+        } else {
+            twos = BVNumber::odd_numerator(q, &tmp[1]);
+            if (q.is_negative()) tmp[1].self_neg();
+        }
+        tmp[0] = QNumber(static_cast<long>(f.mantissa_width + twos));
         round_and_pack_float(tmp, f, mode, false, tmp[0], tmp[1], *result.value.packed);
         result.self_specialize_repr(best_repr(f));
         return result;
@@ -225,6 +228,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     // the two formats and then rounded again into f. This double rounding is
     // part of the contract: from_number(8/3, (4, 3)) is 2.5, not the nearer
     // 2.75. Both roundings are computed from one integer division.
+    //
     // Both roundings on words when N and D fit them: no QNumber of the wide
     // format, nor copies of N and D, are built.
     if (u128 bits; fraction_to_pattern(q, f, mode, bits)) {
@@ -235,20 +239,19 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     }
     const bool negative = q.is_negative();
     TempNumProvider tmp;
-    tmp[2] = q.get_num();
-    if (negative) tmp[2].self_neg();
-    tmp[3] = q.get_den();
-    const unsigned long n = bit_length(tmp[2]), d = bit_length(tmp[3]);
+    // Factors of two in N or D only scale the quotient. Dividing the odd
+    // parts (one of N and D is odd already) at a resolution moved by the
+    // same power keeps a value like 3 / 2^16000 from costing a division of
+    // two numbers of thousands of bits. The formats below still follow the
+    // full bit lengths.
+    const unsigned long twos_n = BVNumber::odd_numerator(q, &tmp[2]);
+    const unsigned long twos_d = BVNumber::odd_denominator(q, &tmp[3]);
+    const long twos = static_cast<long>(twos_n) - static_cast<long>(twos_d);
+    const unsigned long n = bit_length(tmp[2]) + twos_n, d = bit_length(tmp[3]) + twos_d;
     const format wide = first_rounding_format(n, d, f);
     const unsigned long m = f.mantissa_width, wide_m = wide.mantissa_width;
     // The quotient's leading bit has the weight 2^lead or 2^(lead + 1).
     const long lead = static_cast<long>(n) - static_cast<long>(d) - 1;
-    // Factors of two in N or D only scale the quotient. Dividing the odd
-    // parts (one of N and D is odd already) at a resolution moved by the
-    // same power keeps a value like 3 / 2^16000 from costing a division of
-    // two numbers of thousands of bits. The formats above still follow the
-    // full bit lengths.
-    const long twos = strip_twos(tmp[2]) - strip_twos(tmp[3]);
     bool low_bits_dropped;
 
     // When the first rounding lies far below the second, the quotient is

@@ -273,6 +273,19 @@ public:
         return true;
     }
 
+    /// *out = the magnitude of q's numerator (or denominator) divided by its
+    /// largest power-of-two factor; returns the exponent of that factor. For
+    /// any non-zero rational q. The part is read in place, so a part of
+    /// thousands of bits that is mostly trailing zeros is never copied whole.
+    static unsigned long odd_numerator(QNumber const& q, QNumber* out) {
+        if (q.is_small()) return odd_word(static_cast<std::uint64_t>(q.num_), q.num_ < 0, out);
+        return odd_integer(q.big_->num, out);
+    }
+    static unsigned long odd_denominator(QNumber const& q, QNumber* out) {
+        if (q.is_small()) return odd_word(static_cast<std::uint64_t>(q.den_), false, out);
+        return odd_integer(q.big_->den, out);
+    }
+
     /// *out = high * 2^64 + low. A value that fits a signed word goes into a
     /// small *out as a word; a big *out stays big and reuses its limbs, so
     /// writing two-word patterns into the same number allocates only once.
@@ -297,6 +310,23 @@ public:
     }
 
 private:
+    static unsigned long odd_word(std::uint64_t word, bool negative, QNumber* out) {
+        // 0 - word is the magnitude of every negative word, -2^63 included.
+        std::uint64_t const magnitude = negative ? 0 - word : word;
+        auto const zeros = static_cast<unsigned long>(__builtin_ctzll(magnitude));
+        out->assign_long(static_cast<long>(magnitude >> zeros));
+        return zeros;
+    }
+
+    static unsigned long odd_integer(mpz_srcptr z, QNumber* out) {
+        // Trailing zeros are the same in GMP's two's complement of -|z|.
+        unsigned long const zeros = mpz_scan1(z, 0);
+        out->make_big_integer();
+        mpz_tdiv_q_2exp(out->big_->num, z, zeros);
+        mpz_abs(out->big_->num, out->big_->num);
+        return zeros;
+    }
+
     /// Whether z × 2^n fits a signed word other than -2^63.
     static bool shifted_fits_word(mpz_srcptr z, unsigned long n) noexcept {
         if (mpz_sgn(z) == 0) return true;
