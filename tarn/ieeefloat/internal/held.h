@@ -4,8 +4,9 @@
 // these templates on the value's own fields. Units whose hot paths ask such
 // questions of a value (the neighbour steps, the hexadecimal text, rounding
 // to integral) call the templates directly, so that word values stay a few
-// inlined instructions instead of a call into another unit per question. `Held` is IEEEFloat's
-// union of held bits, deduced from the member the caller passes.
+// inlined instructions instead of a call into another unit per question.
+// `Held` is IEEEFloat's union of held bits, deduced from the member the
+// caller passes.
 #pragma once
 
 #include "tarn/ieeefloat/ieeefloat.h"
