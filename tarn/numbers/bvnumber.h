@@ -255,9 +255,7 @@ public:
     static bool fraction_to_words(QNumber const& q, std::uint64_t num[2],
                                   std::uint64_t den[2]) noexcept {
         if (q.is_small()) {
-            // 0 - word is the magnitude of every negative word, -2^63 included.
-            auto const word = static_cast<std::uint64_t>(q.num_);
-            num[0] = q.num_ < 0 ? 0 - word : word;
+            num[0] = QNumber::magnitude(q.num_);
             num[1] = 0;
             den[0] = static_cast<std::uint64_t>(q.den_);
             den[1] = 0;
@@ -278,11 +276,11 @@ public:
     /// any non-zero rational q. The part is read in place, so a part of
     /// thousands of bits that is mostly trailing zeros is never copied whole.
     static unsigned long odd_numerator(QNumber const& q, QNumber* out) {
-        if (q.is_small()) return odd_word(static_cast<std::uint64_t>(q.num_), q.num_ < 0, out);
+        if (q.is_small()) return odd_word(QNumber::magnitude(q.num_), out);
         return odd_integer(q.big_->num, out);
     }
     static unsigned long odd_denominator(QNumber const& q, QNumber* out) {
-        if (q.is_small()) return odd_word(static_cast<std::uint64_t>(q.den_), false, out);
+        if (q.is_small()) return odd_word(static_cast<std::uint64_t>(q.den_), out);
         return odd_integer(q.big_->den, out);
     }
 
@@ -310,9 +308,7 @@ public:
     }
 
 private:
-    static unsigned long odd_word(std::uint64_t word, bool negative, QNumber* out) {
-        // 0 - word is the magnitude of every negative word, -2^63 included.
-        std::uint64_t const magnitude = negative ? 0 - word : word;
+    static unsigned long odd_word(std::uint64_t magnitude, QNumber* out) {
         auto const zeros = static_cast<unsigned long>(__builtin_ctzll(magnitude));
         out->assign_long(static_cast<long>(magnitude >> zeros));
         return zeros;
