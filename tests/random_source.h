@@ -1,0 +1,64 @@
+// A seeded stand-in for libFuzzer's FuzzedDataProvider, so that the checks the
+// fuzz targets run on the fuzzer's bytes also run under CTest, deterministically,
+// in builds (g++) that have no libFuzzer headers. It offers the part of the
+// provider's interface the shared checks use; `remaining_bytes` counts down a
+// budget, so loops that read "while there are bytes" end as they do on a real
+// input.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+#include <type_traits>
+
+namespace tarn_testing {
+
+class RandomSource {
+public:
+    RandomSource(std::uint64_t seed, std::size_t budget) : rng_(seed), budget_(budget) {}
+
+    bool ConsumeBool() {
+        take(1);
+        return (rng_() & 1) != 0;
+    }
+
+    /// Uniform in [lo, hi], whole range of T allowed.
+    template <class T>
+    T ConsumeIntegralInRange(T lo, T hi) {
+        using U = std::make_unsigned_t<T>;
+        take(sizeof(T));
+        const U span = static_cast<U>(static_cast<U>(hi) - static_cast<U>(lo));
+        const std::uint64_t draw = rng_();
+        const U offset = span == static_cast<U>(-1)
+                             ? static_cast<U>(draw)
+                             : static_cast<U>(draw % (std::uint64_t(span) + 1));
+        return static_cast<T>(static_cast<U>(lo) + offset);
+    }
+
+    template <class T>
+    T ConsumeIntegral() {
+        return ConsumeIntegralInRange<T>(std::numeric_limits<T>::min(),
+                                         std::numeric_limits<T>::max());
+    }
+
+    std::string ConsumeBytesAsString(std::size_t n) {
+        if (n > budget_) n = budget_;
+        take(n);
+        std::string bytes(n, '\0');
+        for (char& c : bytes)
+            c = static_cast<char>(rng_());
+        return bytes;
+    }
+
+    std::size_t remaining_bytes() const { return budget_; }
+
+private:
+    void take(std::size_t n) { budget_ = n < budget_ ? budget_ - n : 0; }
+
+    std::mt19937_64 rng_;
+    std::size_t budget_;
+};
+
+} // namespace tarn_testing
