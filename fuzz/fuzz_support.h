@@ -3,6 +3,8 @@
 // and stopping with a readable report when a check fails.
 #pragma once
 
+#include "tests/random_source.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,16 +40,7 @@ private:
     } else                                                                                         \
         ::fuzzing::Failure() << #condition << " at " << __FILE__ << ":" << __LINE__ << ": "
 
-/// A non-negative integer of at most `bits` bits made of the next bytes; fewer
-/// when the input runs out.
-inline mpz_class consume_bits(FuzzedDataProvider& in, unsigned long bits) {
-    const std::size_t bytes = (bits + 7) / 8;
-    const std::string raw = in.ConsumeBytesAsString(bytes);
-    mpz_class z;
-    if (!raw.empty()) mpz_import(z.get_mpz_t(), raw.size(), 1, 1, 0, 0, raw.data());
-    if (bits % 8 != 0 && raw.size() == bytes) mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), bits);
-    return z;
-}
+using tarn_testing::consume_bits;
 
 /// True when `message` is one of the texts the library throws with.
 inline bool is_library_message(const char* message) {

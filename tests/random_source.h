@@ -3,11 +3,12 @@
 // in builds (g++) that have no libFuzzer headers. It offers the part of the
 // provider's interface the shared checks use; `remaining_bytes` counts down a
 // budget, so loops that read "while there are bytes" end as they do on a real
-// input.
+// input. `consume_bits` reads wide integers from either source.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <gmpxx.h>
 #include <limits>
 #include <random>
 #include <string>
@@ -60,5 +61,17 @@ private:
     std::mt19937_64 rng_;
     std::size_t budget_;
 };
+
+/// A non-negative integer of at most `bits` bits made of the next bytes of
+/// `in` (a RandomSource or a FuzzedDataProvider); fewer when the input runs out.
+template <class Source>
+mpz_class consume_bits(Source& in, unsigned long bits) {
+    const std::size_t bytes = (bits + 7) / 8;
+    const std::string raw = in.ConsumeBytesAsString(bytes);
+    mpz_class z;
+    if (!raw.empty()) mpz_import(z.get_mpz_t(), raw.size(), 1, 1, 0, 0, raw.data());
+    if (bits % 8 != 0 && raw.size() == bytes) mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), bits);
+    return z;
+}
 
 } // namespace tarn_testing
