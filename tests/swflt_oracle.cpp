@@ -11,10 +11,6 @@
 #include <cstring>
 #include <type_traits>
 
-#if defined(__x86_64__)
-#include <xmmintrin.h>
-#endif
-
 namespace swflt_oracle {
 namespace {
 
@@ -28,25 +24,6 @@ To bit_cast(From from) {
     return to;
 }
 
-#if defined(__x86_64__)
-// Scalar float and double arithmetic runs in SSE on x86-64, so its flags are all in MXCSR.
-// Reading them there directly is several times cheaper than the <cfenv> calls, which also save
-// and restore the x87 environment, and the long runs spend most of their time here.
-void clear_flags() {
-    _mm_setcsr(_mm_getcsr() & ~0x3Fu);
-}
-
-std::uint8_t raised_flags() {
-    unsigned const raised = _mm_getcsr();
-    std::uint8_t flags = 0;
-    if (raised & 0x20u) flags |= sw::flag_inexact;
-    if (raised & 0x10u) flags |= sw::flag_underflow;
-    if (raised & 0x08u) flags |= sw::flag_overflow;
-    if (raised & 0x04u) flags |= sw::flag_divide_by_zero;
-    if (raised & 0x01u) flags |= sw::flag_invalid;
-    return flags;
-}
-#else
 void clear_flags() {
     std::feclearexcept(FE_ALL_EXCEPT);
 }
@@ -61,7 +38,6 @@ std::uint8_t raised_flags() {
     if (raised & FE_INVALID) flags |= sw::flag_invalid;
     return flags;
 }
-#endif
 
 template <class From, class To>
 Outcome convert(std::uint64_t a) {
