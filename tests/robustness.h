@@ -101,7 +101,10 @@ constexpr Step<In> steps[] = {
     TARN_STEP(answer = std::to_string((x < y) * 4 + (x <= y) * 2 + (x == y) + 8 * ieee_cmp(x, y))),
     TARN_STEP(x.next_representable(in.ConsumeBool())),
     TARN_STEP(x.packed_next(in.ConsumeBool())),
-    TARN_STEP(std::ostringstream out; out << x; answer = out.str() + x.to_float_str()),
+    TARN_STEP(std::ostringstream out; out << x; const std::string text = x.to_float_str();
+              const IEEEFloat back =
+                  IEEEFloat::from_string(text, x.get_format(), x.get_rounding_mode());
+              answer = out.str() + back.to_str()),
     TARN_STEP(answer = x.to_str() + x.to_hex_str() + std::to_string(x.hash())),
     TARN_STEP(answer =
                   std::to_string(x.is_inf() + 2 * x.is_nan() + 4 * x.is_zero() +
