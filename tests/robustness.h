@@ -63,9 +63,9 @@ IEEEFloat consume_value(In& in, IEEEFloat::format f, IEEEFloat::Repr repr,
 template <class In>
 QNumber consume_rational(In& in) {
     const bool negative = in.ConsumeBool();
-    const mpz_class num = consume_bits(in, in.ConsumeIntegralInRange(0, 300));
-    mpz_class den = consume_bits(in, in.ConsumeIntegralInRange(0, 300));
-    return QNumber(negative ? mpz_class(-num) : num, den == 0 ? mpz_class(1) : den);
+    const mpz_class num = consume_bits(in, in.ConsumeIntegralInRange(0, 300)),
+                    den = consume_bits(in, in.ConsumeIntegralInRange(0, 300));
+    return QNumber(negative ? mpz_class(-num) : num, den + (den == 0));
 }
 
 inline std::string text_of(const QNumber& q) {
