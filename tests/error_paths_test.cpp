@@ -127,7 +127,7 @@ TEST(ErrorPath, TheCounterSeesALeak) {
 TEST(Robustness, SeededSequences) {
     for (std::uint64_t seed = 0; seed < 3000; ++seed) {
         RandomSource in(seed, 400);
-        const std::string failure = tarn_testing::run_sequence(in, [](auto&, auto&) {});
+        const std::string failure = tarn_testing::run_sequence(in, [](int, auto&, auto&) {});
         if (!failure.empty()) ADD_FAILURE() << "seed " << seed << ": " << failure;
     }
 }

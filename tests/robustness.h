@@ -179,7 +179,7 @@ std::string checked_step(In& in, int op, IEEEFloat& x, const IEEEFloat& y, std::
     return std::string();
 }
 
-/// A sequence of up to six operations read from `in`. Calls `observe(x, outcome)`
+/// A sequence of up to six operations read from `in`. Calls `observe(op, x, outcome)`
 /// after each; returns the first failure, or "".
 template <class In, class Observe>
 std::string run_sequence(In& in, Observe observe) {
@@ -192,7 +192,7 @@ std::string run_sequence(In& in, Observe observe) {
         std::string outcome;
         const std::string failure = checked_step(in, op, x, y, outcome);
         if (!failure.empty()) return failure;
-        observe(x, outcome);
+        observe(op, x, outcome);
     }
     return "";
 }

@@ -17,8 +17,9 @@ std::string transcript(std::uint64_t first_seed) {
     for (std::uint64_t seed = first_seed; seed < first_seed + 200; ++seed) {
         tarn_testing::RandomSource in(seed, 400);
         const std::string failure = tarn_testing::run_sequence(
-            in, [&](const tarn::IEEEFloat& x, const std::string& outcome) {
-                out += tarn_testing::describe(x) + " -> " + outcome + '\n';
+            in, [&](int op, const tarn::IEEEFloat& x, const std::string& outcome) {
+                out +=
+                    std::to_string(op) + ": " + tarn_testing::describe(x) + " -> " + outcome + '\n';
             });
         out += failure;
     }
