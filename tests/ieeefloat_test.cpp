@@ -185,8 +185,9 @@ TEST(IEEEFloat, HashAgreesWithEqualityWhateverTheHolding) {
     EXPECT_NE(make({5, 10}, 0x3C00).hash(), make({6, 9}, 0x3C00).hash());
 
     const mpz_class word_max = (mpz_class(1) << 64) - 1;
-    for (const QNumber& q : {QNumber(0L), QNumber(-7L, 3L), QNumber(LONG_MAX), QNumber(LONG_MIN),
-                             QNumber(word_max), QNumber(mpz_class(1) << 200, mpz_class(3))}) {
+    for (const QNumber& q :
+         {QNumber(0L), QNumber(-7L, 3L), QNumber(1L, LONG_MAX), QNumber(LONG_MAX),
+          QNumber(LONG_MIN), QNumber(word_max), QNumber(mpz_class(1) << 200, mpz_class(3))}) {
         QNumber big(mpz_class(1) << 70, mpz_class(1)); // assigning keeps the big form
         big = q;
         EXPECT_EQ(big.hash(), q.hash()) << q;
@@ -219,7 +220,8 @@ TEST(IEEEFloat, NamedFormats) {
     }
     EXPECT_TRUE(Format::by_name("BFloat16") == Format::bfloat16() &&
                 Format::by_name("E4M3") == Format::e4m3());
-    for (const char* unknown : {"", "binary8", " binary16", "binary16 ", "e4m3fn", "binary1281"})
+    for (const char* unknown :
+         {"", "binary", "binary8", " binary16", "binary16 ", "e4m3fn", "binary1281"})
         EXPECT_EQ(Format::by_name(unknown), std::nullopt) << '"' << unknown << '"';
     EXPECT_TRUE(Format(8, 52).name().empty() && Format().name().empty());
 }
@@ -230,10 +232,9 @@ TEST(IEEEFloat, NamedFormats) {
 TEST(IEEEFloat, IntegersWithWidths) {
     // format, pattern, width, integer
     const std::tuple<Format, const char*, unsigned long, long> rows[] = {
-        {{8, 23}, "43960000", 8, 44},
-        {{8, 23}, "c3960000", 8, -44},
-        {{8, 23}, "c37f0000", 8, -255},
-        {{65, 1}, "3fffffffffffffffe", 7, 0}};
+        {{8, 23}, "43960000", 8, 44},   {{8, 23}, "c3960000", 8, -44},
+        {{8, 23}, "c37f0000", 8, -255}, {{8, 23}, "43800000", 8, 0},
+        {{8, 23}, "c0400000", 1, -1},   {{65, 1}, "3fffffffffffffffe", 7, 0}};
     for (const auto& [f, bits, width, integer] : rows)
         EXPECT_EQ(make(f, mpz_class(bits, 16)).to_integer(width), QNumber(integer))
             << bits << " width " << width;

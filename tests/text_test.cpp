@@ -87,10 +87,10 @@ TEST(Text, ReadsNumerals) {
             << '"' << text << "\" in " << format_name(f) << " mode " << mode;
     }
     for (const std::string text :
-         {"",     "+",     ".",       "e5",    "1e",    "1e+",   "1.2.3",  " 1",
-          "1 ",   "0x",    "0x.",     "0xp1",  "0x1p",  "1p3",   "0x1e+3", "--1",
-          "+-1",  "1e5.5", "0x1p1.5", "1,5",   "0b101", "infin", "inff",   "nan(1)",
-          "in f", "Inf1",  "1e--2",   "0x1pA", "1.0f",  "\t1",   "1e2e3",  "+.e1"})
+         {"",     "+",     "-",       "1_000", ".",     "e5",    "1e",   "1e+",    "1.2.3",
+          " 1",   "1 ",    "0x",      "0x.",   "0xp1",  "0x1p",  "1p3",  "0x1e+3", "--1",
+          "+-1",  "1e5.5", "0x1p1.5", "1,5",   "0b101", "infin", "inff", "nan(1)", "in f",
+          "Inf1", "1e--2", "0x1pA",   "1.0f",  "\t1",   "1e2e3", "+.e1"})
         EXPECT_EQ(error_of([&] { IEEEFloat::from_string(text, b64, RNE); }),
                   "invalid number: \"" + text + "\"");
 }
