@@ -77,7 +77,7 @@ TEST(Text, ReadsNumerals) {
     };
     for (const auto& [f, mode, text, want] : rows) {
         std::string got;
-        const std::string error = error_of([&] {
+        const std::string error = error_of([&, f = f, mode = mode, text = text] {
             const IEEEFloat x = IEEEFloat::from_string(text, f, mode);
             const bool kept =
                 x.get_repr() == IEEEFloat::get_best_repr(f) && x.get_rounding_mode() == mode;
