@@ -1,0 +1,198 @@
+// Known answers for text: the reader's syntax, its errors and the results it
+// decides from the exponent alone, and the exact text of the diagnostic form,
+// the stream output and the hexadecimal form, with the decimal choices random
+// patterns rarely reach. The C library's %a is the reference for binary64.
+
+#include "tests/testing.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <gmpxx.h>
+#include <gtest/gtest.h>
+#include <iomanip>
+#include <random>
+#include <sstream>
+#include <string>
+#include <tuple>
+
+namespace {
+
+using tarn::IEEEFloat;
+using tarn::QNumber;
+using Format = IEEEFloat::format;
+using Mode = IEEEFloat::rounding_mode;
+using tarn_testing::bits_of;
+using tarn_testing::error_of;
+using tarn_testing::format_name;
+using tarn_testing::make;
+
+constexpr Mode RNE = IEEEFloat::ROUND_NEAREST_EVEN, RZ = IEEEFloat::ROUND_TOWARD_ZERO,
+               RU = IEEEFloat::ROUND_TOWARD_POSITIVE, RD = IEEEFloat::ROUND_TOWARD_NEGATIVE,
+               bad = static_cast<Mode>(4);
+const Format b32{8, 23}, b64{11, 52}, b128{15, 112}, half{5, 10}, tiny{3, 2};
+
+// Random numerals never bring a leading '+', leading zeros, mixed-case hex,
+// 'e' as a hex digit, the specials or exponents of twenty digits.
+TEST(Text, ReadsNumerals) {
+    // format, mode, numeral, held pattern in hex or the error message
+    const std::tuple<Format, Mode, const char*, const char*> rows[] = {
+        {b32, RNE, "+5", "40a00000"},
+        {b32, RNE, "5.", "40a00000"},
+        {b32, RZ, "-12.5E-3", "bc4ccccc"},
+        {b32, RNE, "000100e-3", "3dcccccd"},
+        {b32, RNE, "1E+2", "42c80000"},
+        {b128, RNE, "-2", "c0000000000000000000000000000000"},
+        {b32, RNE, "-0X1P+10", "c4800000"},
+        {b32, RNE, "0x.8", "3f000000"},
+        {b32, RNE, "0xAbC", "452bc000"},
+        {b32, RNE, "0x1.8e3", "3fc71800"},
+        {b32, RNE, "inf", "7f800000"},
+        {b32, RNE, "-Infinity", "ff800000"},
+        {b64, RZ, "+INF", "7ff0000000000000"},
+        {b32, RNE, "nan", "7fc00000"},
+        {b64, RNE, "-NaN", "7ff8000000000000"},
+        {half, RNE, "nan", "fc01"},
+        {b32, RNE, "-0", "80000000"},
+        {b64, RU, "-0.000e99999999999999999999", "8000000000000000"},
+        {half, RNE, "-0x0.0p-5", "8000"},
+        {b32, RU, "-1e-999", "80000000"},
+        {b32, RD, "-1e-999", "80000001"},
+        {b64, RNE, "1e-99999999999999999999", "0"},
+        {b64, RU, "1e-99999999999999999999", "1"},
+        {tiny, RU, "1e-999999999999", "1"},
+        {tiny, RD, "-0x1p-99999999999999999999", "21"},
+        {b64, RNE, "1e99999999999999999999", "7ff0000000000000"},
+        {b64, RD, "1e99999999999999999999", "7fefffffffffffff"},
+        {half, RZ, "0x1p99999999999999999999", "7bff"},
+        {half, bad, "0.5", "3800"},
+        {half, bad, "-0", "8000"},
+        {half, bad, "0.1", "bad rounding mode: 4"},
+        {half, bad, "1e999", "bad rounding mode: 4"},
+        {half, bad, "1e-999", "bad rounding mode: 4"},
+        {{40, 10}, RNE, "1e-2000000", "1fffe6a7dbb04"},
+        {{40, 10}, RNE, "1e-20000000", "reached limit on float precision"},
+        {{63, 10}, RNE, "0x1p99999999999999999999", "reached limit on float precision"},
+    };
+    for (const auto& [f, mode, text, want] : rows) {
+        std::string got;
+        const std::string error = error_of([&, f = f, mode = mode, text = text] {
+            const IEEEFloat x = IEEEFloat::from_string(text, f, mode);
+            const bool kept =
+                x.get_repr() == IEEEFloat::get_best_repr(f) && x.get_rounding_mode() == mode;
+            got = bits_of(x).get_str(16) + (kept ? "" : " (mode or representation lost)");
+        });
+        EXPECT_EQ(error == "no error" ? got : error, want)
+            << '"' << text << "\" in " << format_name(f) << " mode " << mode;
+    }
+    for (const std::string text :
+         {"",     "+",     "-",       "1_000", ".",     "e5",    "1e",   "1e+",    "1.2.3",
+          " 1",   "1 ",    "0x",      "0x.",   "0xp1",  "0x1p",  "1p3",  "0x1e+3", "--1",
+          "+-1",  "1e5.5", "0x1p1.5", "1,5",   "0b101", "infin", "inff", "nan(1)", "in f",
+          "Inf1", "1e--2", "0x1pA",   "1.0f",  "\t1",   "1e2e3", "+.e1"})
+        EXPECT_EQ(error_of([&] { IEEEFloat::from_string(text, b64, RNE); }),
+                  "invalid number: \"" + text + "\"");
+}
+
+std::string written(const IEEEFloat& x, char form) {
+    if (form == 's') return x.to_str();
+    if (form == 'f') return x.to_float_str();
+    if (form == 'x') return x.to_hex_str();
+    std::ostringstream out;
+    out << x;
+    return out.str();
+}
+
+// The diagnostic form ('s'), the stream ('o'), decimal choices random patterns
+// rarely reach ('f') and hexadecimal digits ('x'), each held in the word or
+// generically where a format has both.
+TEST(Text, WritesExactText) {
+    // format, pattern in hex, form, text
+    const std::tuple<Format, const char*, char, std::string> rows[] = {
+        {b32, "3dcccccd", 's', "[8:23]0.1{0_01111011_10011001100110011001101}"},
+        {b32, "80000000", 's', "[8:23]-0{1_00000000_00000000000000000000000}"},
+        {b32, "ff800000", 's', "[8:23]-Inf{1_11111111_00000000000000000000000}"},
+        {b32, "7fc00000", 's', "[8:23]NaN{1_11111111_00000000000000000000001}"},
+        {tiny, "38", 's', "[3:2]-8{1_110_00}"},
+        {{2, 0}, "1", 's', "[2:0]1{0_01}"},
+        {{0, 70}, "0", 's', "[0:70]+0{0}"},
+        {{65, 1}, "3fffffffffffffffe", 's', "[65:1]+Inf{0_" + std::string(65, '1') + "_0}"},
+        {b32, "7fc00000", 'o', "nan"},
+        {{65, 1}, "3fffffffffffffffe", 'o', "inf"},
+        {half, "fc00", 'o', "-inf"},
+        {half, "7c00", 'o', "inf"},
+        {b32, "c0200000", 'o', "-2.5"},
+        // Halfway between the two shortest candidates: the lower is kept.
+        {b64, "4301b66687b7abb6", 'f', "623203260495222.7"},
+        // The 16-digit candidate is the interval's lower end, which is refused.
+        {b64, "43c5757239bd3aa2", 'f', "3092535278770144300"},
+        // 1e23 itself lies outside the interval of its nearest binary64 value.
+        {b64, "c4b52d02c7e14af6", 'f', "-99999999999999990000000"},
+        {b64, "1", 'f', "0." + std::string(323, '0') + "5"},
+        {half, "3555", 'x', "0x1.554p-2"},
+        {half, "0200", 'x', "0x0.8p-14"},
+        {{4, 3}, "3c", 'x', "0x1.8p+0"},
+        {{4, 3}, "39", 'x', "0x1.2p+0"},
+        {{4, 3}, "81", 'x', "-0x0.2p-6"},
+        {{4, 3}, "78", 'x', "inf"},
+        {{8, 7}, "3f81", 'x', "0x1.02p+0"},
+        {{5, 0}, "11", 'x', "0x1p+2"},
+        {{1, 2}, "1", 'x', "0x0.4p+1"}, // no bias: the subnormal exponent is 1
+        {b128, "3fff0000000000000000000000000001", 'x', "0x1.0000000000000000000000000001p+0"},
+        {b128, "00000000000000000000000000000001", 'x', "0x0.0000000000000000000000000001p-16382"},
+        {{70, 3}, "3fffffffffffffffff7", 'x', "-0x1.ep+590295810358705651711"},
+        {{70, 3}, "1", 'x', "0x0.2p-590295810358705651710"},
+    };
+    for (const auto& [f, bits, form, text] : rows)
+        for (const bool generic : {false, true})
+            EXPECT_EQ(written(make(f, mpz_class(bits, 16), generic), form), text)
+                << bits << " in " << format_name(f) << (generic ? " generic" : "");
+    const IEEEFloat empty;
+    EXPECT_EQ(written(empty, 's') + written(empty, 'f') + written(empty, 'x'), "[0:0]+0{0}00x0p+0");
+    // Other NaN patterns are written as held: from_bits would make them the
+    // library NaN, so one is reached by stepping the pattern.
+    IEEEFloat positive_nan = make(b32, 0x7F800000);
+    positive_nan.packed_next(true);
+    EXPECT_EQ(positive_nan.to_str(), "[8:23]NaN{0_11111111_00000000000000000000001}");
+    std::ostringstream out;
+    out << std::setw(6) << std::setfill('.') << make(half, 0xBC00) << '|' << std::left
+        << std::setw(5) << make(half, 0x7C00);
+    EXPECT_EQ(out.str(), "....-1|inf..");
+}
+
+// With an ulp of 1/8, N + 1/4 lies midway between the one-decimal numerals N.2
+// and N.3, both inside its rounding interval while no integer is: a tie that
+// keeps the lower numeral. Significands this wide are searched on GMP
+// integers, which random patterns almost never bring to such a tie.
+TEST(Text, TiesInWideSignificandsKeepTheLowerNumeral) {
+    for (const Format f : {Format{11, 59}, Format{15, 64}, Format{15, 112}, Format{15, 140}}) {
+        const mpz_class low = mpz_class(1) << (f.mantissa_width - 3);
+        for (const mpz_class& n : {low, mpz_class(2 * low - 1), mpz_class(low + 1234567890123)})
+            for (const int quarters : {1, 3}) {
+                const QNumber value{mpz_class(4 * n + quarters), mpz_class(4)};
+                EXPECT_EQ(IEEEFloat::from_number(value, f, RNE).to_float_str(),
+                          n.get_str() + (quarters == 1 ? ".2" : ".7"));
+            }
+    }
+}
+
+// Binary64 against the C library's %a: half uniform patterns, half with the
+// exponent field near its ends, where the subnormals and the largest values are.
+TEST(Text, HexDigitsMatchTheCLibraryOnBinary64) {
+    std::mt19937_64 engine(0x4E5);
+    for (int i = 0; i < tarn_testing::scaled(100000); ++i) {
+        std::uint64_t bits = engine();
+        if (i % 2) bits ^= (i % 4 == 1 ? bits : ~bits) & (std::uint64_t{0x7fe} << 52);
+        double d;
+        std::memcpy(&d, &bits, sizeof d);
+        if (std::isnan(d)) continue;
+        char text[64];
+        std::snprintf(text, sizeof text, "%a", d);
+        for (const bool generic : {false, true})
+            ASSERT_EQ(make(b64, mpz_class(std::to_string(bits)), generic).to_hex_str(), text)
+                << std::hex << bits << " seed 0x4E5";
+    }
+}
+
+} // namespace
