@@ -112,7 +112,7 @@ std::vector<Tiny> tiny_cases() {
 
 class Exhaustive : public testing::TestWithParam<Tiny> {};
 
-TEST_P(Exhaustive, EveryPatternMatchesTheReference) {
+TEST_P(Exhaustive, Rows) {
     const Row& r = *GetParam().row;
     const Format f = GetParam().f;
     const unsigned long count = 1UL << (f.exponent_width + f.mantissa_width + 1);
@@ -233,7 +233,7 @@ void PrintTo(const std::pair<const Row*, Target>& c, std::ostream* out) {
 
 class Random : public testing::TestWithParam<std::pair<const Row*, Target>> {};
 
-TEST_P(Random, SeededOperandsMatchTheReference) {
+TEST_P(Random, Rows) {
     const Row& r = *GetParam().first;
     const Target& t = GetParam().second;
     const std::uint64_t seed =

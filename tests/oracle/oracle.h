@@ -44,6 +44,7 @@
 // methods with a reused result: they do not allocate per call.
 #pragma once
 
+#include <cstdint>
 #include <gmpxx.h>
 #include <iosfwd>
 #include <mpfr.h>
@@ -112,6 +113,14 @@ enum class Kind { Zero, Subnormal, Normal, Infinite, NaN };
 
 /// Class of `bits` in `fmt` (any bits above the sign are ignored).
 Kind classify(Format fmt, const mpz_class& bits);
+
+/// A pattern of at most 64 bits as a word (the low 64 bits of `bits`), and back.
+inline std::uint64_t to_word(const mpz_class& bits) {
+    return mpz_getlimbn(bits.get_mpz_t(), 0);
+}
+inline mpz_class to_mpz(std::uint64_t bits) {
+    return mpz_class(std::to_string(bits));
+}
 
 /// The canonical NaN: sign 1, exponent field all ones, mantissa 1.
 mpz_class nan_pattern(Format fmt);
