@@ -28,24 +28,18 @@ Format consume_format(FuzzedDataProvider& in) {
 /// An operand pattern: one of the values at the edges of the format, or raw bits.
 mpz_class consume_pattern(FuzzedDataProvider& in, oracle::Format f) {
     const bool negative = in.ConsumeBool();
-    switch (in.ConsumeIntegralInRange(0, 11)) {
-    case 0:
-        return oracle::make_pattern(f, negative, 0, 0);
-    case 1:
-        return oracle::inf_pattern(f, negative);
-    case 2:
-        return oracle::nan_pattern(f);
-    case 3:
-        return oracle::max_pattern(f, negative);
-    case 4:
-        return oracle::min_pattern(f, negative);
-    case 5:
-        return oracle::make_pattern(f, negative, 1, 0); // smallest normal
-    case 6:
-        return oracle::make_pattern(f, negative, oracle::pow2(f.e - 1) - 1, 0); // 1.0
-    default:
-        return fuzzing::consume_bits(in, f.width());
-    }
+    const int pick = in.ConsumeIntegralInRange(0, 11);
+    if (pick > 6) return fuzzing::consume_bits(in, f.width());
+    const mpz_class edges[] = {
+        oracle::make_pattern(f, negative, 0, 0),
+        oracle::inf_pattern(f, negative),
+        oracle::nan_pattern(f),
+        oracle::max_pattern(f, negative),
+        oracle::min_pattern(f, negative),
+        oracle::make_pattern(f, negative, 1, 0),
+        oracle::make_pattern(f, negative, oracle::pow2(f.e - 1) - 1, 0), // 1.0
+    };
+    return edges[pick];
 }
 
 /// A rational of up to 160-bit numerator and denominator, either sign.
@@ -76,39 +70,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned op_byte = in.ConsumeIntegral<unsigned char>();
     const int op = op_byte < 240 ? static_cast<int>(op_byte % 15)
                                  : 15 + static_cast<int>(op_byte % (rows::row_count - 15));
+    const rows::Row& row = rows::table[op];
     rows::Operands operands;
     operands.a = consume_pattern(in, s.ofmt());
-    switch (op) {
-    case 0:
-    case 1:
-    case 2:
-    case 3:
-    case 4:
-    case 9:
+    if (row.input == rows::Input::Pair || row.input == rows::Input::Root || op == 9)
         operands.b = consume_pattern(in, s.ofmt());
-        break;
-    case 5:
-        operands.to = consume_format(in);
-        break;
-    case 6:
-        operands.q = consume_rational(in);
-        break;
-    case 7:
-        operands.width = in.ConsumeBool() ? 0 : in.ConsumeIntegralInRange(1UL, 130UL);
-        break;
-    case 10:
-    case 11:
-    case 14:
-        operands.flag = in.ConsumeBool();
-        break;
-    case 15:
+    if (op == 5) operands.to = consume_format(in);
+    if (op == 6) operands.q = consume_rational(in);
+    if (op == 7) operands.width = in.ConsumeBool() ? 0 : in.ConsumeIntegralInRange(1UL, 130UL);
+    if (op == 10 || op == 11 || op == 14) operands.flag = in.ConsumeBool();
+    if (row.input == rows::Input::Numeral)
         operands.text =
             oracle::OperandGenerator(s.ofmt(), in.ConsumeIntegral<std::uint64_t>()).numeral();
-        break;
-    default:
-        break;
-    }
-    const std::string wrong = rows::run(rows::table[op], s, operands);
+    const std::string wrong = rows::run(row, s, operands);
     FUZZ_CHECK(wrong.empty()) << wrong;
     return 0;
 }

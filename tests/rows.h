@@ -162,7 +162,8 @@ inline Setting best(Format f, int mode) {
 
 // ---- The rows -----------------------------------------------------------------
 
-inline std::string arithmetic(const Setting& s, Operation op, const Operands& in) {
+template <Operation op>
+std::string arithmetic(const Setting& s, const Operands& in) {
     // One mantissa bit makes one quotient a documented tie under nearest-even.
     if (op == Operation::Div && s.format.mantissa_width == 1 && s.mode == 0) return "";
     IEEEFloat x = make(s, in.a);
@@ -266,7 +267,8 @@ inline std::string compare(const Setting& s, const Operands& in) {
     return "";
 }
 
-inline std::string neighbour(const Setting& s, const Operands& in, bool packed) {
+template <bool packed>
+std::string neighbour(const Setting& s, const Operands& in) {
     for (const bool up : {true, false}) {
         IEEEFloat x = make(s, in.a);
         // The reference steps the pattern the value holds: from_bits makes every NaN
@@ -371,25 +373,18 @@ struct Row {
 
 /// Rows 0 to 14 are in the order the fuzz corpus was recorded in; new rows go last.
 inline const Row table[] = {
-    {"add", Input::Pair, Operation::Add, true,
-     [](const Setting& s, const Operands& in) { return arithmetic(s, Operation::Add, in); }},
-    {"sub", Input::Pair, Operation::Sub, true,
-     [](const Setting& s, const Operands& in) { return arithmetic(s, Operation::Sub, in); }},
-    {"mul", Input::Pair, Operation::Mul, true,
-     [](const Setting& s, const Operands& in) { return arithmetic(s, Operation::Mul, in); }},
-    {"div", Input::Pair, Operation::Div, true,
-     [](const Setting& s, const Operands& in) { return arithmetic(s, Operation::Div, in); }},
-    {"sqrt", Input::Root, Operation::Sqrt, true,
-     [](const Setting& s, const Operands& in) { return arithmetic(s, Operation::Sqrt, in); }},
+    {"add", Input::Pair, Operation::Add, true, arithmetic<Operation::Add>},
+    {"sub", Input::Pair, Operation::Sub, true, arithmetic<Operation::Sub>},
+    {"mul", Input::Pair, Operation::Mul, true, arithmetic<Operation::Mul>},
+    {"div", Input::Pair, Operation::Div, true, arithmetic<Operation::Div>},
+    {"sqrt", Input::Root, Operation::Sqrt, true, arithmetic<Operation::Sqrt>},
     {"set_format", Input::Single, Operation::Add, true, set_format},
     {"from_number", Input::Rational, Operation::Add, true, from_number},
     {"to_integer", Input::Single, Operation::Add, true, to_integer},
     {"round", Input::Single, Operation::Add, true, round_to_integral},
     {"compare", Input::Compare, Operation::Add, false, compare},
-    {"next_representable", Input::Single, Operation::Add, false,
-     [](const Setting& s, const Operands& in) { return neighbour(s, in, false); }},
-    {"packed_next", Input::Single, Operation::Add, false,
-     [](const Setting& s, const Operands& in) { return neighbour(s, in, true); }},
+    {"next_representable", Input::Single, Operation::Add, false, neighbour<false>},
+    {"packed_next", Input::Single, Operation::Add, false, neighbour<true>},
     {"to_number", Input::Single, Operation::Add, false, to_number},
     {"to_float_str", Input::Single, Operation::Add, false, to_float_str},
     {"classes", Input::Single, Operation::Add, false, classes},
@@ -403,15 +398,11 @@ constexpr int row_count = sizeof table / sizeof table[0];
 inline std::string run(const Row& r, const Setting& s, const Operands& in) {
     std::string wrong = r.check(s, in);
     if (wrong.empty()) return "";
-    std::string what = std::string(r.name) + " " + describe(s, in.a);
-    if (r.input == Input::Pair || r.input == Input::Compare)
-        what += ", " + oracle::describe(s.ofmt(), in.b);
-    if (r.input == Input::Rational)
-        what = std::string(r.name) + " " + in.q.get_str() + " " + describe(s, 0);
-    if (r.input == Input::Numeral)
-        what = std::string(r.name) + " \"" + in.text + "\" " + describe(s, 0);
-    if (std::string(r.name) == "set_format") what += " to " + oracle::to_string(to_oracle(in.to));
-    return what + ": " + wrong;
+    const bool pair = r.input == Input::Pair || r.input == Input::Compare;
+    return std::string(r.name) + " " + describe(s, in.a) +
+           (pair ? ", " + oracle::describe(s.ofmt(), in.b) : "") + " q " + in.q.get_str() +
+           " text \"" + in.text + "\" to " + oracle::to_string(to_oracle(in.to)) + " width " +
+           std::to_string(in.width) + ": " + wrong;
 }
 
 } // namespace rows
