@@ -45,8 +45,9 @@ private:
     long cases_ = 0, failures_ = 0;
 };
 
-const Format destinations[] = {{3, 2},   {4, 3},   {5, 10},   {8, 7}, {8, 23},
-                               {11, 52}, {15, 64}, {15, 112}, {1, 2}, {2, 0}};
+// Narrower, wider and word formats, and formats that no word path holds.
+const Format destinations[] = {{3, 2},   {4, 3},    {5, 10},   {8, 7}, {8, 23},  {11, 52},
+                               {15, 64}, {15, 112}, {15, 140}, {1, 2}, {40, 10}, {2, 0}};
 
 /// The operands `r` reads, drawn from `gen`; the extras from its engine.
 Operands draw(const Row& r, oracle::OperandGenerator& gen) {
@@ -73,7 +74,7 @@ Operands draw(const Row& r, oracle::OperandGenerator& gen) {
         break;
     }
     static const unsigned long widths[] = {0, 1, 8, 64, 100};
-    in.to = destinations[gen.uniform(0, 9)];
+    in.to = destinations[gen.uniform(0, 11)];
     in.width = static_cast<unsigned long>(gen.uniform(0, 5) == 0 ? gen.uniform(1, 130) : 0);
     if (in.width == 0) in.width = widths[gen.uniform(0, 4)];
     in.flag = gen.uniform(0, 1) == 1;
@@ -129,7 +130,7 @@ TEST_P(Exhaustive, Rows) {
                 r.input == Input::Rational || r.input == Input::Numeral ? draw(r, gen) : Operands{};
             in.a = i;
             in.b = j;
-            in.to = destinations[i % 10];
+            in.to = destinations[i % 12];
             in.width = widths[i % 5];
             in.flag = (i + j) % 2 == 1;
             const int modes[] = {0, 1, 2, 3, bad_mode};
