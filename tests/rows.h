@@ -171,23 +171,11 @@ std::string arithmetic(const Setting& s, const Operands& in) {
     return check_rounded(
         s, s, s.word(), true, x,
         [&](IEEEFloat& v) {
-            switch (op) {
-            case Operation::Add:
-                v += y;
-                break;
-            case Operation::Sub:
-                v -= y;
-                break;
-            case Operation::Mul:
-                v *= y;
-                break;
-            case Operation::Div:
-                v /= y;
-                break;
-            case Operation::Sqrt:
-                v.sqrt();
-                break;
-            }
+            if (op == Operation::Add) v += y;
+            if (op == Operation::Sub) v -= y;
+            if (op == Operation::Mul) v *= y;
+            if (op == Operation::Div) v /= y;
+            if (op == Operation::Sqrt) v.sqrt();
         },
         [&](oracle::Format f, int mode) {
             // Operands widen exactly when the reference asks for a wider format.
@@ -206,25 +194,27 @@ inline std::string set_format(const Setting& s, const Operands& in) {
         [&](oracle::Format f, int mode) { return oracle::convert(s.ofmt(), in.a, f, mode); });
 }
 
-inline std::string from_number(const Setting& s, const Operands& in) {
-    IEEEFloat x(s.format, static_cast<IEEEFloat::rounding_mode>(s.mode));
+/// A value made from scratch in the format's usual representation, as the readers
+/// of numbers and numerals make it.
+inline std::string made(const Setting& s, bool lenient,
+                        const std::function<IEEEFloat(IEEEFloat::rounding_mode)>& maker,
+                        const Reference& reference) {
+    const auto mode = static_cast<IEEEFloat::rounding_mode>(s.mode);
+    IEEEFloat x(s.format, mode);
     return check_rounded(
-        s, best(s.format, s.mode), false, false, x,
-        [&](IEEEFloat& v) {
-            v = IEEEFloat::from_number(QNumber(in.q), s.format,
-                                       static_cast<IEEEFloat::rounding_mode>(s.mode));
-        },
+        s, best(s.format, s.mode), false, lenient, x, [&](IEEEFloat& v) { v = maker(mode); },
+        reference);
+}
+
+inline std::string from_number(const Setting& s, const Operands& in) {
+    return made(
+        s, false, [&](auto mode) { return IEEEFloat::from_number(QNumber(in.q), s.format, mode); },
         [&](oracle::Format f, int mode) { return oracle::from_number_model(in.q, f, mode); });
 }
 
 inline std::string from_string(const Setting& s, const Operands& in) {
-    IEEEFloat x(s.format, static_cast<IEEEFloat::rounding_mode>(s.mode));
-    return check_rounded(
-        s, best(s.format, s.mode), false, true, x,
-        [&](IEEEFloat& v) {
-            v = IEEEFloat::from_string(in.text, s.format,
-                                       static_cast<IEEEFloat::rounding_mode>(s.mode));
-        },
+    return made(
+        s, true, [&](auto mode) { return IEEEFloat::from_string(in.text, s.format, mode); },
         [&](oracle::Format f, int mode) { return oracle::read_numeral(f, in.text, mode); });
 }
 
@@ -336,11 +326,9 @@ inline std::string hex_read_back(const Setting& s, const Operands& in) {
 inline std::string classes(const Setting& s, const Operands& in) {
     IEEEFloat x = make(s, in.a);
     const Kind kind = oracle::classify(s.ofmt(), in.a);
-    ROW_EXPECT(x.is_nan() == (kind == Kind::NaN) && x.is_inf() == (kind == Kind::Infinite) &&
-                   x.is_zero() == (kind == Kind::Zero) &&
-                   x.is_subnormal() == (kind == Kind::Subnormal) &&
-                   x.is_normal() == (kind == Kind::Normal),
-               "class");
+    const bool is[] = {x.is_zero(), x.is_subnormal(), x.is_normal(), x.is_inf(), x.is_nan()};
+    for (const Kind k : {Kind::Zero, Kind::Subnormal, Kind::Normal, Kind::Infinite, Kind::NaN})
+        ROW_EXPECT(is[static_cast<int>(k)] == (k == kind), "class");
     const unsigned long sign_bit = s.ofmt().width() - 1;
     const mpz_class held = bits_of(x);
     ROW_EXPECT(kind == Kind::NaN || held == in.a, "from_bits changed the pattern");
