@@ -90,11 +90,7 @@ MEMCHECK_TESTS=(
     "test_ieeefloat"
     "test_text"
     "test_ieeefloat_rounding"
-    "test_ieeefloat_compare"
-    "test_ieeefloat_neighbour --gtest_filter=Neighbours.*"
-    "test_ieeefloat_exact --gtest_filter=ExactResults.*:*/e4m3:*e15m112_generic"
-    "test_ieeefloat_text --gtest_filter=Text.*:*/e4m3"
-    "test_ieeefloat_from_string --gtest_filter=FromString.HandPicked*:FromString.Limits*:FromString.Malformed*:*/e4m3"
+    "test_differential --gtest_filter=Exhaustive.*/*_e1m*:Exhaustive.*/*_e2m*:PackedWalk.*:Random.*/*_e3m0"
     "test_swflt --gtest_filter=Swflt.*"
 )
 

@@ -7,6 +7,7 @@
 // the ratio tarn / MPFR (below 1 means tarn is faster).
 
 #include "bench/median_times.h"
+#include "bench/mpfr_words.h"
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/operands.h"
 #include "tests/oracle/oracle.h"
@@ -182,19 +183,20 @@ void mpfr_binary(benchmark::State& state, const BenchFormat& f, const std::strin
     const bool root = op == oracle::Operation::Sqrt;
     const std::vector<mpz_class>& a = root ? ops.root_mpz : ops.a_mpz;
     const std::vector<mpz_class>& b = root ? ops.root_mpz : ops.b_mpz;
-    oracle::Emulator em({f.e, f.m});
     std::size_t i = 0;
-    if (em.format().fits_word()) {
-        std::vector<oracle::Word> wa, wb;
+    if (f.e + f.m < 64) {
+        bench::WordEmulator em({f.e, f.m});
+        std::vector<bench::Word> wa, wb;
         for (std::size_t k = 0; k < operand_count; ++k) {
-            wa.push_back(oracle::to_word(a[k]));
-            wb.push_back(oracle::to_word(b[k]));
+            wa.push_back(bench::to_word(a[k]));
+            wb.push_back(bench::to_word(b[k]));
         }
         for (auto _ : state) {
-            benchmark::DoNotOptimize(em.apply(op, wa[i], wb[i], mode));
+            benchmark::DoNotOptimize(em.apply(op, wa[i], wb[i], MPFR_RNDN));
             i = (i + 1) % operand_count;
         }
     } else {
+        oracle::Emulator em({f.e, f.m});
         mpz_class out;
         for (auto _ : state) {
             em.apply(op, out, a[i], b[i], mode);
@@ -207,11 +209,13 @@ void mpfr_binary(benchmark::State& state, const BenchFormat& f, const std::strin
 void mpfr_from_number(benchmark::State& state, const BenchFormat& f) {
     const Operands& ops = operands_for(f, "from_number");
     oracle::Emulator em({f.e, f.m});
+    bench::WordEmulator word_em({f.e, f.m});
+    const bool word = f.e + f.m < 64;
     std::size_t i = 0;
     mpz_class out;
     for (auto _ : state) {
-        if (em.format().fits_word()) {
-            benchmark::DoNotOptimize(em.from_rational(ops.rational_mpq[i], mode));
+        if (word) {
+            benchmark::DoNotOptimize(word_em.from_rational(ops.rational_mpq[i], MPFR_RNDN));
         } else {
             em.from_rational(out, ops.rational_mpq[i], mode);
             benchmark::DoNotOptimize(out.get_mpz_t());
@@ -222,23 +226,30 @@ void mpfr_from_number(benchmark::State& state, const BenchFormat& f) {
 
 void mpfr_set_format(benchmark::State& state, const BenchFormat& f) {
     const Operands& ops = operands_for(f, "convert");
-    oracle::Converter conv({f.e, f.m}, narrower(f));
     std::size_t i = 0;
-    if (oracle::Format{f.e, f.m}.fits_word()) {
-        std::vector<oracle::Word> x;
+    if (f.e + f.m < 64) {
+        bench::WordEmulator from({f.e, f.m}), to(narrower(f));
+        std::vector<bench::Word> x;
         for (const auto& v : ops.a_mpz)
-            x.push_back(oracle::to_word(v));
+            x.push_back(bench::to_word(v));
         for (auto _ : state) {
-            benchmark::DoNotOptimize(conv.convert(x[i], mode));
+            benchmark::DoNotOptimize(to.convert(from, x[i], MPFR_RNDN));
             i = (i + 1) % operand_count;
         }
     } else {
+        oracle::Emulator from({f.e, f.m}), to(narrower(f));
+        mpfr_t value;
+        mpfr_init2(value, static_cast<mpfr_prec_t>(f.m) + 1);
         mpz_class out;
         for (auto _ : state) {
-            conv.convert(out, ops.a_mpz[i], mode);
+            mpfr_set_emin(mpfr_get_emin_min());
+            mpfr_set_emax(mpfr_get_emax_max());
+            from.decode(value, ops.a_mpz[i]);
+            to.round_to_format(out, value, mode);
             benchmark::DoNotOptimize(out.get_mpz_t());
             i = (i + 1) % operand_count;
         }
+        mpfr_clear(value);
     }
 }
 

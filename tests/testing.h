@@ -1,13 +1,13 @@
 // What the tests share: how many random cases to run, random exact numbers aimed
-// at the places where the small form of QNumber runs out, the bridge between
+// at the places where the small form of QNumber runs out, and the bridge between
 // IEEEFloat values and the oracle's bit patterns (whose OperandGenerator makes the
-// edge-biased floating-point operands), and one way to report mismatches of a
-// differential run.
+// edge-biased floating-point operands).
 #pragma once
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tests/oracle/operands.h"
 #include "tests/oracle/oracle.h"
+#include "tests/rows.h"
 
 #include <climits>
 #include <cstdlib>
@@ -174,9 +174,8 @@ inline Operand random_operand(std::mt19937_64& rng) {
 // IEEEFloat values and the oracle's patterns
 // ---------------------------------------------------------------------------
 
-inline oracle::Format to_oracle(IEEEFloat::format f) {
-    return {static_cast<unsigned>(f.exponent_width), static_cast<unsigned>(f.mantissa_width)};
-}
+using rows::bits_of;
+using rows::to_oracle;
 
 /// The value of `f` with pattern `bits`, moved to the generic representation
 /// when `generic` is set (binary32 and binary64 otherwise stay in words).
@@ -184,11 +183,6 @@ inline IEEEFloat make(IEEEFloat::format f, const mpz_class& bits, bool generic =
     IEEEFloat x = IEEEFloat::from_bits(QNumber(bits), f);
     if (generic) x.self_specialize_repr(IEEEFloat::REPR_GENERIC);
     return x;
-}
-
-/// The pattern of a value as a GMP integer.
-inline mpz_class bits_of(const IEEEFloat& x) {
-    return x.get_bits().to_mpz();
 }
 
 /// "(e,m) 0x..." with the oracle's field breakdown, for failure messages.
@@ -207,49 +201,6 @@ struct FormatName {
     std::string operator()(const Info& info) const {
         return format_name(info.param);
     }
-};
-
-/// A run of random patterns of one format, held in a word or generically.
-struct RandomCase {
-    IEEEFloat::format f;
-    bool generic;
-    int count;
-};
-
-/// Names random runs after their format and representation.
-struct RandomCaseName {
-    template <class Info>
-    std::string operator()(const Info& info) const {
-        return format_name(info.param.f) + (info.param.generic ? "_generic" : "_word");
-    }
-};
-
-/// Collects the mismatches of a differential run against the oracle and
-/// reports the first few, each with what is needed to reproduce it.
-class Mismatches {
-public:
-    explicit Mismatches(oracle::Format fmt) : fmt_(fmt) {}
-    Mismatches(const Mismatches&) = delete;
-    Mismatches& operator=(const Mismatches&) = delete;
-    ~Mismatches() {
-        EXPECT_EQ(count_, 0) << count_ << " mismatches in " << cases_ << " cases";
-        EXPECT_GT(cases_, 0);
-    }
-
-    /// Compares bit for bit (NaNs by class); `what` describes the case.
-    template <class What>
-    void check(const mpz_class& got, const mpz_class& want, What what) {
-        ++cases_;
-        if (oracle::same_result(fmt_, got, want)) return;
-        if (++count_ <= 8)
-            ADD_FAILURE() << what() << "\n  got  " << oracle::describe(fmt_, got) << "\n  want "
-                          << oracle::describe(fmt_, want);
-    }
-
-private:
-    oracle::Format fmt_;
-    long cases_ = 0;
-    long count_ = 0;
 };
 
 } // namespace tarn_testing

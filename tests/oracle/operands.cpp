@@ -1,8 +1,7 @@
 #include "tests/oracle/operands.h"
 
-#include "tests/oracle/bits.h"
-
 #include <algorithm>
+#include <string>
 #include <vector>
 
 namespace oracle {
@@ -468,9 +467,52 @@ mpq_class OperandGenerator::extreme_rational() {
     return coin() ? mpq_class(-q) : q;
 }
 
+// Off a midpoint of the format by less than half a unit of the first, wider rounding
+// of a fraction, which therefore lands exactly on the midpoint: N/D = mid/2^t +
+// c/(D 2^t) with mid odd of m + 2 bits, c = ±1 and D much wider than the precision.
+// Rounding the quotient only once gives another result under nearest-even.
+mpq_class OperandGenerator::first_rounding_midpoint() {
+    const long m = fmt_.m;
+    const mpz_class mid = random_odd(static_cast<unsigned long>(m + 2));
+    // 2^(m + 1 - t) is the midpoint's binade, kept in the normal range.
+    const unsigned long t =
+        static_cast<unsigned long>(m + 3 + uniform(0, std::min(bias_, 23L) - 3));
+    const long c = coin() ? 1 : -1;
+    mpz_class d;
+    mpz_invert(d.get_mpz_t(), mid.get_mpz_t(), pow2(t).get_mpz_t());
+    d = -c * d;
+    mpz_fdiv_r_2exp(d.get_mpz_t(), d.get_mpz_t(), t);
+    d += random_bits(static_cast<unsigned long>(m + 20)) * pow2(t); // mid * d = -c (mod 2^t)
+    mpq_class q(mpz_class((mid * d + c) >> t), d);
+    q.canonicalize();
+    return coin() ? mpq_class(-q) : q;
+}
+
+// Numerators and denominators whose widths sit at the limits of one and two machine
+// words and of the precision, where conversions choose between word and big
+// quotients and between one rounding and two; factors of two only scale the value.
+mpq_class OperandGenerator::word_width_rational() {
+    const long m = fmt_.m;
+    const long widths[] = {1,  2,  31, m,  m + 1, m + 2, m + 9, m + 10,
+                           62, 63, 64, 65, 125,   126,   128,   129};
+    const unsigned long twos[] = {0, 1, 70, 300};
+    mpz_class n = random_odd(static_cast<unsigned long>(std::max(1L, widths[uniform(0, 15)])));
+    mpz_class d = random_odd(static_cast<unsigned long>(std::max(1L, widths[uniform(0, 15)])));
+    n <<= twos[uniform(0, 3)];
+    d <<= twos[uniform(0, 3)];
+    mpq_class q(n, d);
+    q.canonicalize();
+    return coin() ? mpq_class(-q) : q;
+}
+
 mpq_class OperandGenerator::rational() {
     const long m = fmt_.m;
-    switch (uniform(0, 7)) {
+    switch (uniform(0, 9)) {
+    case 8:
+        if (bias_ > 3) return first_rounding_midpoint();
+        return integer_rational();
+    case 9:
+        return word_width_rational();
     case 0:
         return integer_rational();
     case 7: {
@@ -503,6 +545,88 @@ mpq_class OperandGenerator::rational() {
         return near_tie_rational();
     default:
         return extreme_rational();
+    }
+}
+
+mpz_class OperandGenerator::related(const mpz_class& a) {
+    switch (uniform(0, 4)) {
+    case 0:
+        return a;
+    case 1:
+        return negate(a); // the two zeros among them
+    case 2:
+        return step(a, coin() ? 1 : -1);
+    default:
+        return operand();
+    }
+}
+
+namespace {
+
+/// d / 10^t written positionally with t digits after the point (d >= 0).
+std::string with_point(const mpz_class& d, unsigned long t) {
+    std::string digits = d.get_str();
+    if (digits.size() <= t) digits.insert(0, t + 1 - digits.size(), '0');
+    digits.insert(digits.size() - t, ".");
+    return digits;
+}
+
+} // namespace
+
+std::string OperandGenerator::numeral() {
+    const bool negative = coin();
+    std::string text = negative ? "-" : "";
+    switch (uniform(0, 3)) {
+    case 0: {
+        // The midpoint between a finite value and its successor written with every
+        // digit, or one unit of the last digit either side: a reader that does not
+        // carry the whole numeral goes wrong there.
+        const mpz_class top = max_pattern(fmt_, false);
+        mpz_class bits = one_in(4) ? mpz_class(uniform(0, 3)) : random_bits(fmt_.width() - 1);
+        if (bits >= top) bits = top - uniform(1, 3);
+        if (bits < 0) bits = 0;
+        const mpq_class mid = (to_rational(fmt_, bits) + to_rational(fmt_, bits + 1)) / 2;
+        const unsigned long t = mpz_scan1(mid.get_den_mpz_t(), 0);
+        mpz_class digits; // mid = num / 2^t = num * 5^t / 10^t
+        mpz_ui_pow_ui(digits.get_mpz_t(), 5, t);
+        digits = digits * mid.get_num() + uniform(-1, 1);
+        return text + with_point(digits, t) + (one_in(4) ? "000e0" : "");
+    }
+    case 1: {
+        // Both sides of the thresholds decided from the exponent alone: around
+        // overflow and around half the smallest subnormal.
+        const long over2 = bias_ + 1, under2 = bias_ + static_cast<long>(fmt_.m) + 1;
+        const long k = uniform(-6, 6);
+        static const char* const leads[] = {"1e", "9.99e", "0x1p", "0x1.fffp"};
+        const int lead = static_cast<int>(uniform(0, 3));
+        const long centre = coin() ? over2 : -under2;
+        return text + leads[lead] +
+               std::to_string((lead < 2 ? centre * 30103 / 100000 : centre) + k);
+    }
+    default: {
+        // Decimal or hexadecimal, up to a few hundred digits, with or without a point
+        // and an exponent, aimed a little beyond the normal and subnormal range.
+        const bool hex = one_in(4);
+        const long roll = uniform(0, 99);
+        const long length = roll < 70   ? uniform(1, 20)
+                            : roll < 95 ? uniform(21, 60)
+                                        : uniform(61, 400);
+        std::string digits;
+        for (long i = 0; i < length; ++i)
+            digits += "0123456789abcdef"[uniform(i == 0 ? 1 : 0, hex ? 15 : 9)];
+        const long point = uniform(-1, length); // -1: no point
+        const long target2 = uniform(-bias_ - static_cast<long>(fmt_.m) - 8, bias_ + 8);
+        const long whole = point < 0 ? length : point;
+        if (hex) text += "0x";
+        text += point < 0 ? digits : digits.substr(0, point) + "." + digits.substr(point);
+        const long exponent = hex ? target2 - 4 * whole : target2 * 3 / 10 - whole; // 2^10 ~ 10^3
+        if (exponent != 0 || coin())
+            text += (hex      ? "p"
+                     : coin() ? "e"
+                              : "E") +
+                    std::string(exponent >= 0 && coin() ? "+" : "") + std::to_string(exponent);
+        return text;
+    }
     }
 }
 

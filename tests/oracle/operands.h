@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <random>
+#include <string>
 #include <utility>
 
 namespace oracle {
@@ -57,6 +58,16 @@ public:
     /// moderate for formats with very wide exponent fields).
     mpq_class rational();
 
+    /// An operand to compare with `a`: `a` itself, its negation, its neighbour
+    /// pattern, or an independent operand.
+    mpz_class related(const mpz_class& a);
+
+    /// A numeral for reading into the format: random decimal and hexadecimal numerals
+    /// of up to a few hundred digits around the format's range, exact midpoints
+    /// between neighbours and their numerals one unit of the last digit either side,
+    /// and numerals next to the overflow and underflow thresholds. Either sign.
+    std::string numeral();
+
     /// The underlying engine, for tests that need further random choices.
     std::mt19937_64& engine() { return rng_; }
 
@@ -90,6 +101,8 @@ private:
     mpq_class integer_rational();
     mpq_class near_tie_rational();
     mpq_class extreme_rational();
+    mpq_class first_rounding_midpoint();
+    mpq_class word_width_rational();
 
     Format fmt_;
     std::uint64_t seed_;

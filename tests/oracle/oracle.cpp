@@ -1,15 +1,11 @@
 #include "tests/oracle/oracle.h"
 
-#include "tests/oracle/bits.h"
-
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
-#include <vector>
-
-static_assert(GMP_NUMB_BITS == 64, "the Word codec reads MPFR significands as 64-bit limbs");
 
 namespace oracle {
 
@@ -54,16 +50,6 @@ Fields split(Format fmt, const mpz_class& bits) {
     return f;
 }
 
-// The biased exponent field of a packed pattern, read from at most two limbs.
-Word exponent_field(mpz_srcptr bits, Format fmt) {
-    mp_size_t limb = static_cast<mp_size_t>(fmt.m / 64);
-    unsigned offset = fmt.m % 64;
-    Word field = mpz_getlimbn(bits, limb) >> offset;
-    if (offset + fmt.e > 64)
-        field |= static_cast<Word>(mpz_getlimbn(bits, limb + 1)) << (64 - offset);
-    return field & ((Word(1) << fmt.e) - 1);
-}
-
 bool all_ones(const mpz_class& field, unsigned width) {
     return mpz_scan0(field.get_mpz_t(), 0) >= width;
 }
@@ -82,7 +68,9 @@ void set_sign_bit(Format fmt, mpz_class& bits, bool negative) {
 // ---------------------------------------------------------------------------
 
 void check_format(Format fmt) {
-    if (fmt.e < 2 || fmt.e > 62)
+    // One exponent bit needs a mantissa bit: with none, the only finite values would be
+    // zeros and the subnormal range would start above the normal one.
+    if (fmt.e < 1 || fmt.e > 62 || (fmt.e == 1 && fmt.m == 0))
         throw std::invalid_argument("oracle: unsupported format " + to_string(fmt));
 }
 
@@ -138,20 +126,6 @@ mpz_class min_pattern(Format fmt, bool negative) {
     return bits;
 }
 
-Word to_word(const mpz_class& bits) {
-    if (mpz_sgn(bits.get_mpz_t()) < 0 || bit_length(bits) > 64)
-        throw std::invalid_argument("oracle: pattern does not fit 64 bits");
-    Word w = 0;
-    mpz_export(&w, nullptr, -1, sizeof w, 0, 0, bits.get_mpz_t());
-    return w;
-}
-
-mpz_class to_mpz(Word bits) {
-    mpz_class r;
-    mpz_import(r.get_mpz_t(), 1, -1, sizeof bits, 0, 0, &bits);
-    return r;
-}
-
 // ---------------------------------------------------------------------------
 // Emulator
 // ---------------------------------------------------------------------------
@@ -163,9 +137,6 @@ Emulator::Emulator(Format fmt) : fmt_(fmt) {
     // 0.11..1 × 2^(bias+1) and its smallest subnormal 0.1 × 2^(2-bias-m).
     emax_ = bias_ + 1;
     emin_ = 2 - bias_ - static_cast<long>(fmt.m);
-    sign_bit_ = fmt.fits_word() ? Word(1) << (fmt.e + fmt.m) : 0;
-    exp_mask_ = (Word(1) << fmt.e) - 1;
-    mant_mask_ = fmt.m >= 64 ? ~Word(0) : (Word(1) << fmt.m) - 1;
     mpfr_prec_t precision = static_cast<mpfr_prec_t>(fmt.m) + 1;
     mpfr_inits2(precision, x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
     nan_ = nan_pattern(fmt);
@@ -188,36 +159,15 @@ void Emulator::fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const {
     mpfr_subnormalize(x, t, rnd);
 }
 
-void Emulator::decode_word(mpfr_ptr dst, Word bits) const {
-    bool negative = (bits & sign_bit_) != 0;
-    Word field = (bits >> fmt_.m) & exp_mask_;
-    Word mantissa = bits & mant_mask_;
-    if (field == exp_mask_) {
-        if (mantissa != 0)
-            mpfr_set_nan(dst);
-        else
-            mpfr_set_inf(dst, negative ? -1 : 1);
-        return;
-    }
-    if (field == 0 && mantissa == 0) {
-        mpfr_set_zero(dst, negative ? -1 : 1);
-        return;
-    }
-    // m <= 61 here, so the significand (hidden bit included) fits a signed long.
-    long significand = static_cast<long>(field != 0 ? mantissa | (Word(1) << fmt_.m) : mantissa);
-    long exponent = static_cast<long>(field != 0 ? field : 1) - bias_ - static_cast<long>(fmt_.m);
-    mpfr_set_si_2exp(dst, negative ? -significand : significand, exponent, MPFR_RNDN);
-}
-
 void Emulator::decode(mpfr_ptr dst, const mpz_class& bits) {
     mpz_srcptr p = bits.get_mpz_t();
-    if (fmt_.fits_word()) return decode_word(dst, mpz_getlimbn(p, 0));
     mpz_ptr sig = sig_.get_mpz_t();
     bool negative = mpz_tstbit(p, fmt_.e + fmt_.m) != 0;
-    Word field = exponent_field(p, fmt_);
+    mpz_fdiv_q_2exp(sig, p, fmt_.m);
+    unsigned long field = mpz_fdiv_ui(sig, 1UL << fmt_.e); // e <= 62
     mpz_fdiv_r_2exp(sig, p, fmt_.m);
     bool mantissa_zero = mpz_sgn(sig) == 0;
-    if (field == exp_mask_) {
+    if (field == (1UL << fmt_.e) - 1) {
         if (!mantissa_zero)
             mpfr_set_nan(dst);
         else
@@ -234,25 +184,8 @@ void Emulator::decode(mpfr_ptr dst, const mpz_class& bits) {
     mpfr_set_z_2exp(dst, sig, exponent, MPFR_RNDN);
 }
 
-Word Emulator::encode_word(mpfr_srcptr src) const {
-    if (mpfr_nan_p(src)) return sign_bit_ | (exp_mask_ << fmt_.m) | 1;
-    Word sign = mpfr_signbit(src) ? sign_bit_ : 0;
-    if (mpfr_inf_p(src)) return sign | (exp_mask_ << fmt_.m);
-    if (mpfr_zero_p(src)) return sign;
-    // With at most 64 bits of precision the significand is one limb whose top bit is
-    // the leading 1: the value is top × 2^(exponent - 64).
-    mpfr_exp_t exponent = mpfr_get_exp(src);
-    Word top = static_cast<const mp_limb_t*>(mpfr_custom_get_significand(src))[0];
-    long biased = exponent - 1 + bias_;
-    if (biased >= 1) return sign | (Word(biased) << fmt_.m) | ((top >> (63 - fmt_.m)) & mant_mask_);
-    // Subnormal: the significand counts units of 2^(1-bias-m).
-    long shift = 65 - bias_ - static_cast<long>(fmt_.m) - exponent;
-    return sign | (top >> shift);
-}
-
 void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
     mpz_ptr o = out.get_mpz_t();
-    if (fmt_.fits_word()) return mpz_set_ui(o, encode_word(src));
     mpz_ptr sig = sig_.get_mpz_t();
     if (mpfr_nan_p(src)) {
         out = nan_;
@@ -289,14 +222,6 @@ void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode) {
     int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
     fit_to_format(r_, t, rnd);
     encode(out, r_);
-}
-
-Word Emulator::from_rational(const mpq_class& q, int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_full_range();
-    int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
-    fit_to_format(r_, t, rnd);
-    return encode_word(r_);
 }
 
 void Emulator::from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2,
@@ -346,52 +271,11 @@ void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz
     encode(out, r_);
 }
 
-Word Emulator::apply(Operation op, Word a, Word b, int mode) {
-    enter_range();
-    decode_word(x_, a);
-    if (op != Operation::Sqrt) decode_word(y_, b);
-    operate(op, mode);
-    return encode_word(r_);
-}
-
 void Emulator::round_to_format(mpz_class& out, mpfr_srcptr x, int mode) {
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     int t = mpfr_set(r_, x, rnd);
     fit_to_format(r_, t, rnd);
     encode(out, r_);
-}
-
-// ---------------------------------------------------------------------------
-// Converter
-// ---------------------------------------------------------------------------
-
-Converter::Converter(Format from, Format to) : source_(from), target_(to) {
-    mpfr_init2(src_, static_cast<mpfr_prec_t>(from.m) + 1);
-    mpfr_init2(dst_, static_cast<mpfr_prec_t>(to.m) + 1);
-}
-
-Converter::~Converter() {
-    mpfr_clears(src_, dst_, static_cast<mpfr_ptr>(nullptr));
-}
-
-void Converter::convert(mpz_class& out, const mpz_class& bits, int mode) {
-    if (source_.format() == target_.format()) {
-        out = bits;
-        return;
-    }
-    enter_full_range();
-    source_.decode(src_, bits);
-    target_.round_to_format(out, src_, mode);
-}
-
-Word Converter::convert(Word bits, int mode) {
-    if (source_.format() == target_.format()) return bits;
-    enter_full_range();
-    source_.decode_word(src_, bits);
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    int t = mpfr_set(dst_, src_, rnd);
-    target_.fit_to_format(dst_, t, rnd);
-    return target_.encode_word(dst_);
 }
 
 // ---------------------------------------------------------------------------
@@ -401,35 +285,13 @@ Word Converter::convert(Word bits, int mode) {
 namespace {
 
 // Tests call the convenience functions hundreds of thousands of times on a handful of
-// formats; setting up MPFR registers costs several times the operation itself, so
-// each thread keeps the emulators and converters it used last. The most recently
-// used entry is never the one evicted, so two references taken in a row stay valid.
-template <class Engine, class Matches, class Make>
-Engine& recently_used(std::vector<std::unique_ptr<Engine>>& recent, Matches matches, Make make) {
-    auto hit = std::find_if(recent.begin(), recent.end(),
-                            [&](const std::unique_ptr<Engine>& e) { return matches(*e); });
-    if (hit != recent.end()) {
-        std::rotate(hit, hit + 1, recent.end());
-        return *recent.back();
-    }
-    constexpr std::size_t capacity = 16;
-    if (recent.size() == capacity) recent.erase(recent.begin());
-    recent.push_back(make());
-    return *recent.back();
-}
-
+// formats, and setting up MPFR registers costs several times the operation itself,
+// so each thread keeps one emulator per format it has used.
 Emulator& emulator_for(Format fmt) {
-    thread_local std::vector<std::unique_ptr<Emulator>> recent;
-    return recently_used(
-        recent, [&](const Emulator& e) { return e.format() == fmt; },
-        [&] { return std::make_unique<Emulator>(fmt); });
-}
-
-Converter& converter_for(Format from, Format to) {
-    thread_local std::vector<std::unique_ptr<Converter>> recent;
-    return recently_used(
-        recent, [&](const Converter& c) { return c.from() == from && c.to() == to; },
-        [&] { return std::make_unique<Converter>(from, to); });
+    thread_local std::map<std::pair<unsigned, unsigned>, std::unique_ptr<Emulator>> made;
+    std::unique_ptr<Emulator>& e = made[{fmt.e, fmt.m}];
+    if (!e) e = std::make_unique<Emulator>(fmt);
+    return *e;
 }
 
 } // namespace
@@ -441,8 +303,15 @@ mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b
 }
 
 mpz_class convert(Format from, const mpz_class& bits, Format to, int mode) {
+    if (from == to) return bits;
+    Emulator& source = emulator_for(from);
+    mpfr_t value;
+    mpfr_init2(value, static_cast<mpfr_prec_t>(from.m) + 1);
+    enter_full_range();
+    source.decode(value, bits);
     mpz_class r;
-    converter_for(from, to).convert(r, bits, mode);
+    emulator_for(to).round_to_format(r, value, mode);
+    mpfr_clear(value);
     return r;
 }
 

@@ -10,10 +10,8 @@
 //   bits m .. m+e-1      biased exponent field, bias = 2^(e-1) - 1
 //   bit  e+m             sign
 //
-// Patterns are passed as `mpz_class` in every width; those of at most 64 bits
-// (binary16, bfloat16, fp8, binary32, binary64, ...) are decoded and encoded through a
-// machine word inside. Benchmark baselines that hold such patterns in words, as their
-// users would, also find word overloads of the arithmetic and the conversions.
+// Patterns are passed as `mpz_class` in every width, through one codec, so the
+// brute-force check of the reference on tiny formats vouches for every width.
 //
 // Rounding modes are the integers 0 (nearest, ties to even), 1 (toward zero),
 // 2 (toward +infinity) and 3 (toward -infinity). The arithmetic functions reject
@@ -28,7 +26,8 @@
 // every call and does not restore it. Code that also uses MPFR directly in the same
 // thread must set the range it needs itself.
 //
-// Supported formats: 2 <= e <= 62 (MPFR's exponent range ends there) and any m >= 0;
+// Supported formats: 1 <= e <= 62 (MPFR's exponent range ends there) and any m >= 0,
+// except (1,0), whose subnormal range would start above its normal one;
 // from_number_model needs one exponent bit more, so e <= 61 there. Formats outside
 // that range are rejected with std::invalid_argument.
 //
@@ -53,8 +52,17 @@
 
 namespace oracle {
 
-/// A bit pattern of at most 64 bits.
-using Word = std::uint64_t;
+/// The number of bits of a non-negative integer; 0 for 0.
+inline unsigned long bit_length(const mpz_class& n) {
+    return mpz_sgn(n.get_mpz_t()) == 0 ? 0 : mpz_sizeinbase(n.get_mpz_t(), 2);
+}
+
+/// 2^n.
+inline mpz_class pow2(unsigned long n) {
+    mpz_class r;
+    mpz_setbit(r.get_mpz_t(), n);
+    return r;
+}
 
 /// The rounding modes, numbered as the library numbers them.
 enum Mode : int {
@@ -80,8 +88,6 @@ struct Format {
 
     /// Number of bits in a pattern of this format.
     unsigned width() const { return e + m + 1; }
-    /// True when a pattern fits a `Word`.
-    bool fits_word() const { return width() <= 64; }
     /// 2^(e-1) - 1.
     long bias() const { return (1L << (e - 1)) - 1; }
 
@@ -89,7 +95,7 @@ struct Format {
     friend bool operator!=(Format a, Format b) { return !(a == b); }
 };
 
-/// Throws std::invalid_argument unless the oracle supports `fmt` (2 <= e <= 62).
+/// Throws std::invalid_argument unless the oracle supports `fmt`.
 void check_format(Format fmt);
 
 /// Human-readable "(e,m)".
@@ -108,6 +114,14 @@ enum class Kind { Zero, Subnormal, Normal, Infinite, NaN };
 /// Class of `bits` in `fmt` (any bits above the sign are ignored).
 Kind classify(Format fmt, const mpz_class& bits);
 
+/// A pattern of at most 64 bits as a word (the low 64 bits of `bits`), and back.
+inline std::uint64_t to_word(const mpz_class& bits) {
+    return mpz_getlimbn(bits.get_mpz_t(), 0);
+}
+inline mpz_class to_mpz(std::uint64_t bits) {
+    return mpz_class(std::to_string(bits));
+}
+
 /// The canonical NaN: sign 1, exponent field all ones, mantissa 1.
 mpz_class nan_pattern(Format fmt);
 /// +infinity, or -infinity when `negative`.
@@ -120,11 +134,6 @@ mpz_class min_pattern(Format fmt, bool negative);
 /// The pattern built from its three fields (they are masked to their widths).
 mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_exponent,
                        const mpz_class& mantissa);
-
-/// `bits` as a Word; throws std::invalid_argument when it does not fit.
-Word to_word(const mpz_class& bits);
-/// `bits` as an mpz_class.
-mpz_class to_mpz(Word bits);
 
 // ---------------------------------------------------------------------------
 // The emulator: one format, preallocated MPFR state, no allocation per call
@@ -153,12 +162,6 @@ public:
     void apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
     /// The exact rational q rounded once to the format.
     void from_rational(mpz_class& out, const mpq_class& q, int mode);
-    /// @name The same on patterns held in words, for benchmark baselines that keep
-    /// word formats in words as their users would (the format must fit a Word)
-    /// @{
-    Word apply(Operation op, Word a, Word b, int mode);
-    Word from_rational(const mpq_class& q, int mode);
-    /// @}
     /// ±sig × 2^exp2 (sig >= 0, any size) rounded once to the format; a zero sig gives
     /// the zero of the requested sign.
     void from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2, int mode);
@@ -185,54 +188,29 @@ public:
     /// @}
 
 private:
-    friend class Converter;
     void enter_range() const;
     void operate(Operation op, int mode);
-    void decode_word(mpfr_ptr dst, Word bits) const;
-    Word encode_word(mpfr_srcptr src) const;
 
     Format fmt_;
     long bias_;
     mpfr_exp_t emin_, emax_;
-    Word sign_bit_, exp_mask_, mant_mask_;
     mpfr_t x_, y_, r_;
     mpz_class sig_;                   // scratch of the packed path, kept to avoid reallocation
     mpz_class nan_, inf_, minus_inf_; // special results of the packed path, made once
 };
 
-/// Converts patterns of one format into another: what changing the format of a value
-/// must give. A NaN becomes `nan_pattern(to)`; when from == to, patterns are returned
-/// unchanged (NaN payloads included).
-class Converter {
-public:
-    Converter(Format from, Format to);
-    ~Converter();
-    Converter(const Converter&) = delete;
-    Converter& operator=(const Converter&) = delete;
-
-    Format from() const { return source_.format(); }
-    Format to() const { return target_.format(); }
-
-    /// `out` may be `bits`.
-    void convert(mpz_class& out, const mpz_class& bits, int mode);
-    /// Both formats must fit a Word.
-    Word convert(Word bits, int mode);
-
-private:
-    Emulator source_, target_;
-    mpfr_t src_, dst_;
-};
-
 // ---------------------------------------------------------------------------
 // Convenience functions on mpz_class patterns. They allocate their result; each
-// thread reuses the emulators of the formats it used last, so they cost little more
+// thread keeps an emulator for each format it has used, so they cost little more
 // than the Emulator methods. Safe to call from several threads at once.
 // ---------------------------------------------------------------------------
 
 /// `op` applied to a and b (b is ignored for Sqrt), correctly rounded as Emulator.
 mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode);
 
-/// `bits` of format `from` converted to format `to`, as Converter.
+/// `bits` of format `from` converted to format `to`: what changing the format of a
+/// value must give. A NaN becomes `nan_pattern(to)`; when from == to, patterns are
+/// returned unchanged (NaN payloads included).
 mpz_class convert(Format from, const mpz_class& bits, Format to, int mode);
 
 /// The rational q correctly rounded (once) to `fmt`. Zero gives +0.

@@ -1,0 +1,396 @@
+// The differential table: one row per operation of IEEEFloat, each a library call
+// beside the MPFR reference's answer. The rows are shared by the ctest driver
+// (tests/differential_test.cpp: every pattern of tiny formats, seeded random
+// operands of wider ones) and the libFuzzer entry (fuzz/differential.cpp), so a new
+// operation is one more row and gets every format, mode and operand source at once.
+//
+// A row returns "" when the library agrees, else a description of the mismatch; it
+// never aborts and holds no test framework, so each driver reports in its own way.
+//
+// Every row that rounds follows one protocol: with a mode from 0 to 3 the result
+// equals the reference bit for bit (NaNs by class); with any other mode a binary32
+// or binary64 word rounds to nearest-even, and a generic value either gives the exact
+// result or throws "bad rounding mode: N" and keeps its bits. Either way the value
+// keeps its mode, and the representation is the one the operation promises.
+#pragma once
+
+#include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/swflt/swflt.h"
+#include "tests/oracle/oracle.h"
+
+#include <functional>
+#include <string>
+
+namespace rows {
+
+using tarn::IEEEFloat;
+using tarn::QNumber;
+using Format = IEEEFloat::format;
+using oracle::Kind;
+using oracle::Operation;
+
+inline oracle::Format to_oracle(Format f) {
+    return {static_cast<unsigned>(f.exponent_width), static_cast<unsigned>(f.mantissa_width)};
+}
+
+inline mpz_class bits_of(const IEEEFloat& x) {
+    return x.get_bits().to_mpz();
+}
+
+/// Where a case runs: the operands' format and representation, and their mode.
+struct Setting {
+    Format format;
+    IEEEFloat::Repr repr;
+    int mode;
+
+    oracle::Format ofmt() const { return to_oracle(format); }
+    bool valid_mode() const { return mode >= 0 && mode <= 3; }
+    bool word() const { return repr != IEEEFloat::REPR_GENERIC; }
+};
+
+inline IEEEFloat make(const Setting& s, const mpz_class& bits) {
+    IEEEFloat x = IEEEFloat::from_bits(QNumber(bits), s.format);
+    x.self_specialize_repr(s.repr);
+    x.set_rounding_mode(static_cast<IEEEFloat::rounding_mode>(s.mode));
+    return x;
+}
+
+inline std::string describe(const Setting& s, const mpz_class& bits) {
+    return oracle::describe(s.ofmt(), bits) + (s.word() ? " word" : " generic") + " mode " +
+           std::to_string(s.mode);
+}
+
+/// The operands of one case; each row reads the ones its input kind provides.
+struct Operands {
+    mpz_class a, b;         ///< patterns of the setting's format
+    mpq_class q;            ///< Input::Rational
+    std::string text;       ///< Input::Numeral
+    Format to{};            ///< set_format's destination
+    unsigned long width{0}; ///< to_integer's width
+    bool flag{false};       ///< a direction or a sign
+};
+
+/// What a row needs drawn: `Pair` two patterns built for `Row::op`, `Root` a square
+/// root operand, `Single` one pattern, `Compare` a pattern and one related to it,
+/// `Rational` q, `Numeral` text; `to`, `width` and `flag` are always drawn.
+enum class Input { Pair, Root, Single, Compare, Rational, Numeral };
+
+#define ROW_EXPECT(condition, what)                                                                \
+    if (condition) {                                                                               \
+    } else                                                                                         \
+        return std::string(what)
+
+/// "" when `got` is the reference's `want`, else both described.
+inline std::string mismatch(oracle::Format f, const mpz_class& got, const mpz_class& want) {
+    if (oracle::same_result(f, got, want)) return "";
+    return "\n  got  " + oracle::describe(f, got) + "\n  want " + oracle::describe(f, want);
+}
+
+/// The reference's result of an operation in a format under a mode.
+using Reference = std::function<mpz_class(oracle::Format, int)>;
+
+/// Whether the result needs no rounding: rounding up and down agree (zeros of
+/// either sign count as one, as only the mode decides the sign of an exact zero
+/// sum). An overflow is exact when a wider exponent field holds it at this precision.
+inline bool exact_result(oracle::Format f, const Reference& reference) {
+    const mpz_class up = reference(f, oracle::TOWARD_POSITIVE);
+    const mpz_class down = reference(f, oracle::TOWARD_NEGATIVE);
+    if (oracle::same_result(f, up, down)) return true;
+    const Kind up_kind = oracle::classify(f, up), down_kind = oracle::classify(f, down);
+    if (up_kind == Kind::Zero && down_kind == Kind::Zero) return true;
+    if (up_kind != Kind::Infinite && down_kind != Kind::Infinite) return false;
+    return f.e < 54 && exact_result({f.e + 8, f.m}, reference);
+}
+
+/// Runs `op` on x, which rounds under `s.mode` into `result` (format and expected
+/// representation), under the protocol above; `word` tells whether the operation
+/// takes the word path that ignores a bad mode. An exact overflow may also throw
+/// with `lenient` (the reader decides far overflows from the exponent alone) and in
+/// formats of one exponent bit, where every finite value is subnormal.
+inline std::string check_rounded(const Setting& s, const Setting& result, bool word, bool lenient,
+                                 IEEEFloat& x, const std::function<void(IEEEFloat&)>& op,
+                                 const Reference& reference) {
+    const oracle::Format f = result.ofmt();
+    const mpz_class before = bits_of(x);
+    const Format format_before = x.get_format();
+    const IEEEFloat::Repr repr_before = x.get_repr();
+    std::string wrong;
+    if (s.valid_mode() || word) {
+        op(x);
+        wrong = mismatch(f, bits_of(x), reference(f, s.valid_mode() ? s.mode : 0));
+    } else {
+        const bool exact = exact_result(f, reference);
+        const mpz_class up = reference(f, oracle::TOWARD_POSITIVE);
+        const mpz_class down = reference(f, oracle::TOWARD_NEGATIVE);
+        const bool either = exact && (lenient || f.e == 1) && up != down &&
+                            (oracle::classify(f, up) == Kind::Infinite ||
+                             oracle::classify(f, down) == Kind::Infinite);
+        try {
+            op(x);
+            ROW_EXPECT(exact, "an inexact result with a bad mode did not throw");
+            wrong = mismatch(f, bits_of(x), reference(f, oracle::NEAREST_EVEN));
+        } catch (const IEEEFloat::error& e) {
+            ROW_EXPECT(!exact || either, std::string("an exact result threw ") + e.what());
+            ROW_EXPECT(e.what() == "bad rounding mode: " + std::to_string(s.mode), e.what());
+            ROW_EXPECT(bits_of(x) == before && x.get_format() == format_before &&
+                           x.get_repr() == repr_before,
+                       "the value changed on a throw");
+            return "";
+        }
+    }
+    ROW_EXPECT(wrong.empty(), wrong);
+    ROW_EXPECT(x.get_repr() == result.repr,
+               "representation " + std::to_string(x.get_repr()) + " kept/made");
+    ROW_EXPECT(x.get_rounding_mode() == s.mode, "mode lost");
+    return "";
+}
+
+/// `op` must throw the library error `message`.
+inline std::string expect_error(const std::function<void()>& op, const std::string& message) {
+    try {
+        op();
+    } catch (const IEEEFloat::error& e) {
+        ROW_EXPECT(e.what() == message, std::string("threw ") + e.what());
+        return "";
+    }
+    return "no error, expected " + message;
+}
+
+inline Setting best(Format f, int mode) {
+    return {f, IEEEFloat::get_best_repr(f), mode};
+}
+
+// ---- The rows -----------------------------------------------------------------
+
+template <Operation op>
+std::string arithmetic(const Setting& s, const Operands& in) {
+    // One mantissa bit makes one quotient a documented tie under nearest-even.
+    if (op == Operation::Div && s.format.mantissa_width == 1 && s.mode == 0) return "";
+    IEEEFloat x = make(s, in.a);
+    const IEEEFloat y = make(s, in.b);
+    return check_rounded(
+        s, s, s.word(), true, x,
+        [&](IEEEFloat& v) {
+            if (op == Operation::Add) v += y;
+            if (op == Operation::Sub) v -= y;
+            if (op == Operation::Mul) v *= y;
+            if (op == Operation::Div) v /= y;
+            if (op == Operation::Sqrt) v.sqrt();
+        },
+        [&](oracle::Format f, int mode) {
+            // Operands widen exactly when the reference asks for a wider format.
+            return oracle::apply(f, op, oracle::convert(s.ofmt(), in.a, f, mode),
+                                 oracle::convert(s.ofmt(), in.b, f, mode), mode);
+        });
+}
+
+inline std::string set_format(const Setting& s, const Operands& in) {
+    IEEEFloat x = make(s, in.a);
+    // A conversion to the value's own format changes nothing, representation included.
+    const Setting result{in.to, in.to == s.format ? s.repr : IEEEFloat::get_best_repr(in.to),
+                         s.mode};
+    return check_rounded(
+        s, result, s.word() && result.word(), true, x, [&](IEEEFloat& v) { v.set_format(in.to); },
+        [&](oracle::Format f, int mode) { return oracle::convert(s.ofmt(), in.a, f, mode); });
+}
+
+/// A value made from scratch in the format's usual representation, as the readers
+/// of numbers and numerals make it.
+inline std::string made(const Setting& s, bool lenient,
+                        const std::function<IEEEFloat(IEEEFloat::rounding_mode)>& maker,
+                        const Reference& reference) {
+    const auto mode = static_cast<IEEEFloat::rounding_mode>(s.mode);
+    IEEEFloat x(s.format, mode);
+    return check_rounded(
+        s, best(s.format, s.mode), false, lenient, x, [&](IEEEFloat& v) { v = maker(mode); },
+        reference);
+}
+
+inline std::string from_number(const Setting& s, const Operands& in) {
+    return made(
+        s, false, [&](auto mode) { return IEEEFloat::from_number(QNumber(in.q), s.format, mode); },
+        [&](oracle::Format f, int mode) { return oracle::from_number_model(in.q, f, mode); });
+}
+
+inline std::string from_string(const Setting& s, const Operands& in) {
+    return made(
+        s, true, [&](auto mode) { return IEEEFloat::from_string(in.text, s.format, mode); },
+        [&](oracle::Format f, int mode) { return oracle::read_numeral(f, in.text, mode); });
+}
+
+inline std::string to_integer(const Setting& s, const Operands& in) {
+    const mpz_class want = oracle::to_integer(s.ofmt(), in.a, s.mode, in.width);
+    const mpz_class got = make(s, in.a).to_integer(in.width).to_mpz();
+    ROW_EXPECT(got == want, "width " + std::to_string(in.width) + ": got " + got.get_str() +
+                                " want " + want.get_str());
+    return "";
+}
+
+inline std::string round_to_integral(const Setting& s, const Operands& in) {
+    if (!s.valid_mode()) return "";
+    const IEEEFloat x = make(s, in.a);
+    const IEEEFloat r = round(x);
+    const std::string wrong =
+        mismatch(s.ofmt(), bits_of(r), oracle::round_to_integral(s.ofmt(), in.a, s.mode));
+    ROW_EXPECT(wrong.empty(), wrong);
+    // Zeros, infinities and NaNs come back as they are; other results are made by
+    // from_number, in the format's usual representation.
+    const bool copied = x.is_zero() || x.is_inf() || x.is_nan();
+    ROW_EXPECT(r.get_repr() == (copied ? s.repr : IEEEFloat::get_best_repr(s.format)),
+               "representation " + std::to_string(r.get_repr()));
+    ROW_EXPECT(r.get_format() == s.format && r.get_rounding_mode() == s.mode,
+               "format or mode lost");
+    return "";
+}
+
+inline std::string compare(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a), y = make(s, in.b);
+    const int want = oracle::compare(s.ofmt(), in.a, in.b);
+    const std::string with = " with " + oracle::describe(s.ofmt(), in.b);
+    tarn::swflt::float_exception_flags = 0;
+    ROW_EXPECT(ieee_cmp(x, y) == want,
+               "ieee_cmp" + with + " gave " + std::to_string(ieee_cmp(x, y)));
+    ROW_EXPECT((x < y) == (want == -1), "<" + with);
+    ROW_EXPECT((x <= y) == (want == -1 || want == 0), "<=" + with);
+    ROW_EXPECT((x == y) == (want == 0), "==" + with);
+    ROW_EXPECT(tarn::swflt::float_exception_flags == 0, "a comparison raised a flag" + with);
+    return "";
+}
+
+template <bool packed>
+std::string neighbour(const Setting& s, const Operands& in) {
+    for (const bool up : {true, false}) {
+        IEEEFloat x = make(s, in.a);
+        // The reference steps the pattern the value holds: from_bits makes every NaN
+        // the library NaN.
+        const mpz_class held = bits_of(x);
+        if (packed)
+            x.packed_next(up);
+        else
+            x.next_representable(up);
+        const std::string wrong = mismatch(s.ofmt(), bits_of(x),
+                                           packed ? oracle::packed_next(s.ofmt(), held, up)
+                                                  : oracle::next_representable(s.ofmt(), held, up));
+        ROW_EXPECT(wrong.empty(), (up ? "up" : "down") + wrong);
+        ROW_EXPECT(x.get_repr() == s.repr && x.get_rounding_mode() == s.mode,
+                   "representation or mode lost");
+    }
+    return "";
+}
+
+inline std::string to_number(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a);
+    switch (oracle::classify(s.ofmt(), in.a)) {
+    case Kind::NaN:
+        return expect_error([&] { x.to_number(); }, "can't convert NaN to a Number");
+    case Kind::Infinite:
+        return expect_error([&] { x.to_number(); }, "can't convert infinity to a Number");
+    default:
+        ROW_EXPECT(x.to_number().to_mpq() == oracle::to_rational(s.ofmt(), in.a),
+                   "got " + x.to_number().to_mpq().get_str());
+        return "";
+    }
+}
+
+inline std::string to_float_str(const Setting& s, const Operands& in) {
+    // The reference searches on exact rationals, which grow with the exponent range:
+    // past binary128's it would take seconds.
+    if (s.format.exponent_width > 15) return "";
+    const IEEEFloat x = make(s, in.a);
+    switch (oracle::classify(s.ofmt(), in.a)) {
+    case Kind::NaN:
+        return expect_error([&] { x.to_float_str(); }, "can't convert NaN to float str");
+    case Kind::Infinite:
+        return expect_error([&] { x.to_float_str(); }, "can't convert Infinity to float str");
+    default:
+        break;
+    }
+    const std::string got = x.to_float_str(), want = oracle::shortest_decimal(s.ofmt(), in.a);
+    ROW_EXPECT(got == want, "got " + got + " want " + want);
+    const mpz_class read =
+        bits_of(IEEEFloat::from_string(got, s.format, IEEEFloat::ROUND_NEAREST_EVEN));
+    ROW_EXPECT(oracle::read_numeral(s.ofmt(), got, oracle::NEAREST_EVEN) == in.a && read == in.a,
+               got + " does not read back: " + oracle::describe(s.ofmt(), read));
+    return "";
+}
+
+inline std::string hex_read_back(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a);
+    const std::string text = x.to_hex_str();
+    const IEEEFloat back = IEEEFloat::from_string(text, s.format, IEEEFloat::ROUND_NEAREST_EVEN);
+    const std::string wrong = mismatch(s.ofmt(), bits_of(back), bits_of(x));
+    ROW_EXPECT(wrong.empty(), text + wrong);
+    return "";
+}
+
+inline std::string classes(const Setting& s, const Operands& in) {
+    IEEEFloat x = make(s, in.a);
+    const Kind kind = oracle::classify(s.ofmt(), in.a);
+    const bool is[] = {x.is_zero(), x.is_subnormal(), x.is_normal(), x.is_inf(), x.is_nan()};
+    for (const Kind k : {Kind::Zero, Kind::Subnormal, Kind::Normal, Kind::Infinite, Kind::NaN})
+        ROW_EXPECT(is[static_cast<int>(k)] == (k == kind), "class");
+    const unsigned long sign_bit = s.ofmt().width() - 1;
+    const mpz_class held = bits_of(x);
+    ROW_EXPECT(kind == Kind::NaN || held == in.a, "from_bits changed the pattern");
+    ROW_EXPECT(x.get_sign() == (mpz_tstbit(held.get_mpz_t(), sign_bit) == 1), "get_sign");
+    x.self_neg();
+    mpz_class negated = held;
+    if (kind != Kind::NaN) mpz_combit(negated.get_mpz_t(), sign_bit);
+    ROW_EXPECT(bits_of(x) == negated, "self_neg gave " + oracle::describe(s.ofmt(), bits_of(x)));
+    x.set_sign(in.flag);
+    ROW_EXPECT(x.get_sign() == in.flag && (bits_of(x) >> sign_bit) == (in.flag ? 1 : 0),
+               "set_sign");
+    ROW_EXPECT(x.get_repr() == s.repr && x.get_rounding_mode() == s.mode,
+               "representation or mode lost");
+    ROW_EXPECT(bits_of(IEEEFloat::max_value(s.format)) == oracle::max_pattern(s.ofmt(), false),
+               "max_value");
+    return "";
+}
+
+#undef ROW_EXPECT
+
+/// One operation: its name, the operands it reads, the operation `Pair` operands are
+/// built for, and its check.
+struct Row {
+    const char* name;
+    Input input;
+    Operation op;
+    bool rounds; ///< whether the value's mode matters
+    std::string (*check)(const Setting&, const Operands&);
+};
+
+/// Rows 0 to 14 are in the order the fuzz corpus was recorded in; new rows go last.
+inline const Row table[] = {
+    {"add", Input::Pair, Operation::Add, true, arithmetic<Operation::Add>},
+    {"sub", Input::Pair, Operation::Sub, true, arithmetic<Operation::Sub>},
+    {"mul", Input::Pair, Operation::Mul, true, arithmetic<Operation::Mul>},
+    {"div", Input::Pair, Operation::Div, true, arithmetic<Operation::Div>},
+    {"sqrt", Input::Root, Operation::Sqrt, true, arithmetic<Operation::Sqrt>},
+    {"set_format", Input::Single, Operation::Add, true, set_format},
+    {"from_number", Input::Rational, Operation::Add, true, from_number},
+    {"to_integer", Input::Single, Operation::Add, true, to_integer},
+    {"round", Input::Single, Operation::Add, true, round_to_integral},
+    {"compare", Input::Compare, Operation::Add, false, compare},
+    {"next_representable", Input::Single, Operation::Add, false, neighbour<false>},
+    {"packed_next", Input::Single, Operation::Add, false, neighbour<true>},
+    {"to_number", Input::Single, Operation::Add, false, to_number},
+    {"to_float_str", Input::Single, Operation::Add, false, to_float_str},
+    {"classes", Input::Single, Operation::Add, false, classes},
+    {"from_string", Input::Numeral, Operation::Add, true, from_string},
+    {"hex_read_back", Input::Single, Operation::Add, false, hex_read_back},
+};
+
+constexpr int row_count = sizeof table / sizeof table[0];
+
+/// Runs row `r` and prefixes a mismatch with what reproduces it.
+inline std::string run(const Row& r, const Setting& s, const Operands& in) {
+    std::string wrong = r.check(s, in);
+    if (wrong.empty()) return "";
+    const bool pair = r.input == Input::Pair || r.input == Input::Compare;
+    return std::string(r.name) + " " + describe(s, in.a) +
+           (pair ? ", " + oracle::describe(s.ofmt(), in.b) : "") + " q " + in.q.get_str() +
+           " text \"" + in.text + "\" to " + oracle::to_string(to_oracle(in.to)) + " width " +
+           std::to_string(in.width) + ": " + wrong;
+}
+
+} // namespace rows
