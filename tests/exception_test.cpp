@@ -2,60 +2,40 @@
 
 #include <gtest/gtest.h>
 #include <string>
-#include <type_traits>
+#include <vector>
 
 namespace {
 
 using tarn::Exception;
 
-static_assert(std::is_base_of_v<std::exception, Exception>, "caught as std::exception");
+std::vector<std::string> hook_saw;
 
-int hook_calls = 0;
-std::string hook_saw;
-
-void counting_handler(Exception const& e) noexcept {
-    ++hook_calls;
-    hook_saw = e.what();
+void record(Exception const& e) noexcept {
+    hook_saw.emplace_back(e.what());
 }
 
+// Values appended to an exception or to its copies follow the message as
+// written so far, and only there.
 TEST(Exception, AppendedValuesFollowTheMessage) {
-    for (int appended : {4, -1, 1073741823}) {
-        Exception e("bad rounding mode: ", false);
-        e << appended;
-        EXPECT_EQ(e.what(), "bad rounding mode: " + std::to_string(appended));
-        EXPECT_EQ(e.what(), "bad rounding mode: " + std::to_string(appended)); // repeatable
-    }
-}
-
-TEST(Exception, CopiesKeepTheMessageAndStayAppendable) {
-    Exception original("x = ", false);
+    Exception original("bad rounding mode: ", false), assigned("other", false);
     Exception copy(original);
-    copy << 7;
-    EXPECT_STREQ(copy.what(), "x = 7");
-    EXPECT_STREQ(original.what(), "x = ");
-
-    Exception assigned("other", false);
+    copy << -1;
     assigned = copy;
     assigned << '!';
-    EXPECT_STREQ(assigned.what(), "x = 7!");
+    EXPECT_STREQ(original.what(), "bad rounding mode: ");
+    EXPECT_STREQ(copy.what(), "bad rounding mode: -1");
+    EXPECT_STREQ(assigned.what(), "bad rounding mode: -1!");
 }
 
 // The hook runs once per raising construction, never for copies, and by
 // default does nothing at all.
 TEST(Exception, HookRunsOncePerRaisingConstruction) {
-    hook_calls = 0;
-    Exception::assertion_handler previous = Exception::set_assertion_handler(counting_handler);
-    Exception quiet("quiet", false);
-    Exception loud("bad rounding mode: ", true);
-    Exception copy(loud);
-    EXPECT_EQ(hook_calls, 1);
-    EXPECT_EQ(hook_saw, "bad rounding mode: ");
-
+    Exception::assertion_handler previous = Exception::set_assertion_handler(record);
+    Exception quiet("quiet", false), loud("bad rounding mode: ", true), copy(loud);
     Exception::set_assertion_handler(nullptr);
     Exception silent("nothing happens", true);
-    EXPECT_STREQ(silent.what(), "nothing happens");
-    EXPECT_EQ(hook_calls, 1);
     Exception::set_assertion_handler(previous);
+    EXPECT_EQ(hook_saw, std::vector<std::string>{"bad rounding mode: "});
 }
 
 } // namespace

@@ -1,0 +1,132 @@
+// The small form's promise: numbers that fit it never touch the heap, and
+// neither do binary32 and binary64 values held in their words nor the generic
+// codec on such numbers. This binary replaces the global allocation functions
+// and GMP's allocator with counting versions (allocation_counter.h).
+#include "tarn/ieeefloat/internal/codec.h"
+#include "tarn/ieeefloat/internal/rounding.h"
+#include "tarn/numbers/bvnumber.h"
+#include "tests/allocation_counter.h"
+
+#include <gtest/gtest.h>
+
+namespace tarn {
+namespace {
+
+using Format = IEEEFloat::format;
+using Mode = IEEEFloat::rounding_mode;
+namespace detail = ieeefloat_detail;
+
+// A thousand bits is beyond what the per-thread cache of freed integers keeps,
+// so the heap is reached whatever earlier tests left behind.
+TEST(Allocation, CountingSeesTheBigForm) {
+    EXPECT_GT(tarn_testing::allocations_in([] {
+                  QNumber big;
+                  BVNumber::pow2(1000, &big);
+              }),
+              0);
+}
+
+long small_rationals() {
+    const QNumber a(3, 7), b(-5, 11), c(1L << 20), d(-(1L << 31) + 3);
+    QNumber x = a, q, r;
+    x += b, x -= c, x *= d, x /= b, x += 5, x -= 7, x *= -3, x = x.inv(), x.self_neg();
+    QNumber y = (3 / ((a + b - c) * d)).floor();
+    c.divmod(d, q, r);
+    d.divmod(QNumber(2), q, r);
+    return cmp(a, b) + (a < b) + (a == b) + (a < 5L) + (x != -y) + x.get_num().is_small() +
+           x.get_den().is_small() + q.is_small() + r.is_small() + x.is_integer();
+}
+
+long small_bit_vectors() {
+    QNumber bits(0x5a5a5a5aL), q, r;
+    BVNumber::set_bit(bits, 62, true);
+    BVNumber::set_bit(bits, 70, false);
+    long word = 0;
+    long sink = BVNumber::test_bit(bits, 64) + static_cast<long>(BVNumber::scan_bit_1(bits, 7)) +
+                static_cast<long>(BVNumber::scan_bit_0(bits, 1)) +
+                static_cast<long>(BVNumber::count_leading_zeros(bits, 80)) +
+                BVNumber::to_long(bits, &word);
+    BVNumber::trim(bits, 64);
+    BVNumber::pow2(62, &q);
+    BVNumber::bit_left_shift(QNumber(3), 61, &r);
+    BVNumber::bit_left_shift(QNumber(0), 500, &r);
+    BVNumber::bit_right_shift(bits, 64, &r);
+    BVNumber::bit_op(bits, q, BVNumber::bit_and_l, mpz_and, &bits);
+    return sink + (word & 0xff) + bits.is_small() + r.is_small();
+}
+
+// Not get_bits: a binary64 pattern with the sign set is beyond the small form.
+long word_floats(Format f, Format other) {
+    const IEEEFloat a = IEEEFloat::from_number(QNumber(10, 3), f, IEEEFloat::ROUND_NEAREST_EVEN);
+    IEEEFloat x = a;
+    x += a, x *= a, x /= a, x -= IEEEFloat::max_value(f);
+    x.sqrt(), x.self_neg(), x.set_sign(false), x.next_representable(true), x.packed_next(false);
+    IEEEFloat y(std::move(x));
+    y.set_format(other), y.set_format(f);
+    x = y;
+    return (x < a) + (x == y) + ieee_cmp(x, a) + x.is_normal() + x.is_nan() + x.get_sign();
+}
+
+// The generic path's rounding and codec, on numbers that all fit the small form.
+long generic_codec() {
+    QNumber out, exponent, significand, scratch;
+    bool sign = false, inf = false, nan = false, zero = false;
+    for (Format f : {Format{3, 2}, Format{5, 10}, Format{8, 23}, Format{10, 52}}) {
+        detail::TempNumProvider tmp;
+        for (int mode = 0; mode < 4; ++mode)
+            for (long s : {0L, 1L, -7L, 0x5555555L, 0x7fffffffffffffffL})
+                for (long x : {-3000L, -40L, 0L, 5L, 60L, 3000L}) {
+                    exponent = QNumber(x), significand = QNumber(s);
+                    detail::round_and_pack_float(tmp, f, static_cast<Mode>(mode), s == 0, exponent,
+                                                 significand, out);
+                    detail::unpack_components(f, out, sign, exponent, significand, scratch);
+                    detail::get_flags(f, out, inf, nan, zero);
+                    detail::pack_float(f, sign, exponent, significand, out);
+                    detail::get_unbiased(f, f.bias(), exponent, significand);
+                }
+    }
+    IEEEFloat h = IEEEFloat::from_bits(QNumber(0x3C00L), {5, 10});
+    h.self_neg(), h.self_nan(), h.self_inf(true), h.self_zero(true);
+    return sign + zero + h.is_zero() + IEEEFloat::from_bits(QNumber(0x7FC00000L), {8, 23}).is_nan();
+}
+
+struct Workload {
+    const char* name;
+    long (*run)();
+};
+
+class NoAllocation : public testing::TestWithParam<Workload> {};
+
+void PrintTo(const Workload& w, std::ostream* os) {
+    *os << w.name;
+}
+
+// One round outside the count first, for the statics that fill on first use.
+TEST_P(NoAllocation, InAHundredRounds) {
+    long sink = GetParam().run();
+    EXPECT_EQ(tarn_testing::allocations_in([&] {
+                  for (int i = 0; i < 100; ++i)
+                      sink += GetParam().run();
+              }),
+              0);
+    EXPECT_NE(sink, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(SmallForms, NoAllocation,
+                         testing::Values(Workload{"Rationals", small_rationals},
+                                         Workload{"BitVectors", small_bit_vectors},
+                                         Workload{"Binary32Words",
+                                                  [] {
+                                                      return word_floats({8, 23}, {11, 52});
+                                                  }},
+                                         Workload{"Binary64Words",
+                                                  [] {
+                                                      return word_floats({11, 52}, {8, 23});
+                                                  }},
+                                         Workload{"GenericCodec", generic_codec}),
+                         [](const testing::TestParamInfo<Workload>& info) {
+                             return std::string(info.param.name);
+                         });
+
+} // namespace
+} // namespace tarn
