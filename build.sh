@@ -83,13 +83,12 @@ cmd_tsan() {
 # flags exactly, so the soft-float runs against the host FPU stay out too.
 MEMCHECK_TESTS=(
     "test_exception"
-    "test_qnumber"
-    "test_bvnumber"
+    "test_numbers"
     "test_error_paths --gtest_filter=*ThrowsAndLeavesTheTargetAsItWas*"
     "test_threads"
     "test_ieeefloat"
     "test_text"
-    "test_ieeefloat_rounding"
+    "test_rounding_core"
     "test_differential --gtest_filter=Exhaustive.*/*_e1m*:Exhaustive.*/*_e2m*:PackedWalk.*:Random.*/*_e3m0"
     "test_swflt --gtest_filter=Swflt.*"
 )
