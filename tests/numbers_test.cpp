@@ -12,7 +12,7 @@ namespace {
 TEST(Numbers, AgreeWithGmpInValueAndForm) {
     constexpr std::uint64_t seed = 0x7a126e5eedUL;
     int failures = 0;
-    for (int i = 0; i < sampled(40000) && failures < 5; ++i) {
+    for (int i = 0; i < sampled(20000) && failures < 5; ++i) {
         RandomSource in(seed + i, 4096);
         const std::string failure = check_numbers(in);
         if (!failure.empty() && ++failures)
