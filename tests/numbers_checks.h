@@ -13,6 +13,7 @@
 #include "tarn/numbers/qnumber.h"
 #include "tests/random_source.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <sstream>
@@ -324,7 +325,10 @@ template <class Source>
 void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     const mpz_class x = a.want.get_num();
     unsigned long i = in.template ConsumeIntegralInRange<unsigned long>(0, 300);
-    if (i > 255) i = 56 + i % 12; // indices next to the end of a word come up often
+    // Often an index next to the end of a word, or one that shifts a's top bit
+    // next to it.
+    const unsigned long length = mpz_sizeinbase(x.get_mpz_t(), 2);
+    if (i > 255) i = std::max((i % 2 ? 64 : 64 - std::min(length, 64UL)) + i % 7, 3UL) - 3;
     const int op = in.ConsumeIntegralInRange(0, 10);
     v.detail = "operation " + std::to_string(op) + ", i = " + std::to_string(i);
     v.bit_queries(a, i);
@@ -353,7 +357,10 @@ void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
         const mpz_class want = op == 6 ? mpz_class(x << i) : mpz_class(x >> i);
         const bool big = op == 6 && i > 0 ? !word(want) : a.big;
         const auto shift = op == 6 ? BVNumber::bit_left_shift : BVNumber::bit_right_shift;
+        QNumber fresh;
+        shift(a.q, i, &fresh);
         shift(a.q, i, &out);
+        v.value(fresh, mpq_class(want), "shift", big);
         v.value(out, mpq_class(want), "shift", b.big || big);
         shift(a.q, i, &a.q);
         return v.value(a.q, mpq_class(want), "shift in place", a.big || big);
