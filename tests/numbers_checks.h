@@ -328,7 +328,7 @@ void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     // Often an index next to the end of a word, or one that shifts a's top bit
     // next to it.
     const unsigned long length = mpz_sizeinbase(x.get_mpz_t(), 2);
-    if (i > 255) i = std::max((i % 2 ? 64 : 64 - std::min(length, 64UL)) + i % 7, 3UL) - 3;
+    if (i > 200) i = std::max((i % 2 ? 64 : 64 - std::min(length, 64UL)) + i / 2 % 4, 2UL) - 2;
     const int op = in.ConsumeIntegralInRange(0, 10);
     v.detail = "operation " + std::to_string(op) + ", i = " + std::to_string(i);
     v.bit_queries(a, i);
