@@ -132,6 +132,7 @@ void random_result(Format f, std::mt19937_64& rng, gmp_randclass& random_bits, m
     if (shape == 1) // every kept bit set, so rounding up carries into the next binade
         s |= ((mpz_class(1) << (m + 1)) - 1) << dropped;
     if (rng() % 4 == 0) s = -s;
+    if (rng() % 32 == 0) s = 0; // an exact zero keeps only its sign
 
     // Aim the biased exponent of the unrounded value.
     const mpz_class bias = (mpz_class(1) << (f.exponent_width - 1)) - 1, top = 2 * bias + 1;
