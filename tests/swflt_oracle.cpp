@@ -24,10 +24,6 @@ To bit_cast(From from) {
     return to;
 }
 
-void clear_flags() {
-    std::feclearexcept(FE_ALL_EXCEPT);
-}
-
 std::uint8_t raised_flags() {
     int const raised = std::fetestexcept(FE_ALL_EXCEPT);
     std::uint8_t flags = 0;
@@ -44,7 +40,7 @@ Outcome convert(std::uint64_t a) {
     using Word = std::conditional_t<sizeof(From) == 4, std::uint32_t, std::uint64_t>;
     using Result = std::conditional_t<sizeof(To) == 4, std::uint32_t, std::uint64_t>;
     volatile From x = bit_cast<From>(static_cast<Word>(a));
-    clear_flags();
+    std::feclearexcept(FE_ALL_EXCEPT);
     volatile To r = static_cast<To>(x);
     std::uint8_t const flags = raised_flags();
     return {bit_cast<Result>(static_cast<To>(r)), flags};
@@ -56,7 +52,7 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b) {
     volatile Float y = bit_cast<Float>(static_cast<Word>(b));
     volatile Float r = 0;
     volatile bool truth = false;
-    clear_flags();
+    std::feclearexcept(FE_ALL_EXCEPT);
     switch (op) {
     case Op::add:
         r = x + y;
@@ -79,14 +75,11 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b) {
     case Op::le:
         truth = x <= y;
         break;
-    // The relational operators signal on quiet NaNs; == does not, so build it from two, both
-    // evaluated.
-    case Op::eq: {
-        bool const below = x <= y;
-        bool const above = y <= x;
-        truth = below && above;
+    // The relational operators signal on quiet NaNs; == does not, so build it from two. When
+    // the first is false it has already raised whatever a NaN raises.
+    case Op::eq:
+        truth = x <= y && y <= x;
         break;
-    }
     case Op::convert:
         break;
     }

@@ -66,11 +66,7 @@ TEST(Text, ReadsNumerals) {
         {b64, RNE, "1e99999999999999999999", "7ff0000000000000"},
         {b64, RD, "1e99999999999999999999", "7fefffffffffffff"},
         {half, RZ, "0x1p99999999999999999999", "7bff"},
-        {half, bad, "0.5", "3800"},
-        {half, bad, "-0", "8000"},
-        {half, bad, "0.1", "bad rounding mode: 4"},
         {half, bad, "1e999", "bad rounding mode: 4"},
-        {half, bad, "1e-999", "bad rounding mode: 4"},
         {{40, 10}, RNE, "1e-2000000", "1fffe6a7dbb04"},
         {{40, 10}, RNE, "1e-20000000", "reached limit on float precision"},
         {{63, 10}, RNE, "0x1p99999999999999999999", "reached limit on float precision"},
@@ -132,17 +128,12 @@ TEST(Text, WritesExactText) {
         {b64, "1", 'f', "0." + std::string(323, '0') + "5"},
         {half, "3555", 'x', "0x1.554p-2"},
         {half, "0200", 'x', "0x0.8p-14"},
-        {{4, 3}, "3c", 'x', "0x1.8p+0"},
-        {{4, 3}, "39", 'x', "0x1.2p+0"},
         {{4, 3}, "81", 'x', "-0x0.2p-6"},
         {{4, 3}, "78", 'x', "inf"},
-        {{8, 7}, "3f81", 'x', "0x1.02p+0"},
         {{5, 0}, "11", 'x', "0x1p+2"},
         {{1, 2}, "1", 'x', "0x0.4p+1"}, // no bias: the subnormal exponent is 1
-        {b128, "3fff0000000000000000000000000001", 'x', "0x1.0000000000000000000000000001p+0"},
         {b128, "00000000000000000000000000000001", 'x', "0x0.0000000000000000000000000001p-16382"},
         {{70, 3}, "3fffffffffffffffff7", 'x', "-0x1.ep+590295810358705651711"},
-        {{70, 3}, "1", 'x', "0x0.2p-590295810358705651710"},
     };
     for (const auto& [f, bits, form, text] : rows)
         for (const bool generic : {false, true})
