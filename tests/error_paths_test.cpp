@@ -18,6 +18,7 @@ using Format = IEEEFloat::format;
 using tarn_testing::describe;
 
 constexpr auto bad_mode = static_cast<IEEEFloat::rounding_mode>(9);
+constexpr auto word = IEEEFloat::REPR_FLOAT32;
 const Format half{5, 10}, single{8, 23}, quad{15, 112}, wide{32, 4}, huge{65, 1};
 
 /// `q` rounded to nearest in `f`, held in `repr`, then rounding with the bad mode 9.
@@ -56,14 +57,13 @@ const ErrorCase error_cases[] = {
     {"to_integer_limit", huge_two, {}, OP(t.to_integer(8)), limit},
     {"to_float_str_limit", huge_two, {}, OP(t.to_float_str()), limit},
     {"from_string_limit", {}, {}, OP(IEEEFloat::from_string("1e-20000000", wide, {})), limit},
-    {"malformed", {}, {}, OP(IEEEFloat::from_string("1e", quad, bad_mode)), "invalid number: \"1e\""},
+    {"syntax", {}, {}, OP(IEEEFloat::from_string("1e", quad, bad_mode)), "invalid number: \"1e\""},
     {"from_string_underflow", {}, {}, OP(IEEEFloat::from_string("1e-999", half, bad_mode)), bad},
     {"from_number", {}, {}, OP(IEEEFloat::from_number(QNumber(1, 3), half, bad_mode)), bad},
     {"div_binary32_generic", value(1, single), value(3, single), OP(t /= o), bad},
     {"sqrt_binary128", value(2, quad), {}, OP(t.sqrt()), bad},
     {"set_format_generic", value(QNumber(1, 3), quad), {}, OP(t.set_format(half)), bad},
-    {"set_format_word", value(QNumber(1, 3), single, IEEEFloat::REPR_FLOAT32), {},
-     OP(t.set_format(half)), bad},
+    {"set_format_word", value(QNumber(1, 3), single, word), {}, OP(t.set_format(half)), bad},
 };
 
 #undef OP

@@ -40,51 +40,35 @@ void PrintTo(Case const& c, std::ostream* os) {
     *os << c.name << c.width;
 }
 
-/// Operands for one case, from the oracle's edge-biased generator: the hard cases of each
-/// operation (ties, cancellation, subnormal and overflowing results, NaNs and infinities), and
-/// for comparisons equal, opposite (both zeros among them) and adjacent pairs. Narrowing reads binary64 words and
-/// widening binary32 words; the rest read the width of their result.
-class Operands {
-public:
-    Operands(Case const& c, u64 seed)
-        : c_(c), gen_((c.op == Op::convert) == (c.width == 32) ? binary64 : binary32, seed),
-          gen32_(binary32, ~seed) {}
-
-    std::pair<u64, u64> next() {
-        if (c_.op <= Op::div) {
-            auto const [a, b] = gen_.pair(static_cast<oracle::Operation>(c_.op));
-            return {a.get_ui(), b.get_ui()};
-        }
-        if (c_.op == Op::sqrt) return {gen_.sqrt_operand().get_ui(), 0};
-        if (c_.op == Op::convert) return {c_.width == 32 ? narrowing_operand() : word(gen_), 0};
-        u64 const a = word(gen_);
-        return {a, gen_.related(a).get_ui()};
+/// Operands for case `c`, from the oracle's edge-biased generator `gen` of the width the
+/// operation reads (binary64 for narrowing, binary32 for widening, else the result's): the hard
+/// cases of each operation (ties, cancellation, subnormal and overflowing results, NaNs and
+/// infinities), and for comparisons equal, opposite (both zeros among them) and adjacent pairs.
+std::pair<u64, u64> next_operands(Case const& c, oracle::OperandGenerator& gen,
+                                  oracle::OperandGenerator& gen32) {
+    if (c.op <= Op::div) {
+        auto const [a, b] = gen.pair(static_cast<oracle::Operation>(c.op));
+        return {a.get_ui(), b.get_ui()};
     }
-
-private:
-    static u64 word(oracle::OperandGenerator& gen) { return gen.operand().get_ui(); }
-
+    if (c.op == Op::sqrt) return {gen.sqrt_operand().get_ui(), 0};
+    u64 const a = gen.operand().get_ui();
+    if (c.op != Op::convert) return {a, gen.related(a).get_ui()};
+    if (c.width == 64 || gen.uniform(0, 3) == 0) return {a, 0};
     // binary64 words around the binary32 range whose 29 bits that narrowing drops are often an
     // exact tie or one unit off it.
-    u64 narrowing_operand() {
-        if (gen_.uniform(0, 3) == 0) return word(gen_);
-        u64 const dropped = (u64(1) << 29) - 1, half = u64(1) << 28;
-        u64 const low[] = {0, half, half + 1, half - 1, gen_.engine()() & dropped};
-        float narrow;
-        auto const bits32 = static_cast<std::uint32_t>(word(gen32_));
-        std::memcpy(&narrow, &bits32, sizeof narrow);
-        double const wide = narrow;
-        u64 bits;
-        std::memcpy(&bits, &wide, sizeof bits);
-        return (bits & ~dropped) | low[gen_.uniform(0, 4)];
-    }
-
-    Case c_;
-    oracle::OperandGenerator gen_, gen32_;
-};
+    u64 const dropped = (u64(1) << 29) - 1, half = u64(1) << 28;
+    u64 const low[] = {0, half, half + 1, half - 1, gen.engine()() & dropped};
+    float narrow;
+    auto const bits32 = static_cast<std::uint32_t>(gen32.operand().get_ui());
+    std::memcpy(&narrow, &bits32, sizeof narrow);
+    double const wide = narrow;
+    u64 bits;
+    std::memcpy(&bits, &wide, sizeof bits);
+    return {(bits & ~dropped) | low[gen.uniform(0, 4)], 0};
+}
 
 #define SOFT(call)                                                                                 \
-    []([[maybe_unused]] u64 a, [[maybe_unused]] u64 b, [[maybe_unused]] int code) -> u64 {          \
+    []([[maybe_unused]] u64 a, [[maybe_unused]] u64 b, [[maybe_unused]] int code) -> u64 {         \
         [[maybe_unused]] auto const a32 = static_cast<std::uint32_t>(a);                           \
         [[maybe_unused]] auto const b32 = static_cast<std::uint32_t>(b);                           \
         return call;                                                                               \
@@ -122,11 +106,13 @@ TEST_P(Differential, MatchesHostFpu) {
     auto const [c, code] = GetParam();
     u64 const seed = 0x5eed0000u + 16u * u64(c.op) + u64(c.width) + u64(code + 1);
     int const count = tarn_testing::scaled(c.op <= Op::convert && code >= 0 ? 40000 : 5000, 100);
-    Operands operands(c, seed);
+    oracle::OperandGenerator gen((c.op == Op::convert) == (c.width == 32) ? binary64 : binary32,
+                                 seed),
+        gen32(binary32, ~seed);
     hw::HostRounding host(code);
     int failures = 0;
     for (int i = 0; i < count && failures < 10; ++i) {
-        auto const [a, b] = operands.next();
+        auto const [a, b] = next_operands(c, gen, gen32);
         hw::Outcome const want = hw::host(c.op, c.width, a, b);
         sw::float_exception_flags = 0;
         u64 const got = c.soft(a, b, code);
@@ -134,9 +120,9 @@ TEST_P(Differential, MatchesHostFpu) {
         bool const same = is_nan(c.width, want.bits) ? is_nan(c.width, got) : got == want.bits;
         if (same && flags == want.flags) continue;
         ++failures;
-        ADD_FAILURE() << std::hex << "seed " << seed << " sample " << i << ": a=" << a
-                      << " b=" << b << " got " << got << " flags " << int(flags) << ", host "
-                      << want.bits << " flags " << int(want.flags);
+        ADD_FAILURE() << std::hex << "seed " << seed << " sample " << i << ": a=" << a << " b=" << b
+                      << " got " << got << " flags " << int(flags) << ", host " << want.bits
+                      << " flags " << int(want.flags);
     }
 }
 
