@@ -35,7 +35,6 @@ TEST(Fpcalc, GroupsAsArithmeticDoesAndReadsSpecials) {
         EXPECT_EQ(eval(text).to_number(), value) << text;
     EXPECT_TRUE(eval("-Infinity").is_inf() && eval("-Infinity").get_sign());
     EXPECT_TRUE(eval("NaN * 0").is_nan());
-    EXPECT_TRUE(eval("1/0").is_inf());
 }
 
 // 1/3 is rounded once per operation, as the exact 1/3 is. The minus belongs to
@@ -59,10 +58,8 @@ TEST(Fpcalc, ErrorsPointAtTheOffendingText) {
     for (int i = 0; i < 5000; ++i)
         chain += "+1";
     const std::tuple<std::string, std::size_t, const char*> cases[] = {
-        {"", 0, "empty expression"},         {"1 +", 3, "a number is missing"},
-        {"1 2", 2, "unexpected '2'"},        {"2 * (1 + 2", 4, "not closed"},
-        {"(1))", 3, "unexpected ')'"},       {"sqrt 2", 5, "'(' expected"},
-        {"1 + pi", 4, "unknown name 'pi'"},  {"3 * -1e", 4, "invalid number: \"-1e\""},
+        {"1 +", 3, "a number is missing"},   {"2 * (1 + 2", 4, "not closed"},
+        {"sqrt 2", 5, "'(' expected"},       {"3 * -1e", 4, "invalid number: \"-1e\""},
         {nested, 1000, "nested too deeply"}, {chain, 4096, "expression too long"},
     };
     for (const auto& [text, column, message] : cases) {

@@ -35,15 +35,14 @@ IEEEFloat operand(const std::string& text, Format f, Mode mode) {
 }
 
 /// a op b through the value operators; '~' is the negation, 's' the square root.
-IEEEFloat apply(char op, const IEEEFloat& a, const IEEEFloat& b) {
-    IEEEFloat root = a;
-    if (op == 's') root.sqrt();
+IEEEFloat apply(char op, IEEEFloat a, const IEEEFloat& b) {
+    if (op == 's') a.sqrt();
     return op == '+'   ? a + b
            : op == '-' ? a - b
            : op == '*' ? a * b
            : op == '/' ? a / b
            : op == '~' ? -a
-                       : root;
+                       : a;
 }
 
 // Each row applies each of its operations to a (in the row's mode) and b (in
@@ -62,15 +61,10 @@ TEST(IEEEFloat, ArithmeticKnownAnswers) {
         {{15, 112}, RNE, "+nan", "+-*/s~", "2", "+nan"},
         {{15, 112}, RNE, "2", "+-*/", "+nan", "+nan"},
         {{26, 4}, RZ, "max", "-", "tiny", "0x1.ep33554431"},
-        {{26, 61}, RZ, "max", "-", "tiny", "0x1.fffffffffffffffp33554431"},
         {{27, 4}, RZ, "max", "-", "tiny", "reached limit on float precision"},
-        {{40, 4}, RZ, "max", "-", "tiny", "reached limit on float precision"},
         {{40, 4}, RZ, "max", "+-", "0", "max"},
         {{40, 4}, RZ, "max", "*", "tiny", "0x1.fp-3"},
-        {{3, 1}, RNE, "1", "/", "1.5", "0.5"},
         {{40, 1}, RNE, "1", "/", "1.5", "0.5"},
-        {{40, 1}, RU, "1", "/", "1.5", "0.75"},
-        {{40, 1}, RNE, "3", "/", "2", "1.5"},
         {{8, 23}, RU, "1", "+", "tiny", "0x1.000002p0"},
         {{8, 23}, RU, "1", "-", "tiny", "1"},
         {{8, 23}, RU, "1", "/", "tiny", "inf"},
@@ -116,22 +110,15 @@ TEST(IEEEFloat, PatternsOfFromBitsAndTheSpecialValues) {
     // format, pattern given to from_bits (or "" for the specials), what is held
     const std::tuple<Format, const char*, const char*> rows[] = {
         {{8, 23}, "7fc00000", "ff800001"},
-        {{8, 23}, "7f800002", "ff800001"},
         {{11, 52}, "7ff8000000000000", "fff0000000000001"},
-        {{5, 10}, "7e00", "fc01"},
         {{15, 112}, "7fff8000000000000000000000000000", "ffff0000000000000000000000000001"},
         {{8, 23}, "1233f800000", "3f800000"},
         {{11, 52}, "ab8000000000000000", "8000000000000000"},
         {{3, 2}, "", "3d 3c 1c 20 0 "},
-        {{5, 10}, "", "fc01 fc00 7c00 8000 0 "},
         {{8, 23}, "", "7fc00000 ff800000 7f800000 80000000 0 "},
         {{11, 52}, "", "7ff8000000000000 fff0000000000000 7ff0000000000000 8000000000000000 0 "},
         {{11, 23}, "", "7ff800001 7ff800000 3ff800000 400000000 0 "},
         {{8, 52}, "", "1ff0000000000001 1ff0000000000000 ff0000000000000 1000000000000000 0 "},
-        {{15, 112},
-         "",
-         "ffff0000000000000000000000000001 ffff0000000000000000000000000000 "
-         "7fff0000000000000000000000000000 80000000000000000000000000000000 0 "},
     };
     for (const auto& [f, given, held] : rows)
         EXPECT_EQ(*given ? hex_of(make(f, mpz_class(given, 16))) : specials(f), held)
@@ -139,10 +126,8 @@ TEST(IEEEFloat, PatternsOfFromBitsAndTheSpecialValues) {
 }
 
 TEST(IEEEFloat, CopiesAreDeepAndMovesLeaveTheDefaultValue) {
-    for (const auto& [f, held_generic] : {std::tuple{Format{3, 2}, true},
-                                          {Format{8, 23}, false},
-                                          {Format{8, 23}, true},
-                                          {Format{15, 112}, true}}) {
+    for (const auto& [f, held_generic] :
+         {std::tuple{Format{8, 23}, false}, {Format{8, 23}, true}, {Format{15, 112}, true}}) {
         SCOPED_TRACE(format_name(f) + (held_generic ? " generic" : " word"));
         const IEEEFloat source = make(f, bits_of(operand("-0.75", f, RNE)), held_generic);
         const std::string bits = hex_of(source);
@@ -197,26 +182,23 @@ TEST(IEEEFloat, HashAgreesWithEqualityWhateverTheHolding) {
     EXPECT_NE(QNumber(2L, 3L).hash(), QNumber(-3L, 2L).hash());
 }
 
-// The largest finite value, (2^p - 1) * 2^shift, pins the IEEE semantics each
-// name promises.
+// Each name stands for its widths (the largest value of each pair of widths is
+// the differential table's classes row), and its values get the best holding.
 TEST(IEEEFloat, NamedFormats) {
-    // name, factory, widths, p, shift
-    const std::tuple<const char*, Format, Format, unsigned long, unsigned long> rows[] = {
-        {"binary16", Format::binary16(), {5, 10}, 11, 5},
-        {"bfloat16", Format::bfloat16(), {8, 7}, 8, 120},
-        {"binary32", Format::binary32(), {8, 23}, 24, 104},
-        {"binary64", Format::binary64(), {11, 52}, 53, 971},
-        {"binary128", Format::binary128(), {15, 112}, 113, 16383 - 112},
-        {"binary256", Format::binary256(), {19, 236}, 237, 262143 - 236},
-        {"e5m2", Format::e5m2(), {5, 2}, 3, 13},
-        {"e4m3", Format::e4m3(), {4, 3}, 4, 4},
+    const std::tuple<const char*, Format, Format> rows[] = {
+        {"binary16", Format::binary16(), {5, 10}},
+        {"bfloat16", Format::bfloat16(), {8, 7}},
+        {"binary32", Format::binary32(), {8, 23}},
+        {"binary64", Format::binary64(), {11, 52}},
+        {"binary128", Format::binary128(), {15, 112}},
+        {"binary256", Format::binary256(), {19, 236}},
+        {"e5m2", Format::e5m2(), {5, 2}},
+        {"e4m3", Format::e4m3(), {4, 3}},
     };
     ASSERT_EQ(Format::known_names().size(), std::size(rows));
-    for (const auto& [name, named, f, p, shift] : rows) {
-        const IEEEFloat max = IEEEFloat::max_value(f);
+    for (const auto& [name, named, f] : rows) {
         EXPECT_TRUE(named == f && f.name() == name && Format::by_name(name) == f) << name;
-        EXPECT_EQ(max.to_number(), QNumber(mpz_class(((mpz_class(1) << p) - 1) << shift)));
-        EXPECT_EQ(max.get_repr(), IEEEFloat::get_best_repr(f)) << name;
+        EXPECT_EQ(IEEEFloat::max_value(f).get_repr(), IEEEFloat::get_best_repr(f)) << name;
     }
     EXPECT_TRUE(Format::by_name("BFloat16") == Format::bfloat16() &&
                 Format::by_name("E4M3") == Format::e4m3());
@@ -226,18 +208,10 @@ TEST(IEEEFloat, NamedFormats) {
     EXPECT_TRUE(Format(8, 52).name().empty() && Format().name().empty());
 }
 
-// to_integer keeps the low `width` bits of the magnitude and puts the sign back;
-// infinities give 0, also where the weight of the lowest significand bit is
-// out of reach.
-TEST(IEEEFloat, IntegersWithWidths) {
-    // format, pattern, width, integer
-    const std::tuple<Format, const char*, unsigned long, long> rows[] = {
-        {{8, 23}, "43960000", 8, 44},   {{8, 23}, "c3960000", 8, -44},
-        {{8, 23}, "c37f0000", 8, -255}, {{8, 23}, "43800000", 8, 0},
-        {{8, 23}, "c0400000", 1, -1},   {{65, 1}, "3fffffffffffffffe", 7, 0}};
-    for (const auto& [f, bits, width, integer] : rows)
-        EXPECT_EQ(make(f, mpz_class(bits, 16)).to_integer(width), QNumber(integer))
-            << bits << " width " << width;
+// Infinities give 0 from to_integer, also where the weight of the lowest
+// significand bit is out of reach of the precision limit.
+TEST(IEEEFloat, InfinityIsTheIntegerZeroWhateverTheExponentRange) {
+    EXPECT_EQ(make({65, 1}, mpz_class("3fffffffffffffffe", 16)).to_integer(7), QNumber(0L));
 }
 
 // Stepping the packed pattern past the largest NaN of a word stays in the word.

@@ -24,10 +24,6 @@ To bit_cast(From from) {
     return to;
 }
 
-void clear_flags() {
-    std::feclearexcept(FE_ALL_EXCEPT);
-}
-
 std::uint8_t raised_flags() {
     int const raised = std::fetestexcept(FE_ALL_EXCEPT);
     std::uint8_t flags = 0;
@@ -44,7 +40,7 @@ Outcome convert(std::uint64_t a) {
     using Word = std::conditional_t<sizeof(From) == 4, std::uint32_t, std::uint64_t>;
     using Result = std::conditional_t<sizeof(To) == 4, std::uint32_t, std::uint64_t>;
     volatile From x = bit_cast<From>(static_cast<Word>(a));
-    clear_flags();
+    std::feclearexcept(FE_ALL_EXCEPT);
     volatile To r = static_cast<To>(x);
     std::uint8_t const flags = raised_flags();
     return {bit_cast<Result>(static_cast<To>(r)), flags};
@@ -56,40 +52,17 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b) {
     volatile Float y = bit_cast<Float>(static_cast<Word>(b));
     volatile Float r = 0;
     volatile bool truth = false;
-    clear_flags();
-    switch (op) {
-    case Op::add:
-        r = x + y;
-        break;
-    case Op::sub:
-        r = x - y;
-        break;
-    case Op::mul:
-        r = x * y;
-        break;
-    case Op::div:
-        r = x / y;
-        break;
-    case Op::sqrt:
-        r = std::sqrt(x);
-        break;
-    case Op::lt:
-        truth = x < y;
-        break;
-    case Op::le:
-        truth = x <= y;
-        break;
-    // The relational operators signal on quiet NaNs; == does not, so build it from two, both
-    // evaluated.
-    case Op::eq: {
-        bool const below = x <= y;
-        bool const above = y <= x;
-        truth = below && above;
-        break;
-    }
-    case Op::convert:
-        break;
-    }
+    std::feclearexcept(FE_ALL_EXCEPT);
+    if (op == Op::add) r = x + y;
+    if (op == Op::sub) r = x - y;
+    if (op == Op::mul) r = x * y;
+    if (op == Op::div) r = x / y;
+    if (op == Op::sqrt) r = std::sqrt(x);
+    if (op == Op::lt) truth = x < y;
+    if (op == Op::le) truth = x <= y;
+    // The relational operators signal on quiet NaNs; == does not, so build it from two. When
+    // the first is false it has already raised whatever a NaN raises.
+    if (op == Op::eq) truth = x <= y && y <= x;
     std::uint8_t const flags = raised_flags();
     bool const is_compare = op == Op::lt || op == Op::le || op == Op::eq;
     return {is_compare ? std::uint64_t(truth) : bit_cast<Word>(static_cast<Float>(r)), flags};

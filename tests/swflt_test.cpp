@@ -10,7 +10,6 @@
 #include "tests/testing.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <ostream>
@@ -34,110 +33,70 @@ struct Case {
     char const* name;
     Op op;
     int width; // of the result
+    u64 (*soft)(u64 a, u64 b, int code);
 };
 
 void PrintTo(Case const& c, std::ostream* os) {
     *os << c.name << c.width;
 }
 
-/// Operands for one case, from the oracle's edge-biased generator: the hard cases of each
-/// operation (ties, cancellation, subnormal and overflowing results, NaNs and infinities), and
-/// for comparisons equal, opposite and adjacent pairs. Narrowing reads binary64 words and
-/// widening binary32 words; the rest read the width of their result.
-class Operands {
-public:
-    Operands(Case const& c, u64 seed)
-        : c_(c), gen_((c.op == Op::convert) == (c.width == 32) ? binary64 : binary32, seed),
-          gen32_(binary32, ~seed) {}
-
-    std::pair<u64, u64> next() {
-        if (c_.op <= Op::div) {
-            auto const [a, b] = gen_.pair(static_cast<oracle::Operation>(c_.op));
-            return {a.get_ui(), b.get_ui()};
-        }
-        if (c_.op == Op::sqrt) return {gen_.sqrt_operand().get_ui(), 0};
-        if (c_.op == Op::convert) return {c_.width == 32 ? narrowing_operand() : word(gen_), 0};
-        return comparison_pair();
+/// Operands for case `c`, from the oracle's edge-biased generator `gen` of the width the
+/// operation reads (binary64 for narrowing, binary32 for widening, else the result's): the hard
+/// cases of each operation (ties, cancellation, subnormal and overflowing results, NaNs and
+/// infinities), and for comparisons equal, opposite (both zeros among them) and adjacent pairs.
+std::pair<u64, u64> next_operands(Case const& c, oracle::OperandGenerator& gen,
+                                  oracle::OperandGenerator& gen32) {
+    if (c.op <= Op::div) {
+        auto const [a, b] = gen.pair(static_cast<oracle::Operation>(c.op));
+        return {a.get_ui(), b.get_ui()};
     }
-
-private:
-    static u64 word(oracle::OperandGenerator& gen) { return gen.operand().get_ui(); }
-
+    if (c.op == Op::sqrt) return {gen.sqrt_operand().get_ui(), 0};
+    u64 const a = gen.operand().get_ui();
+    if (c.op != Op::convert) return {a, gen.related(a).get_ui()};
+    if (c.width == 64 || gen.uniform(0, 3) == 0) return {a, 0};
     // binary64 words around the binary32 range whose 29 bits that narrowing drops are often an
     // exact tie or one unit off it.
-    u64 narrowing_operand() {
-        if (gen_.uniform(0, 3) == 0) return word(gen_);
-        u64 const dropped = (u64(1) << 29) - 1, half = u64(1) << 28;
-        u64 const low[] = {0, half, half + 1, half - 1, gen_.engine()() & dropped};
-        float narrow;
-        auto const bits32 = static_cast<std::uint32_t>(word(gen32_));
-        std::memcpy(&narrow, &bits32, sizeof narrow);
-        double const wide = narrow;
-        u64 bits;
-        std::memcpy(&bits, &wide, sizeof bits);
-        return (bits & ~dropped) | low[gen_.uniform(0, 4)];
-    }
-
-    std::pair<u64, u64> comparison_pair() {
-        u64 const a = word(gen_), sign = u64(1) << (c_.width - 1);
-        switch (gen_.uniform(0, 3)) {
-        case 0:
-            return {a, a};
-        case 1:
-            return {a, a ^ sign}; // both zeros among them
-        case 2:
-            return {a, (a & sign) | ((a + static_cast<u64>(gen_.uniform(-2, 2))) & (sign - 1))};
-        default:
-            return {a, word(gen_)};
-        }
-    }
-
-    Case c_;
-    oracle::OperandGenerator gen_, gen32_;
-};
-
-// The soft-float operation matching hw::host.
-u64 soft(Op op, int width, u64 a, u64 b, int code) {
-    auto const a32 = static_cast<std::uint32_t>(a);
-    auto const b32 = static_cast<std::uint32_t>(b);
-    bool const w32 = width == 32;
-    switch (op) {
-    case Op::add:
-        return w32 ? sw::float32_add(a32, b32, code) : sw::float64_add(a, b, code);
-    case Op::sub:
-        return w32 ? sw::float32_sub(a32, b32, code) : sw::float64_sub(a, b, code);
-    case Op::mul:
-        return w32 ? sw::float32_mul(a32, b32, code) : sw::float64_mul(a, b, code);
-    case Op::div:
-        return w32 ? sw::float32_div(a32, b32, code) : sw::float64_div(a, b, code);
-    case Op::sqrt:
-        return w32 ? sw::float32_sqrt(a32, code) : sw::float64_sqrt(a, code);
-    case Op::convert:
-        return w32 ? sw::float64_to_float32(a, code) : sw::float32_to_float64(a32);
-    case Op::lt:
-        return w32 ? sw::float32_lt(a32, b32) : sw::float64_lt(a, b);
-    case Op::le:
-        return w32 ? sw::float32_le(a32, b32) : sw::float64_le(a, b);
-    case Op::eq:
-        return w32 ? sw::float32_eq_signaling(a32, b32) : sw::float64_eq_signaling(a, b);
-    }
-    return 0;
+    u64 const dropped = (u64(1) << 29) - 1, half = u64(1) << 28;
+    u64 const low[] = {0, half, half + 1, half - 1, gen.engine()() & dropped};
+    float narrow;
+    auto const bits32 = static_cast<std::uint32_t>(gen32.operand().get_ui());
+    std::memcpy(&narrow, &bits32, sizeof narrow);
+    double const wide = narrow;
+    u64 bits;
+    std::memcpy(&bits, &wide, sizeof bits);
+    return {(bits & ~dropped) | low[gen.uniform(0, 4)], 0};
 }
 
+#define SOFT(call)                                                                                 \
+    []([[maybe_unused]] u64 a, [[maybe_unused]] u64 b, [[maybe_unused]] int code) -> u64 {         \
+        [[maybe_unused]] auto const a32 = static_cast<std::uint32_t>(a);                           \
+        [[maybe_unused]] auto const b32 = static_cast<std::uint32_t>(b);                           \
+        return call;                                                                               \
+    }
+
+// Each soft-float operation beside the host operation it must match.
 Case const cases[] = {
-    {"add", Op::add, 32},   {"add", Op::add, 64},        {"sub", Op::sub, 32},
-    {"sub", Op::sub, 64},   {"mul", Op::mul, 32},        {"mul", Op::mul, 64},
-    {"div", Op::div, 32},   {"div", Op::div, 64},        {"sqrt", Op::sqrt, 32},
-    {"sqrt", Op::sqrt, 64}, {"narrow", Op::convert, 32}, {"widen", Op::convert, 64},
-    {"lt", Op::lt, 32},     {"lt", Op::lt, 64},          {"le", Op::le, 32},
-    {"le", Op::le, 64},     {"eq", Op::eq, 32},          {"eq", Op::eq, 64},
+    {"add", Op::add, 32, SOFT(sw::float32_add(a32, b32, code))},
+    {"add", Op::add, 64, SOFT(sw::float64_add(a, b, code))},
+    {"sub", Op::sub, 32, SOFT(sw::float32_sub(a32, b32, code))},
+    {"sub", Op::sub, 64, SOFT(sw::float64_sub(a, b, code))},
+    {"mul", Op::mul, 32, SOFT(sw::float32_mul(a32, b32, code))},
+    {"mul", Op::mul, 64, SOFT(sw::float64_mul(a, b, code))},
+    {"div", Op::div, 32, SOFT(sw::float32_div(a32, b32, code))},
+    {"div", Op::div, 64, SOFT(sw::float64_div(a, b, code))},
+    {"sqrt", Op::sqrt, 32, SOFT(sw::float32_sqrt(a32, code))},
+    {"sqrt", Op::sqrt, 64, SOFT(sw::float64_sqrt(a, code))},
+    {"narrow", Op::convert, 32, SOFT(sw::float64_to_float32(a, code))},
+    {"widen", Op::convert, 64, SOFT(sw::float32_to_float64(a32))},
+    {"lt", Op::lt, 32, SOFT(sw::float32_lt(a32, b32))},
+    {"lt", Op::lt, 64, SOFT(sw::float64_lt(a, b))},
+    {"le", Op::le, 32, SOFT(sw::float32_le(a32, b32))},
+    {"le", Op::le, 64, SOFT(sw::float64_le(a, b))},
+    {"eq", Op::eq, 32, SOFT(sw::float32_eq_signaling(a32, b32))},
+    {"eq", Op::eq, 64, SOFT(sw::float64_eq_signaling(a, b))},
 };
 
-std::string hex(u64 v) {
-    char buf[24];
-    std::snprintf(buf, sizeof buf, "0x%llx", static_cast<unsigned long long>(v));
-    return buf;
-}
+#undef SOFT
 
 // The library passes -1 for a rounding mode it does not know; it must round to nearest even.
 // Operations that do not round must not depend on the code either.
@@ -147,21 +106,23 @@ TEST_P(Differential, MatchesHostFpu) {
     auto const [c, code] = GetParam();
     u64 const seed = 0x5eed0000u + 16u * u64(c.op) + u64(c.width) + u64(code + 1);
     int const count = tarn_testing::scaled(c.op <= Op::convert && code >= 0 ? 40000 : 5000, 100);
-    Operands operands(c, seed);
+    oracle::OperandGenerator gen((c.op == Op::convert) == (c.width == 32) ? binary64 : binary32,
+                                 seed),
+        gen32(binary32, ~seed);
     hw::HostRounding host(code);
     int failures = 0;
     for (int i = 0; i < count && failures < 10; ++i) {
-        auto const [a, b] = operands.next();
+        auto const [a, b] = next_operands(c, gen, gen32);
         hw::Outcome const want = hw::host(c.op, c.width, a, b);
         sw::float_exception_flags = 0;
-        u64 const got = soft(c.op, c.width, a, b, code);
+        u64 const got = c.soft(a, b, code);
         std::uint8_t const flags = sw::float_exception_flags;
         bool const same = is_nan(c.width, want.bits) ? is_nan(c.width, got) : got == want.bits;
         if (same && flags == want.flags) continue;
         ++failures;
-        ADD_FAILURE() << "seed " << hex(seed) << " sample " << i << ": a=" << hex(a)
-                      << " b=" << hex(b) << " got " << hex(got) << " flags " << int(flags)
-                      << ", host " << hex(want.bits) << " flags " << int(want.flags);
+        ADD_FAILURE() << std::hex << "seed " << seed << " sample " << i << ": a=" << a << " b=" << b
+                      << " got " << got << " flags " << int(flags) << ", host " << want.bits
+                      << " flags " << int(want.flags);
     }
 }
 

@@ -1,32 +1,22 @@
 // Known answers for text: the reader's syntax, its errors and the results it
 // decides from the exponent alone, and the exact text of the diagnostic form,
 // the stream output and the hexadecimal form, with the decimal choices random
-// patterns rarely reach. The C library's %a is the reference for binary64.
+// patterns rarely reach. (Every format's hexadecimal text also reads back to its
+// value in the differential table's hex_read_back row.)
 
 #include "tests/testing.h"
 
-#include <cmath>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <gmpxx.h>
 #include <gtest/gtest.h>
 #include <iomanip>
-#include <random>
 #include <sstream>
 #include <string>
 #include <tuple>
 
 namespace {
 
-using tarn::IEEEFloat;
-using tarn::QNumber;
+using namespace tarn_testing;
 using Format = IEEEFloat::format;
-using Mode = IEEEFloat::rounding_mode;
-using tarn_testing::bits_of;
-using tarn_testing::error_of;
-using tarn_testing::format_name;
-using tarn_testing::make;
 
 constexpr Mode RNE = IEEEFloat::ROUND_NEAREST_EVEN, RZ = IEEEFloat::ROUND_TOWARD_ZERO,
                RU = IEEEFloat::ROUND_TOWARD_POSITIVE, RD = IEEEFloat::ROUND_TOWARD_NEGATIVE,
@@ -57,7 +47,6 @@ TEST(Text, ReadsNumerals) {
         {b32, RNE, "-0", "80000000"},
         {b64, RU, "-0.000e99999999999999999999", "8000000000000000"},
         {half, RNE, "-0x0.0p-5", "8000"},
-        {b32, RU, "-1e-999", "80000000"},
         {b32, RD, "-1e-999", "80000001"},
         {b64, RNE, "1e-99999999999999999999", "0"},
         {b64, RU, "1e-99999999999999999999", "1"},
@@ -66,11 +55,7 @@ TEST(Text, ReadsNumerals) {
         {b64, RNE, "1e99999999999999999999", "7ff0000000000000"},
         {b64, RD, "1e99999999999999999999", "7fefffffffffffff"},
         {half, RZ, "0x1p99999999999999999999", "7bff"},
-        {half, bad, "0.5", "3800"},
-        {half, bad, "-0", "8000"},
-        {half, bad, "0.1", "bad rounding mode: 4"},
         {half, bad, "1e999", "bad rounding mode: 4"},
-        {half, bad, "1e-999", "bad rounding mode: 4"},
         {{40, 10}, RNE, "1e-2000000", "1fffe6a7dbb04"},
         {{40, 10}, RNE, "1e-20000000", "reached limit on float precision"},
         {{63, 10}, RNE, "0x1p99999999999999999999", "reached limit on float precision"},
@@ -132,17 +117,12 @@ TEST(Text, WritesExactText) {
         {b64, "1", 'f', "0." + std::string(323, '0') + "5"},
         {half, "3555", 'x', "0x1.554p-2"},
         {half, "0200", 'x', "0x0.8p-14"},
-        {{4, 3}, "3c", 'x', "0x1.8p+0"},
-        {{4, 3}, "39", 'x', "0x1.2p+0"},
         {{4, 3}, "81", 'x', "-0x0.2p-6"},
         {{4, 3}, "78", 'x', "inf"},
-        {{8, 7}, "3f81", 'x', "0x1.02p+0"},
         {{5, 0}, "11", 'x', "0x1p+2"},
         {{1, 2}, "1", 'x', "0x0.4p+1"}, // no bias: the subnormal exponent is 1
-        {b128, "3fff0000000000000000000000000001", 'x', "0x1.0000000000000000000000000001p+0"},
         {b128, "00000000000000000000000000000001", 'x', "0x0.0000000000000000000000000001p-16382"},
         {{70, 3}, "3fffffffffffffffff7", 'x', "-0x1.ep+590295810358705651711"},
-        {{70, 3}, "1", 'x', "0x0.2p-590295810358705651710"},
     };
     for (const auto& [f, bits, form, text] : rows)
         for (const bool generic : {false, true})
@@ -174,24 +154,6 @@ TEST(Text, TiesInWideSignificandsKeepTheLowerNumeral) {
                 EXPECT_EQ(IEEEFloat::from_number(value, f, RNE).to_float_str(),
                           n.get_str() + (quarters == 1 ? ".2" : ".7"));
             }
-    }
-}
-
-// Binary64 against the C library's %a: half uniform patterns, half with the
-// exponent field near its ends, where the subnormals and the largest values are.
-TEST(Text, HexDigitsMatchTheCLibraryOnBinary64) {
-    std::mt19937_64 engine(0x4E5);
-    for (int i = 0; i < tarn_testing::scaled(100000); ++i) {
-        std::uint64_t bits = engine();
-        if (i % 2) bits ^= (i % 4 == 1 ? bits : ~bits) & (std::uint64_t{0x7fe} << 52);
-        double d;
-        std::memcpy(&d, &bits, sizeof d);
-        if (std::isnan(d)) continue;
-        char text[64];
-        std::snprintf(text, sizeof text, "%a", d);
-        for (const bool generic : {false, true})
-            ASSERT_EQ(make(b64, mpz_class(std::to_string(bits)), generic).to_hex_str(), text)
-                << std::hex << bits << " seed 0x4E5";
     }
 }
 
