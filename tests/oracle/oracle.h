@@ -41,7 +41,7 @@
 //       FAIL() << oracle::describe(f, got) << " != " << oracle::describe(f, want);
 //
 // As a benchmark baseline, keep one Emulator per format and call its out-parameter
-// methods with a reused result: they do not allocate per call.
+// methods with a reused result: a finite result allocates nothing.
 #pragma once
 
 #include <cstdint>
@@ -150,8 +150,8 @@ mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_expone
 /// mpfr_subnormalize, so overflow, underflow and subnormal results are those of
 /// IEEE-754 (overflow gives infinity or the largest finite value as the mode says).
 /// Each operation decodes the operand patterns into preallocated registers,
-/// operates, and encodes the result back to a pattern, touching no heap once `out`
-/// has grown to the format's width. Not thread-safe; use one per thread.
+/// operates, and encodes the result back to a pattern; a finite result touches no
+/// heap once `out` has grown to the format's width. Not thread-safe; use one per thread.
 class Emulator {
 public:
     /// Prepares registers for `fmt`; throws std::invalid_argument for unsupported formats.
