@@ -29,8 +29,7 @@ void enter_full_range() {
 // The three fields of a pattern, as integers.
 struct Fields {
     bool negative;
-    mpz_class exponent;
-    mpz_class mantissa;
+    mpz_class exponent, mantissa;
 };
 
 Fields split(Format fmt, const mpz_class& bits) {
@@ -50,13 +49,6 @@ long significand(Format fmt, const Fields& f, mpz_class& sig) {
     if (normal) mpz_setbit(sig.get_mpz_t(), fmt.m);
     return (normal ? mpz_get_si(f.exponent.get_mpz_t()) : 1) - fmt.bias() -
            static_cast<long>(fmt.m);
-}
-
-void set_sign_bit(Format fmt, mpz_class& bits, bool negative) {
-    if (negative)
-        mpz_setbit(bits.get_mpz_t(), fmt.e + fmt.m);
-    else
-        mpz_clrbit(bits.get_mpz_t(), fmt.e + fmt.m);
 }
 
 } // namespace
@@ -102,7 +94,7 @@ mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_expone
     mpz_mul_2exp(field.get_mpz_t(), field.get_mpz_t(), fmt.m);
     mpz_fdiv_r_2exp(bits.get_mpz_t(), mantissa.get_mpz_t(), fmt.m);
     bits += field;
-    set_sign_bit(fmt, bits, negative);
+    if (negative) mpz_setbit(bits.get_mpz_t(), fmt.e + fmt.m);
     return bits;
 }
 
@@ -268,8 +260,6 @@ struct Decoded {
         emulator_for(fmt).decode(v, bits);
     }
     ~Decoded() { mpfr_clear(v); }
-    Decoded(const Decoded&) = delete;
-    Decoded& operator=(const Decoded&) = delete;
     mpfr_t v;
 };
 
@@ -323,12 +313,11 @@ mpq_class to_rational(Format fmt, const mpz_class& bits) {
 
 mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long width) {
     if (!is_finite(fmt, bits) || classify(fmt, bits) == Kind::Zero) return 0;
-    bool valid_mode = mode >= NEAREST_EVEN && mode <= TOWARD_NEGATIVE;
     const Decoded value(fmt, bits);
     // An integer below 2^E needs E bits; one more holds a round-up to 2^E.
     mpfr_t integral;
     mpfr_init2(integral, std::max<mpfr_exp_t>(mpfr_get_exp(value.v), 1) + 1);
-    mpfr_rint(integral, value.v, to_mpfr_rounding(valid_mode ? mode : TOWARD_ZERO));
+    mpfr_rint(integral, value.v, to_mpfr_rounding(mode >= 0 && mode <= 3 ? mode : TOWARD_ZERO));
     mpz_class n;
     mpfr_get_z(n.get_mpz_t(), integral, MPFR_RNDN);
     mpfr_clear(integral);
@@ -339,15 +328,14 @@ mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long 
 mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode) {
     if (!is_finite(fmt, bits) || classify(fmt, bits) == Kind::Zero) return bits;
     mpz_class r = from_rational(mpq_class(to_integer(fmt, bits, mode, 0)), fmt, mode);
-    if (classify(fmt, r) == Kind::Zero) set_sign_bit(fmt, r, sign_of(fmt, bits));
+    if (classify(fmt, r) == Kind::Zero) r = make_pattern(fmt, sign_of(fmt, bits), 0, 0);
     return r;
 }
 
 int compare(Format fmt, const mpz_class& a, const mpz_class& b) {
     const Decoded x(fmt, a), y(fmt, b);
     if (mpfr_unordered_p(x.v, y.v)) return -2;
-    const int order = mpfr_cmp(x.v, y.v);
-    return order < 0 ? -1 : order > 0 ? 1 : 0;
+    return (mpfr_cmp(x.v, y.v) > 0) - (mpfr_cmp(x.v, y.v) < 0);
 }
 
 mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {
