@@ -48,9 +48,8 @@ mpq_class consume_rational(FuzzedDataProvider& in) {
     const unsigned long num_bits = in.ConsumeIntegralInRange<unsigned long>(0, 160);
     const unsigned long den_bits = in.ConsumeIntegralInRange<unsigned long>(0, 160);
     const mpz_class num = fuzzing::consume_bits(in, num_bits);
-    mpz_class den = fuzzing::consume_bits(in, den_bits);
-    if (den == 0) den = 1;
-    mpq_class q(negative ? mpz_class(-num) : num, den);
+    const mpz_class den = fuzzing::consume_bits(in, den_bits);
+    mpq_class q(negative ? mpz_class(-num) : num, den == 0 ? mpz_class(1) : den);
     q.canonicalize();
     return q;
 }

@@ -27,23 +27,39 @@ using rows::Setting;
 using Format = IEEEFloat::format;
 
 constexpr int bad_mode = 5;
+constexpr auto generic = IEEEFloat::REPR_GENERIC;
 
 /// Reports the first few mismatches of a run, each with what reproduces it.
-class Report {
-public:
-    explicit Report(std::string context) : context_(std::move(context)) {}
-    ~Report() { EXPECT_EQ(failures_, 0) << failures_ << " mismatches in " << cases_ << " cases"; }
-
+struct Report {
+    std::string context;
+    long failures = 0;
     void operator()(const std::string& wrong, long index) {
-        ++cases_;
-        if (!wrong.empty() && ++failures_ <= 5)
-            ADD_FAILURE() << context_ << " case " << index << ": " << wrong;
+        if (!wrong.empty() && ++failures <= 5)
+            ADD_FAILURE() << context << " case " << index << ": " << wrong;
     }
-
-private:
-    std::string context_;
-    long cases_ = 0, failures_ = 0;
 };
+
+/// One row on one format held in one representation, with its random cases per mode.
+struct Case {
+    Format f;
+    IEEEFloat::Repr repr;
+    int cases;
+    const Row* row = nullptr;
+};
+
+std::string case_name(const Case& c) {
+    const bool word_format = IEEEFloat::get_best_repr(c.f) != generic;
+    return std::string(c.row->name) + "_" + format_name(c.f) +
+           (c.repr != generic ? "_word"
+            : word_format     ? "_generic"
+                              : "");
+}
+
+void PrintTo(const Case& c, std::ostream* out) {
+    *out << case_name(c);
+}
+
+const auto name_of = [](const testing::TestParamInfo<Case>& info) { return case_name(info.param); };
 
 // Narrower, wider and word formats, and formats that no word path holds.
 const Format destinations[] = {{3, 2},   {4, 3},    {5, 10},   {8, 7}, {8, 23},  {11, 52},
@@ -52,66 +68,37 @@ const Format destinations[] = {{3, 2},   {4, 3},    {5, 10},   {8, 7}, {8, 23}, 
 /// The operands `r` reads, drawn from `gen`; the extras from its engine.
 Operands draw(const Row& r, oracle::OperandGenerator& gen) {
     Operands in;
-    switch (r.input) {
-    case Input::Pair:
-        std::tie(in.a, in.b) = gen.pair(r.op);
-        break;
-    case Input::Root:
-        in.a = gen.sqrt_operand();
-        break;
-    case Input::Compare:
-        in.a = gen.operand();
-        in.b = gen.related(in.a);
-        break;
-    case Input::Rational:
-        in.q = gen.rational();
-        break;
-    case Input::Numeral:
-        in.text = gen.numeral();
-        break;
-    case Input::Single:
-        in.a = gen.operand();
-        break;
-    }
+    if (r.input == Input::Pair) std::tie(in.a, in.b) = gen.pair(r.op);
+    if (r.input == Input::Root) in.a = gen.sqrt_operand();
+    if (r.input == Input::Single || r.input == Input::Compare) in.a = gen.operand();
+    if (r.input == Input::Compare) in.b = gen.related(in.a);
+    if (r.input == Input::Rational) in.q = gen.rational();
+    if (r.input == Input::Numeral) in.text = gen.numeral();
     static const unsigned long widths[] = {0, 1, 8, 64, 100};
     in.to = destinations[gen.uniform(0, 11)];
-    in.width = static_cast<unsigned long>(gen.uniform(0, 5) == 0 ? gen.uniform(1, 130) : 0);
-    if (in.width == 0) in.width = widths[gen.uniform(0, 4)];
+    in.width = gen.uniform(0, 5) == 0 ? gen.uniform(1, 130) : widths[gen.uniform(0, 4)];
     in.flag = gen.uniform(0, 1) == 1;
     return in;
 }
 
-std::string row_name(const Row& r, Format f) {
-    return std::string(r.name) + "_" + format_name(f);
-}
-
 // ---- Exhaustive -------------------------------------------------------------------
 
-struct Tiny {
-    const Row* row;
-    Format f;
-};
-
-void PrintTo(const Tiny& t, std::ostream* out) {
-    *out << row_name(*t.row, t.f);
-}
-
-std::vector<Tiny> tiny_cases() {
-    const Format unary[] = {{1, 1}, {1, 2}, {1, 3}, {2, 0}, {2, 1}, {2, 3}, {3, 2},
-                            {2, 4}, {2, 6}, {4, 3}, {5, 2}, {6, 4}, {8, 7}, {5, 10}};
-    std::vector<Tiny> cases;
+std::vector<Case> tiny_cases() {
+    std::vector<Case> cases;
     for (const Row& r : rows::table)
-        for (const Format f : unary) {
-            const unsigned long width = f.exponent_width + f.mantissa_width + 1;
+        for (const Format f : {Format{1, 1}, Format{1, 2}, Format{1, 3}, Format{2, 0}, Format{2, 1},
+                               Format{2, 3}, Format{3, 2}, Format{2, 4}, Format{2, 6}, Format{4, 3},
+                               Format{5, 2}, Format{6, 4}, Format{8, 7}, Format{5, 10}}) {
             const unsigned long limit = r.input == Input::Pair                               ? 6
                                         : r.input == Input::Single || r.input == Input::Root ? 16
                                                                                              : 8;
-            if (width <= limit) cases.push_back({&r, f});
+            if (f.exponent_width + f.mantissa_width + 1 <= limit)
+                cases.push_back({f, generic, 0, &r});
         }
     return cases;
 }
 
-class Exhaustive : public testing::TestWithParam<Tiny> {};
+class Exhaustive : public testing::TestWithParam<Case> {};
 
 TEST_P(Exhaustive, Rows) {
     const Row& r = *GetParam().row;
@@ -120,128 +107,92 @@ TEST_P(Exhaustive, Rows) {
     // Under the sanitizers the wider formats are sampled, every seventh pattern.
     const unsigned long step = sanitized() && count > 4096 ? 7 : 1;
     const bool pairs = r.input == Input::Pair || r.input == Input::Compare;
+    const bool drawn = r.input == Input::Rational || r.input == Input::Numeral;
     oracle::OperandGenerator gen(to_oracle(f), count);
-    Report report(row_name(r, f) + " seed " + std::to_string(count));
+    Report report{case_name(GetParam()) + " seed " + std::to_string(count)};
     for (unsigned long i = 0; i < count; i += step)
         for (unsigned long j = 0; j < (pairs ? count : 1); ++j) {
-            static const unsigned long widths[] = {0, 1, 3, 8, 64};
             // Rationals and numerals come from the generator, as many as the patterns.
-            Operands in =
-                r.input == Input::Rational || r.input == Input::Numeral ? draw(r, gen) : Operands{};
+            Operands in = drawn ? draw(r, gen) : Operands{};
             in.a = i;
             in.b = j;
             in.to = destinations[i % 12];
-            in.width = widths[i % 5];
+            in.width = std::array{0UL, 1UL, 3UL, 8UL, 64UL}[i % 5];
             in.flag = (i + j) % 2 == 1;
+            // Rows that do not round see each mode on every fifth pattern.
             const int modes[] = {0, 1, 2, 3, bad_mode};
-            for (int k = 0; k < 5; ++k) {
-                // Rows that do not round see each mode on every fifth pattern.
-                const int mode = r.rounds ? modes[k] : modes[(i + j) % 5];
-                report(rows::run(r, {f, IEEEFloat::REPR_GENERIC, mode}, in), long(i * count + j));
-                if (!r.rounds) break;
-            }
+            for (unsigned long k = 0; k < (r.rounds ? 5 : 1); ++k)
+                report(rows::run(r, {f, generic, modes[r.rounds ? k : (i + j) % 5]}, in),
+                       long(i * count + j));
         }
 }
 
-INSTANTIATE_TEST_SUITE_P(, Exhaustive, testing::ValuesIn(tiny_cases()),
-                         [](const testing::TestParamInfo<Tiny>& info) {
-                             return row_name(*info.param.row, info.param.f);
-                         });
+INSTANTIATE_TEST_SUITE_P(, Exhaustive, testing::ValuesIn(tiny_cases()), name_of);
 
 // ---- Random -----------------------------------------------------------------------
-
-/// A format, the representation its values are held in, and the cases per row.
-struct Target {
-    Format f;
-    IEEEFloat::Repr repr;
-    int cases;
-};
 
 /// The reference against the host FPU on binary32 and binary64 words, for the
 /// operations the host has: a witness that shares nothing with MPFR.
 std::string against_host(const Row& r, const Setting& s, const Operands& in) {
     if (!s.word() || !s.valid_mode() || (r.input != Input::Pair && r.input != Input::Root))
         return "";
-    std::uint64_t host;
-    {
+    const auto host = [&] {
         // The soft-float component numbers the directions nearest, down, up, toward zero.
-        swflt_oracle::HostRounding rounding(std::array{0, 3, 2, 1}[s.mode]);
-        host = swflt_oracle::host(static_cast<swflt_oracle::Op>(r.op), int(s.ofmt().width()),
+        const swflt_oracle::HostRounding rounding(std::array{0, 3, 2, 1}[s.mode]);
+        return swflt_oracle::host(static_cast<swflt_oracle::Op>(r.op), int(s.ofmt().width()),
                                   oracle::to_word(in.a), oracle::to_word(in.b))
-                   .bits;
-    }
-    const std::string wrong = rows::mismatch(
-        s.ofmt(), oracle::apply(s.ofmt(), r.op, in.a, in.b, s.mode), oracle::to_mpz(host));
+            .bits;
+    };
+    const std::string wrong =
+        rows::mismatch(s.ofmt(), oracle::apply(s.ofmt(), r.op, in.a, in.b, s.mode),
+                       mpz_class(static_cast<unsigned long>(host())));
     return wrong.empty() ? "" : "host FPU against the reference" + wrong;
 }
 
-std::vector<std::pair<const Row*, Target>> random_cases() {
-    constexpr auto generic = IEEEFloat::REPR_GENERIC;
+std::vector<Case> random_cases() {
     // Formats of up to 63 bits take the one-word path, those of up to 128 bits
     // (binary64 held generically among them) the two-word path, wider ones the
     // exact path.
-    const Target targets[] = {
-        {{3, 0}, generic, 300},
-        {{4, 1}, generic, 600},
-        {{3, 2}, generic, 1500},
-        {{4, 3}, generic, 1500},
-        {{5, 2}, generic, 1500},
-        {{5, 10}, generic, 1500},
-        {{8, 7}, generic, 1500},
-        {{6, 9}, generic, 1500},
-        {{8, 23}, IEEEFloat::REPR_FLOAT32, 1500},
-        {{8, 23}, generic, 1000},
-        {{11, 52}, IEEEFloat::REPR_FLOAT64, 1500},
-        {{11, 52}, generic, 800},
-        {{11, 60}, generic, 600},
-        {{15, 64}, generic, 600},
-        {{15, 112}, generic, 600},
-        {{15, 140}, generic, 300},
-        {{19, 200}, generic, 200},
-    };
-    std::vector<std::pair<const Row*, Target>> cases;
+    constexpr auto word32 = IEEEFloat::REPR_FLOAT32, word64 = IEEEFloat::REPR_FLOAT64;
+    const Case targets[] = {{Format(3, 0), generic, 300},    {Format(4, 1), generic, 600},
+                            {Format(3, 2), generic, 1500},   {Format(4, 3), generic, 1500},
+                            {Format(5, 2), generic, 1500},   {Format(5, 10), generic, 1500},
+                            {Format(8, 7), generic, 1500},   {Format(6, 9), generic, 1500},
+                            {Format(8, 23), word32, 1500},   {Format(8, 23), generic, 1000},
+                            {Format(11, 52), word64, 1500},  {Format(11, 52), generic, 800},
+                            {Format(11, 60), generic, 600},  {Format(15, 64), generic, 600},
+                            {Format(15, 112), generic, 600}, {Format(15, 140), generic, 300},
+                            {Format(19, 200), generic, 200}};
+    std::vector<Case> cases;
     for (const Row& r : rows::table)
-        for (const Target& t : targets)
-            cases.push_back({&r, t});
+        for (Case t : targets) {
+            t.row = &r;
+            cases.push_back(t);
+        }
     return cases;
 }
 
-void PrintTo(const std::pair<const Row*, Target>& c, std::ostream* out) {
-    *out << row_name(*c.first, c.second.f) << " repr " << c.second.repr << " x" << c.second.cases;
-}
-
-class Random : public testing::TestWithParam<std::pair<const Row*, Target>> {};
+class Random : public testing::TestWithParam<Case> {};
 
 TEST_P(Random, Rows) {
-    const Row& r = *GetParam().first;
-    const Target& t = GetParam().second;
+    const Case& c = GetParam();
     const std::uint64_t seed =
-        0x9e3779b97f4a7c15ULL * (t.f.exponent_width * 1000 + t.f.mantissa_width + 1) +
-        static_cast<std::uint64_t>(&r - rows::table) * 31 + t.repr;
-    oracle::OperandGenerator gen(to_oracle(t.f), seed);
-    Report report(row_name(r, t.f) + " seed " + std::to_string(seed));
-    const int count = sampled(4 * t.cases);
-    for (int i = 0; i < count; ++i) {
-        const Operands in = draw(r, gen);
+        0x9e3779b97f4a7c15ULL * (c.f.exponent_width * 1000 + c.f.mantissa_width + 1) +
+        static_cast<std::uint64_t>(c.row - rows::table) * 31 + c.repr;
+    oracle::OperandGenerator gen(to_oracle(c.f), seed);
+    Report report{case_name(c) + " seed " + std::to_string(seed)};
+    for (int i = 0; i < sampled(4 * c.cases); ++i) {
+        const Operands in = draw(*c.row, gen);
         // A bad mode in about one case in eight.
         const int mode = static_cast<int>(gen.uniform(0, 7) == 0 ? bad_mode + gen.uniform(0, 60)
                                                                  : gen.uniform(0, 3));
-        const Setting s{t.f, t.repr, mode};
-        report(rows::run(r, s, in), i);
-        report(against_host(r, s, in), i);
+        const Setting s{c.f, c.repr, mode};
+        report(rows::run(*c.row, s, in), i);
+        report(against_host(*c.row, s, in), i);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, Random, testing::ValuesIn(random_cases()),
-                         [](const testing::TestParamInfo<std::pair<const Row*, Target>>& info) {
-                             const Target& t = info.param.second;
-                             const bool word = t.repr != IEEEFloat::REPR_GENERIC;
-                             const bool also_word =
-                                 IEEEFloat::get_best_repr(t.f) != IEEEFloat::REPR_GENERIC;
-                             return row_name(*info.param.first, t.f) + (word        ? "_word"
-                                                                        : also_word ? "_generic"
-                                                                                    : "");
-                         });
+INSTANTIATE_TEST_SUITE_P(, Random, testing::ValuesIn(random_cases()), name_of);
 
 // ---- What from_bits cannot build ------------------------------------------------
 

@@ -22,13 +22,10 @@ namespace oracle {
 /// Generates patterns of one format. Not thread-safe.
 class OperandGenerator {
 public:
-    /// Throws std::invalid_argument for formats the oracle does not support.
+    /// `fmt` must be a format the reference supports (oracle.h).
     OperandGenerator(Format fmt, std::uint64_t seed);
     OperandGenerator(const OperandGenerator&) = delete;
     OperandGenerator& operator=(const OperandGenerator&) = delete;
-
-    Format format() const { return fmt_; }
-    std::uint64_t seed() const { return seed_; }
 
     /// An edge-biased single operand: about one in three is a special or boundary
     /// value (±0, smallest and largest subnormal, smallest normal, largest finite,
@@ -86,9 +83,8 @@ private:
     mpz_class value(bool negative, const mpz_class& sig, long exp2);
     mpz_class scaled(bool negative, const mpz_class& sig, long leading_exponent);
     mpz_class random_value(bool negative, long leading_exponent);
-    mpz_class step(const mpz_class& bits, long ulps);
-    mpz_class negate(const mpz_class& bits);
     mpz_class special();
+    mpq_class random_sign(mpq_class q);
 
     std::pair<mpz_class, mpz_class> add_pair();
     std::pair<mpz_class, mpz_class> mul_pair();
@@ -105,11 +101,9 @@ private:
     mpq_class word_width_rational();
 
     Format fmt_;
-    std::uint64_t seed_;
     std::mt19937_64 rng_;
     long bias_;
     long min_exponent_; // leading-bit exponent of the smallest subnormal
-    Emulator emulator_;
 };
 
 } // namespace oracle

@@ -12,18 +12,10 @@ namespace oracle {
 namespace {
 
 mpfr_rnd_t to_mpfr_rounding(int mode) {
-    switch (mode) {
-    case NEAREST_EVEN:
-        return MPFR_RNDN;
-    case TOWARD_ZERO:
-        return MPFR_RNDZ;
-    case TOWARD_POSITIVE:
-        return MPFR_RNDU;
-    case TOWARD_NEGATIVE:
-        return MPFR_RNDD;
-    default:
+    if (mode < NEAREST_EVEN || mode > TOWARD_NEGATIVE)
         throw std::invalid_argument("oracle: rounding mode " + std::to_string(mode));
-    }
+    const mpfr_rnd_t rounding[] = {MPFR_RNDN, MPFR_RNDZ, MPFR_RNDU, MPFR_RNDD};
+    return rounding[mode];
 }
 
 // Intermediate results (a decoded operand of another format, a rational) are rounded
@@ -37,28 +29,26 @@ void enter_full_range() {
 // The three fields of a pattern, as integers.
 struct Fields {
     bool negative;
-    mpz_class exponent;
-    mpz_class mantissa;
+    mpz_class exponent, mantissa;
 };
 
 Fields split(Format fmt, const mpz_class& bits) {
     Fields f;
-    f.negative = mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;
+    f.negative = sign_of(fmt, bits);
     mpz_fdiv_q_2exp(f.exponent.get_mpz_t(), bits.get_mpz_t(), fmt.m);
     mpz_fdiv_r_2exp(f.exponent.get_mpz_t(), f.exponent.get_mpz_t(), fmt.e);
     mpz_fdiv_r_2exp(f.mantissa.get_mpz_t(), bits.get_mpz_t(), fmt.m);
     return f;
 }
 
-bool all_ones(const mpz_class& field, unsigned width) {
-    return mpz_scan0(field.get_mpz_t(), 0) >= width;
-}
-
-void set_sign_bit(Format fmt, mpz_class& bits, bool negative) {
-    if (negative)
-        mpz_setbit(bits.get_mpz_t(), fmt.e + fmt.m);
-    else
-        mpz_clrbit(bits.get_mpz_t(), fmt.e + fmt.m);
+// The magnitude of a finite pattern as sig × 2^(returned exponent): the hidden bit
+// joins a normal mantissa, and subnormals share the scale of the smallest normals.
+long significand(Format fmt, const Fields& f, mpz_class& sig) {
+    sig = f.mantissa;
+    const bool normal = f.exponent != 0;
+    if (normal) mpz_setbit(sig.get_mpz_t(), fmt.m);
+    return (normal ? mpz_get_si(f.exponent.get_mpz_t()) : 1) - fmt.bias() -
+           static_cast<long>(fmt.m);
 }
 
 } // namespace
@@ -67,11 +57,12 @@ void set_sign_bit(Format fmt, mpz_class& bits, bool negative) {
 // Formats and patterns
 // ---------------------------------------------------------------------------
 
-void check_format(Format fmt) {
-    // One exponent bit needs a mantissa bit: with none, the only finite values would be
-    // zeros and the subnormal range would start above the normal one.
-    if (fmt.e < 1 || fmt.e > 62 || (fmt.e == 1 && fmt.m == 0))
-        throw std::invalid_argument("oracle: unsupported format " + to_string(fmt));
+mpq_class times_pow2(mpq_class q, long n) {
+    if (n >= 0)
+        mpq_mul_2exp(q.get_mpq_t(), q.get_mpq_t(), static_cast<unsigned long>(n));
+    else
+        mpq_div_2exp(q.get_mpq_t(), q.get_mpq_t(), static_cast<unsigned long>(-n));
+    return q;
 }
 
 std::string to_string(Format fmt) {
@@ -90,7 +81,8 @@ const char* to_string(Operation op) {
 Kind classify(Format fmt, const mpz_class& bits) {
     Fields f = split(fmt, bits);
     bool mantissa_zero = mpz_sgn(f.mantissa.get_mpz_t()) == 0;
-    if (all_ones(f.exponent, fmt.e)) return mantissa_zero ? Kind::Infinite : Kind::NaN;
+    if (mpz_scan0(f.exponent.get_mpz_t(), 0) >= fmt.e)
+        return mantissa_zero ? Kind::Infinite : Kind::NaN;
     if (mpz_sgn(f.exponent.get_mpz_t()) == 0) return mantissa_zero ? Kind::Zero : Kind::Subnormal;
     return Kind::Normal;
 }
@@ -102,14 +94,12 @@ mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_expone
     mpz_mul_2exp(field.get_mpz_t(), field.get_mpz_t(), fmt.m);
     mpz_fdiv_r_2exp(bits.get_mpz_t(), mantissa.get_mpz_t(), fmt.m);
     bits += field;
-    set_sign_bit(fmt, bits, negative);
+    if (negative) mpz_setbit(bits.get_mpz_t(), fmt.e + fmt.m);
     return bits;
 }
 
 mpz_class nan_pattern(Format fmt) {
-    mpz_class bits = make_pattern(fmt, true, pow2(fmt.e) - 1, 0);
-    mpz_setbit(bits.get_mpz_t(), 0);
-    return bits;
+    return make_pattern(fmt, true, pow2(fmt.e) - 1, 1);
 }
 
 mpz_class inf_pattern(Format fmt, bool negative) {
@@ -121,9 +111,7 @@ mpz_class max_pattern(Format fmt, bool negative) {
 }
 
 mpz_class min_pattern(Format fmt, bool negative) {
-    mpz_class bits = fmt.m == 0 ? make_pattern(fmt, false, 1, 0) : mpz_class(1);
-    set_sign_bit(fmt, bits, negative);
-    return bits;
+    return fmt.m == 0 ? make_pattern(fmt, negative, 1, 0) : make_pattern(fmt, negative, 0, 1);
 }
 
 // ---------------------------------------------------------------------------
@@ -131,17 +119,16 @@ mpz_class min_pattern(Format fmt, bool negative) {
 // ---------------------------------------------------------------------------
 
 Emulator::Emulator(Format fmt) : fmt_(fmt) {
-    check_format(fmt);
+    // One exponent bit needs a mantissa bit: with none, the only finite values would be
+    // zeros and the subnormal range would start above the normal one.
+    if (fmt.e < 1 || fmt.e > 62 || (fmt.e == 1 && fmt.m == 0))
+        throw std::invalid_argument("oracle: unsupported format " + to_string(fmt));
     bias_ = fmt.bias();
     // MPFR writes a value as 0.1xxx × 2^E: the largest finite value of the format is
     // 0.11..1 × 2^(bias+1) and its smallest subnormal 0.1 × 2^(2-bias-m).
     emax_ = bias_ + 1;
     emin_ = 2 - bias_ - static_cast<long>(fmt.m);
-    mpfr_prec_t precision = static_cast<mpfr_prec_t>(fmt.m) + 1;
-    mpfr_inits2(precision, x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
-    nan_ = nan_pattern(fmt);
-    inf_ = inf_pattern(fmt, false);
-    minus_inf_ = inf_pattern(fmt, true);
+    mpfr_inits2(static_cast<mpfr_prec_t>(fmt.m) + 1, x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
 }
 
 Emulator::~Emulator() {
@@ -162,38 +149,31 @@ void Emulator::fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const {
 void Emulator::decode(mpfr_ptr dst, const mpz_class& bits) {
     mpz_srcptr p = bits.get_mpz_t();
     mpz_ptr sig = sig_.get_mpz_t();
-    bool negative = mpz_tstbit(p, fmt_.e + fmt_.m) != 0;
+    bool negative = sign_of(fmt_, bits);
     mpz_fdiv_q_2exp(sig, p, fmt_.m);
     unsigned long field = mpz_fdiv_ui(sig, 1UL << fmt_.e); // e <= 62
     mpz_fdiv_r_2exp(sig, p, fmt_.m);
     bool mantissa_zero = mpz_sgn(sig) == 0;
-    if (field == (1UL << fmt_.e) - 1) {
-        if (!mantissa_zero)
-            mpfr_set_nan(dst);
-        else
-            mpfr_set_inf(dst, negative ? -1 : 1);
-        return;
-    }
-    if (field == 0 && mantissa_zero) {
+    if (field == (1UL << fmt_.e) - 1 && !mantissa_zero) {
+        mpfr_set_nan(dst);
+    } else if (field == (1UL << fmt_.e) - 1) {
+        mpfr_set_inf(dst, negative ? -1 : 1);
+    } else if (field == 0 && mantissa_zero) {
         mpfr_set_zero(dst, negative ? -1 : 1);
-        return;
+    } else {
+        if (field != 0) mpz_setbit(sig, fmt_.m);
+        if (negative) mpz_neg(sig, sig);
+        long exponent = static_cast<long>(std::max(field, 1UL)) - bias_ - static_cast<long>(fmt_.m);
+        mpfr_set_z_2exp(dst, sig, exponent, MPFR_RNDN);
     }
-    if (field != 0) mpz_setbit(sig, fmt_.m);
-    if (negative) mpz_neg(sig, sig);
-    long exponent = static_cast<long>(field != 0 ? field : 1) - bias_ - static_cast<long>(fmt_.m);
-    mpfr_set_z_2exp(dst, sig, exponent, MPFR_RNDN);
 }
 
 void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
     mpz_ptr o = out.get_mpz_t();
     mpz_ptr sig = sig_.get_mpz_t();
-    if (mpfr_nan_p(src)) {
-        out = nan_;
-        return;
-    }
     bool negative = mpfr_signbit(src) != 0;
-    if (mpfr_inf_p(src)) {
-        out = negative ? minus_inf_ : inf_;
+    if (mpfr_nan_p(src) || mpfr_inf_p(src)) {
+        out = mpfr_nan_p(src) ? nan_pattern(fmt_) : inf_pattern(fmt_, negative);
         return;
     }
     if (mpfr_zero_p(src)) {
@@ -219,25 +199,7 @@ void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
 void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode) {
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     enter_full_range();
-    int t = mpfr_set_q(r_, q.get_mpq_t(), rnd);
-    fit_to_format(r_, t, rnd);
-    encode(out, r_);
-}
-
-void Emulator::from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2,
-                           int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    if (mpz_sgn(sig.get_mpz_t()) == 0) {
-        out = 0;
-        if (negative) mpz_setbit(out.get_mpz_t(), fmt_.e + fmt_.m);
-        return;
-    }
-    mpz_ptr signed_sig = sig_.get_mpz_t();
-    mpz_set(signed_sig, sig.get_mpz_t());
-    if (negative) mpz_neg(signed_sig, signed_sig);
-    enter_full_range();
-    int t = mpfr_set_z_2exp(r_, signed_sig, exp2, rnd);
-    fit_to_format(r_, t, rnd);
+    fit_to_format(r_, mpfr_set_q(r_, q.get_mpq_t(), rnd), rnd);
     encode(out, r_);
 }
 
@@ -252,29 +214,24 @@ bool Emulator::read(mpz_class& out, const std::string& text, int mode) {
     return true;
 }
 
-void Emulator::operate(Operation op, int mode) {
+void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b,
+                     int mode) {
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_range();
+    decode(x_, a);
+    if (op != Operation::Sqrt) decode(y_, b);
     int t = op == Operation::Add   ? mpfr_add(r_, x_, y_, rnd)
             : op == Operation::Sub ? mpfr_sub(r_, x_, y_, rnd)
             : op == Operation::Mul ? mpfr_mul(r_, x_, y_, rnd)
             : op == Operation::Div ? mpfr_div(r_, x_, y_, rnd)
                                    : mpfr_sqrt(r_, x_, rnd);
     mpfr_subnormalize(r_, t, rnd);
-}
-
-void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b,
-                     int mode) {
-    enter_range();
-    decode(x_, a);
-    if (op != Operation::Sqrt) decode(y_, b);
-    operate(op, mode);
     encode(out, r_);
 }
 
 void Emulator::round_to_format(mpz_class& out, mpfr_srcptr x, int mode) {
     mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    int t = mpfr_set(r_, x, rnd);
-    fit_to_format(r_, t, rnd);
+    fit_to_format(r_, mpfr_set(r_, x, rnd), rnd);
     encode(out, r_);
 }
 
@@ -294,6 +251,18 @@ Emulator& emulator_for(Format fmt) {
     return *e;
 }
 
+// A pattern decoded exactly, at `extra` bits beyond its format's precision, with
+// MPFR's range left at its widest.
+struct Decoded {
+    Decoded(Format fmt, const mpz_class& bits, mpfr_prec_t extra = 0) {
+        mpfr_init2(v, static_cast<mpfr_prec_t>(fmt.m) + 1 + extra);
+        enter_full_range();
+        emulator_for(fmt).decode(v, bits);
+    }
+    ~Decoded() { mpfr_clear(v); }
+    mpfr_t v;
+};
+
 } // namespace
 
 mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode) {
@@ -304,14 +273,9 @@ mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b
 
 mpz_class convert(Format from, const mpz_class& bits, Format to, int mode) {
     if (from == to) return bits;
-    Emulator& source = emulator_for(from);
-    mpfr_t value;
-    mpfr_init2(value, static_cast<mpfr_prec_t>(from.m) + 1);
-    enter_full_range();
-    source.decode(value, bits);
+    const Decoded value(from, bits);
     mpz_class r;
-    emulator_for(to).round_to_format(r, value, mode);
-    mpfr_clear(value);
+    emulator_for(to).round_to_format(r, value.v, mode);
     return r;
 }
 
@@ -330,85 +294,48 @@ mpz_class read_numeral(Format fmt, const std::string& text, int mode) {
 
 mpz_class from_number_model(const mpq_class& q, Format fmt, int mode) {
     if (q.get_den() == 1) return from_rational(q, fmt, mode);
-    mpz_class numerator = abs(q.get_num());
     unsigned long wide_m = std::max(
-        {bit_length(numerator), bit_length(q.get_den()), static_cast<unsigned long>(fmt.m)});
+        {bit_length(q.get_num()), bit_length(q.get_den()), static_cast<unsigned long>(fmt.m)});
     unsigned long wide_e = std::max(bit_length(wide_m), static_cast<unsigned long>(fmt.e)) + 1;
     Format common{static_cast<unsigned>(wide_e), static_cast<unsigned>(wide_m)};
-
-    Emulator& wide = emulator_for(common);
-    Emulator& target = emulator_for(fmt);
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    mpfr_t first;
-    mpfr_init2(first, static_cast<mpfr_prec_t>(wide_m) + 1);
-    enter_full_range();
-    int t = mpfr_set_q(first, q.get_mpq_t(), rnd);
-    wide.fit_to_format(first, t, rnd);
-    enter_full_range();
-    mpz_class r;
-    target.round_to_format(r, first, mode);
-    mpfr_clear(first);
-    return r;
+    return convert(common, from_rational(q, common, mode), fmt, mode);
 }
 
 mpq_class to_rational(Format fmt, const mpz_class& bits) {
-    Kind kind = classify(fmt, bits);
-    if (kind == Kind::NaN || kind == Kind::Infinite)
+    if (!is_finite(fmt, bits))
         throw std::domain_error("oracle: no rational value for " + describe(fmt, bits));
-    if (kind == Kind::Zero) return 0;
-    Fields f = split(fmt, bits);
-    mpz_class significand = f.mantissa;
-    long field = mpz_get_si(f.exponent.get_mpz_t());
-    if (kind == Kind::Normal) mpz_setbit(significand.get_mpz_t(), fmt.m);
-    long exponent = (kind == Kind::Normal ? field : 1) - fmt.bias() - static_cast<long>(fmt.m);
-    mpq_class value(significand);
-    if (exponent >= 0)
-        mpq_mul_2exp(value.get_mpq_t(), value.get_mpq_t(), static_cast<unsigned long>(exponent));
-    else
-        mpq_div_2exp(value.get_mpq_t(), value.get_mpq_t(), static_cast<unsigned long>(-exponent));
+    const Fields f = split(fmt, bits);
+    mpz_class sig;
+    const long exponent = significand(fmt, f, sig);
+    const mpq_class value = times_pow2(mpq_class(sig), exponent);
     return f.negative ? mpq_class(-value) : value;
 }
 
 mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long width) {
-    Kind kind = classify(fmt, bits);
-    if (kind == Kind::NaN || kind == Kind::Infinite || kind == Kind::Zero) return 0;
-    bool valid_mode = mode >= NEAREST_EVEN && mode <= TOWARD_NEGATIVE;
-    mpfr_rnd_t rnd = to_mpfr_rounding(valid_mode ? mode : TOWARD_ZERO);
-    Emulator& source = emulator_for(fmt);
-    mpfr_t value, integral;
-    mpfr_init2(value, static_cast<mpfr_prec_t>(fmt.m) + 1);
-    enter_full_range();
-    source.decode(value, bits);
+    if (!is_finite(fmt, bits) || classify(fmt, bits) == Kind::Zero) return 0;
+    const Decoded value(fmt, bits);
     // An integer below 2^E needs E bits; one more holds a round-up to 2^E.
-    mpfr_exp_t exponent = mpfr_get_exp(value);
-    mpfr_init2(integral, static_cast<mpfr_prec_t>(std::max<mpfr_exp_t>(exponent, 1) + 1));
-    mpfr_rint(integral, value, rnd);
+    mpfr_t integral;
+    mpfr_init2(integral, std::max<mpfr_exp_t>(mpfr_get_exp(value.v), 1) + 1);
+    mpfr_rint(integral, value.v, to_mpfr_rounding(mode >= 0 && mode <= 3 ? mode : TOWARD_ZERO));
     mpz_class n;
     mpfr_get_z(n.get_mpz_t(), integral, MPFR_RNDN);
-    mpfr_clears(value, integral, static_cast<mpfr_ptr>(nullptr));
+    mpfr_clear(integral);
     if (width > 0) mpz_tdiv_r_2exp(n.get_mpz_t(), n.get_mpz_t(), width);
     return n;
 }
 
 mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode) {
-    Kind kind = classify(fmt, bits);
-    if (kind == Kind::NaN || kind == Kind::Infinite || kind == Kind::Zero) return bits;
+    if (!is_finite(fmt, bits) || classify(fmt, bits) == Kind::Zero) return bits;
     mpz_class r = from_rational(mpq_class(to_integer(fmt, bits, mode, 0)), fmt, mode);
-    if (classify(fmt, r) == Kind::Zero)
-        set_sign_bit(fmt, r, mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0);
+    if (classify(fmt, r) == Kind::Zero) r = make_pattern(fmt, sign_of(fmt, bits), 0, 0);
     return r;
 }
 
 int compare(Format fmt, const mpz_class& a, const mpz_class& b) {
-    Emulator& source = emulator_for(fmt);
-    mpfr_t x, y;
-    mpfr_inits2(static_cast<mpfr_prec_t>(fmt.m) + 1, x, y, static_cast<mpfr_ptr>(nullptr));
-    enter_full_range();
-    source.decode(x, a);
-    source.decode(y, b);
-    int order = mpfr_unordered_p(x, y) ? -2 : mpfr_cmp(x, y);
-    mpfr_clears(x, y, static_cast<mpfr_ptr>(nullptr));
-    return order < -1 ? -2 : order < 0 ? -1 : order > 0 ? 1 : 0;
+    const Decoded x(fmt, a), y(fmt, b);
+    if (mpfr_unordered_p(x.v, y.v)) return -2;
+    return (mpfr_cmp(x.v, y.v) > 0) - (mpfr_cmp(x.v, y.v) < 0);
 }
 
 mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {
@@ -417,18 +344,13 @@ mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {
     // its neighbour in the format (subnormal spacing is coarser still, and MPFR's
     // infinities step to its own largest finite numbers), so rounding that point
     // outward gives the neighbour, with IEEE-754's signs for zeros.
-    Emulator& target = emulator_for(fmt);
-    mpfr_t point;
-    mpfr_init2(point, static_cast<mpfr_prec_t>(fmt.m) + 2);
-    enter_full_range();
-    target.decode(point, bits);
+    Decoded point(fmt, bits, 1);
     if (up)
-        mpfr_nextabove(point);
+        mpfr_nextabove(point.v);
     else
-        mpfr_nextbelow(point);
+        mpfr_nextbelow(point.v);
     mpz_class r;
-    target.round_to_format(r, point, up ? TOWARD_POSITIVE : TOWARD_NEGATIVE);
-    mpfr_clear(point);
+    emulator_for(fmt).round_to_format(r, point.v, up ? TOWARD_POSITIVE : TOWARD_NEGATIVE);
     return r;
 }
 
@@ -436,7 +358,7 @@ mpz_class packed_next(Format fmt, const mpz_class& bits, bool up) {
     // Rank the patterns 0 .. 2^(e+m+1)-1 along the order: negative patterns in
     // decreasing magnitude below 2^(e+m), positive ones in increasing magnitude above.
     mpz_class half = pow2(fmt.e + fmt.m), magnitude = bits;
-    bool negative = mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;
+    bool negative = sign_of(fmt, bits);
     mpz_clrbit(magnitude.get_mpz_t(), fmt.e + fmt.m);
     mpz_class rank = negative ? mpz_class(half - 1 - magnitude) : mpz_class(half + magnitude);
     rank += up ? 1 : -1;
@@ -461,71 +383,50 @@ mpz_class floor_of(const mpq_class& q) {
     return r;
 }
 
-// True when some multiple of `grid` lies strictly between low and high.
-bool grid_point_inside(const mpq_class& low, const mpq_class& high, const mpq_class& grid) {
-    mpq_class first = mpq_class(floor_of(low / grid) + 1) * grid;
-    return first < high;
-}
-
 } // namespace
 
 std::string shortest_decimal(Format fmt, const mpz_class& bits) {
-    Kind kind = classify(fmt, bits);
-    if (kind == Kind::NaN || kind == Kind::Infinite)
+    if (!is_finite(fmt, bits))
         throw std::domain_error("oracle: no decimal for " + describe(fmt, bits));
-    bool negative = mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;
-    if (kind == Kind::Zero) return negative ? "-0" : "0";
+    const Fields f = split(fmt, bits);
+    if (classify(fmt, bits) == Kind::Zero) return f.negative ? "-0" : "0";
 
-    // The rounding interval (low, high) of the magnitude x.
-    mpz_class magnitude = bits;
-    mpz_clrbit(magnitude.get_mpz_t(), fmt.e + fmt.m);
-    mpq_class x = to_rational(fmt, magnitude);
-    Fields f = split(fmt, magnitude);
-    long field = mpz_get_si(f.exponent.get_mpz_t());
-    long ulp_exponent = (field == 0 ? 1 : field) - fmt.bias() - static_cast<long>(fmt.m);
-    mpq_class ulp(1);
-    if (ulp_exponent >= 0)
-        mpq_mul_2exp(ulp.get_mpq_t(), ulp.get_mpq_t(), static_cast<unsigned long>(ulp_exponent));
-    else
-        mpq_div_2exp(ulp.get_mpq_t(), ulp.get_mpq_t(), static_cast<unsigned long>(-ulp_exponent));
-    mpq_class successor = x + ulp;
-    bool finer_below = f.mantissa == 0 && field >= 2;
-    mpq_class predecessor = finer_below ? mpq_class(x - ulp / 2) : mpq_class(x - ulp);
-    mpq_class low = (predecessor + x) / 2, high = (x + successor) / 2;
+    // The rounding interval (low, high) of the magnitude x: its ends are the midpoints
+    // to the neighbours, and below a power of two the lower neighbour is the finer one.
+    mpz_class sig;
+    const long exponent = significand(fmt, f, sig);
+    const mpq_class ulp = times_pow2(1, exponent), x = sig * ulp;
+    const bool finer_below = f.mantissa == 0 && f.exponent >= 2;
+    const mpq_class low = x - (finer_below ? ulp / 4 : ulp / 2), high = x + ulp / 2;
 
     long before_point = 0;
     while (pow10(before_point) < high)
         ++before_point;
-    // The fewest digits k for which the grid 10^(n-k) has a point inside; finer grids
-    // contain coarser ones, so the property is monotone in k.
+    // The fewest digits k for which a multiple of the grid 10^(n-k) lies inside; finer
+    // grids contain coarser ones, so the property is monotone in k.
+    const auto inside = [&](long k) {
+        const mpq_class grid = pow10(before_point - k);
+        return mpq_class(floor_of(low / grid) + 1) * grid < high;
+    };
     long fewest = 1, most = 1;
-    while (!grid_point_inside(low, high, pow10(before_point - most)))
+    while (!inside(most))
         most *= 2;
     while (fewest < most) {
-        long middle = (fewest + most) / 2;
-        if (grid_point_inside(low, high, pow10(before_point - middle)))
+        const long middle = (fewest + most) / 2;
+        if (inside(middle))
             most = middle;
         else
             fewest = middle + 1;
     }
-    mpq_class grid = pow10(before_point - fewest);
-    mpq_class lower = mpq_class(floor_of(x / grid)) * grid, upper = lower + grid;
-    bool lower_inside = low < lower, upper_inside = upper < high;
-    bool take_upper = upper_inside && (!lower_inside || upper - x < x - lower);
-    mpz_class digits_value = floor_of((take_upper ? upper : lower) / grid);
-
-    std::string digits = digits_value.get_str();
-    digits.insert(0,
-                  static_cast<std::size_t>(fewest) -
-                      std::min(digits.size(), static_cast<std::size_t>(fewest)),
-                  '0');
-    std::string text = negative ? "-" : "";
-    std::size_t n = static_cast<std::size_t>(before_point);
-    if (n > 0)
-        text +=
-            digits.size() >= n ? digits.substr(0, n) : digits + std::string(n - digits.size(), '0');
-    if (digits.size() > n) text += (n == 0 ? "0." : ".") + digits.substr(n);
-    return text;
+    const mpq_class grid = pow10(before_point - fewest);
+    const mpq_class lower = mpq_class(floor_of(x / grid)) * grid, upper = lower + grid;
+    const bool take_upper = upper < high && (low >= lower || upper - x < x - lower);
+    std::string digits = floor_of((take_upper ? upper : lower) / grid).get_str();
+    const std::size_t n = static_cast<std::size_t>(before_point);
+    digits.insert(0, static_cast<std::size_t>(fewest) - digits.size(), '0');
+    if (digits.size() < n) digits.append(n - digits.size(), '0');
+    const std::string fraction = digits.size() > n ? "." + digits.substr(n) : "";
+    return (f.negative ? "-" : "") + (n == 0 ? "0" : digits.substr(0, n)) + fraction;
 }
 
 bool same_result(Format fmt, const mpz_class& got, const mpz_class& want) {
@@ -535,21 +436,18 @@ bool same_result(Format fmt, const mpz_class& got, const mpz_class& want) {
 
 std::string describe(Format fmt, const mpz_class& bits) {
     static const char* const kind_names[] = {"zero", "subnormal", "normal", "infinity", "NaN"};
-    Fields f = split(fmt, bits);
-    Kind kind = classify(fmt, bits);
+    const Fields f = split(fmt, bits);
+    const Kind kind = classify(fmt, bits);
     std::ostringstream out;
-    out << "0x" << bits.get_str(16) << " " << to_string(fmt) << " [s=" << f.negative << " e=0x"
+    out << "0x" << bits.get_str(16) << " " << fmt << " [s=" << f.negative << " e=0x"
         << f.exponent.get_str(16) << " m=0x" << f.mantissa.get_str(16) << "] "
         << kind_names[static_cast<int>(kind)];
+    if (kind == Kind::Zero) out << " = " << (f.negative ? "-0" : "+0");
     if (kind == Kind::Subnormal || kind == Kind::Normal) {
         // Written as significand × 2^exponent so that wide exponent fields stay short.
-        mpz_class significand = f.mantissa;
-        if (kind == Kind::Normal) mpz_setbit(significand.get_mpz_t(), fmt.m);
-        long field = kind == Kind::Normal ? mpz_get_si(f.exponent.get_mpz_t()) : 1;
-        out << " = " << (f.negative ? "-" : "") << significand.get_str() << "*2^"
-            << field - fmt.bias() - static_cast<long>(fmt.m);
-    } else if (kind == Kind::Zero) {
-        out << " = " << (f.negative ? "-0" : "+0");
+        mpz_class sig;
+        const long exponent = significand(fmt, f, sig);
+        out << " = " << (f.negative ? "-" : "") << sig.get_str() << "*2^" << exponent;
     }
     return out.str();
 }

@@ -41,7 +41,7 @@
 //       FAIL() << oracle::describe(f, got) << " != " << oracle::describe(f, want);
 //
 // As a benchmark baseline, keep one Emulator per format and call its out-parameter
-// methods with a reused result: they do not allocate per call.
+// methods with a reused result: a finite result allocates nothing.
 #pragma once
 
 #include <cstdint>
@@ -63,6 +63,9 @@ inline mpz_class pow2(unsigned long n) {
     mpz_setbit(r.get_mpz_t(), n);
     return r;
 }
+
+/// q × 2^n, for an exponent n of either sign.
+mpq_class times_pow2(mpq_class q, long n);
 
 /// The rounding modes, numbered as the library numbers them.
 enum Mode : int {
@@ -92,11 +95,7 @@ struct Format {
     long bias() const { return (1L << (e - 1)) - 1; }
 
     friend bool operator==(Format a, Format b) { return a.e == b.e && a.m == b.m; }
-    friend bool operator!=(Format a, Format b) { return !(a == b); }
 };
-
-/// Throws std::invalid_argument unless the oracle supports `fmt`.
-void check_format(Format fmt);
 
 /// Human-readable "(e,m)".
 std::string to_string(Format fmt);
@@ -114,12 +113,20 @@ enum class Kind { Zero, Subnormal, Normal, Infinite, NaN };
 /// Class of `bits` in `fmt` (any bits above the sign are ignored).
 Kind classify(Format fmt, const mpz_class& bits);
 
-/// A pattern of at most 64 bits as a word (the low 64 bits of `bits`), and back.
+/// Neither an infinity nor a NaN.
+inline bool is_finite(Format fmt, const mpz_class& bits) {
+    const Kind k = classify(fmt, bits);
+    return k != Kind::Infinite && k != Kind::NaN;
+}
+
+/// The sign bit of `bits`.
+inline bool sign_of(Format fmt, const mpz_class& bits) {
+    return mpz_tstbit(bits.get_mpz_t(), fmt.e + fmt.m) != 0;
+}
+
+/// A pattern of at most 64 bits as a word (the low 64 bits of `bits`).
 inline std::uint64_t to_word(const mpz_class& bits) {
     return mpz_getlimbn(bits.get_mpz_t(), 0);
-}
-inline mpz_class to_mpz(std::uint64_t bits) {
-    return mpz_class(std::to_string(bits));
 }
 
 /// The canonical NaN: sign 1, exponent field all ones, mantissa 1.
@@ -143,8 +150,8 @@ mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_expone
 /// mpfr_subnormalize, so overflow, underflow and subnormal results are those of
 /// IEEE-754 (overflow gives infinity or the largest finite value as the mode says).
 /// Each operation decodes the operand patterns into preallocated registers,
-/// operates, and encodes the result back to a pattern, touching no heap once `out`
-/// has grown to the format's width. Not thread-safe; use one per thread.
+/// operates, and encodes the result back to a pattern; a finite result touches no
+/// heap once `out` has grown to the format's width. Not thread-safe; use one per thread.
 class Emulator {
 public:
     /// Prepares registers for `fmt`; throws std::invalid_argument for unsupported formats.
@@ -153,18 +160,12 @@ public:
     Emulator(const Emulator&) = delete;
     Emulator& operator=(const Emulator&) = delete;
 
-    /// The emulated format.
-    Format format() const { return fmt_; }
-
     /// Correctly rounded a+b, a-b, a*b, a/b or sqrt(a) (b is ignored) under `mode`,
     /// IEEE-754 special cases included (x - x is +0, or -0 toward -infinity; sqrt(-0)
     /// is -0; NaN results are `nan_pattern`). `out` may be the same object as an operand.
     void apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
     /// The exact rational q rounded once to the format.
     void from_rational(mpz_class& out, const mpq_class& q, int mode);
-    /// ±sig × 2^exp2 (sig >= 0, any size) rounded once to the format; a zero sig gives
-    /// the zero of the requested sign.
-    void from_scaled(mpz_class& out, bool negative, const mpz_class& sig, long exp2, int mode);
     /// The numeral `text` as MPFR reads it in base 0 (decimal, "0x" hexadecimal with
     /// an optional "p" exponent, "inf", "infinity", "nan") rounded once to the format.
     /// Returns false, leaving `out` alone, when MPFR does not read the whole text.
@@ -189,14 +190,12 @@ public:
 
 private:
     void enter_range() const;
-    void operate(Operation op, int mode);
 
     Format fmt_;
     long bias_;
     mpfr_exp_t emin_, emax_;
     mpfr_t x_, y_, r_;
-    mpz_class sig_;                   // scratch of the packed path, kept to avoid reallocation
-    mpz_class nan_, inf_, minus_inf_; // special results of the packed path, made once
+    mpz_class sig_; // scratch of the codec, kept so that a call allocates nothing
 };
 
 // ---------------------------------------------------------------------------
