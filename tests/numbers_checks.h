@@ -53,11 +53,6 @@ QNumber combine(int op, T&& x, const U& y) {
     return op == 2 ? std::forward<T>(x) * y : x / y;
 }
 
-inline mpq_class canonical(mpq_class q) {
-    q.canonicalize();
-    return q;
-}
-
 /// `value` in the big form whatever its size: a huge value minus itself stays
 /// big, and so does the sum.
 inline QNumber big_form_of(const mpq_class& value) {
@@ -182,9 +177,8 @@ long consume_word(Source& in) {
 /// A signed integer of up to `max_bits` bits.
 template <class Source>
 mpz_class consume_integer(Source& in, unsigned long max_bits) {
-    const bool negative = in.ConsumeBool();
-    mpz_class z = consume_bits(in, in.template ConsumeIntegralInRange<unsigned long>(0, max_bits));
-    return negative ? mpz_class(-z) : z;
+    const int sign = in.ConsumeBool() ? -1 : 1;
+    return sign * consume_bits(in, in.template ConsumeIntegralInRange<unsigned long>(0, max_bits));
 }
 
 template <class Source>
@@ -194,14 +188,13 @@ Exact consume_operand(Source& in) {
         const long n = consume_word(in);
         if (kind == 0) return {QNumber(n), mpq_class(n), n == LONG_MIN};
         const long read = consume_word(in), d = read == 0 ? 1 : read;
-        return {QNumber(n, d), canonical(mpq_class(mpz_class(n), mpz_class(d))),
-                n == LONG_MIN || d == LONG_MIN};
+        return {QNumber(n, d), mpq_class(n) / d, n == LONG_MIN || d == LONG_MIN};
     }
     const unsigned long bits = kind == 2 ? 70 : kind == 5 ? 64 : 200;
     const mpz_class n = consume_integer(in, bits), read = kind == 3 ? 0 : consume_integer(in, bits);
     if (kind == 3) return {QNumber(n), mpq_class(n), !word(n)};
     const mpz_class d = read == 0 ? mpz_class(1) : read;
-    const mpq_class raw(n, d), want = canonical(raw);
+    const mpq_class raw(n, d), want = mpq_class(n) / d;
     if (kind == 2) return {QNumber(n, d), want, !n.fits_sint_p() || !d.fits_sint_p()};
     // The constructor must bring a non-canonical rational to lowest terms itself.
     if (kind == 4) return {QNumber(raw), want, !word(n) || !word(d)};
@@ -271,8 +264,7 @@ void rational_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     move_target = std::move(moved);
     v.value(move_target, a.want, "move assignment");
     v.value(moved, a.big ? b.want : a.want, "moved-from by assignment");
-    const QNumber& same = move_target;
-    move_target = same;
+    move_target = static_cast<const QNumber&>(move_target);
     v.value(move_target, a.want, "self assignment");
 }
 
@@ -304,16 +296,13 @@ void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     QNumber out = b.q;
     if (op == 0) {
         const bool bit = in.ConsumeBool();
-        mpz_class want = x;
-        bit ? mpz_setbit(want.get_mpz_t(), i) : mpz_clrbit(want.get_mpz_t(), i);
+        const mpz_class mask = mpz_class(1) << i, want = bit ? mpz_class(x | mask) : x & ~mask;
         BVNumber::set_bit(a.q, i, bit);
         return v.value(a.q, mpq_class(want), "set_bit", a.big || (bit && i >= 63));
     }
     if (op == 4) {
-        mpz_class want;
-        mpz_fdiv_r_2exp(want.get_mpz_t(), x.get_mpz_t(), i);
         BVNumber::trim(a.q, i);
-        return v.value(a.q, mpq_class(want), "trim", a.big);
+        return v.value(a.q, mpq_class(x & ((mpz_class(1) << i) - 1)), "trim", a.big);
     }
     if (op == 5) {
         BVNumber::pow2(i, &out);
