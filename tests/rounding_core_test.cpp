@@ -15,13 +15,9 @@
 
 namespace {
 
-using tarn::IEEEFloat;
-using tarn::QNumber;
+using namespace tarn_testing; // IEEEFloat, QNumber, Mode, all_modes
 namespace detail = tarn::ieeefloat_detail;
 using Format = IEEEFloat::format;
-using Mode = IEEEFloat::rounding_mode;
-
-using tarn_testing::all_modes;
 constexpr Mode ne = IEEEFloat::ROUND_NEAREST_EVEN, tz = IEEEFloat::ROUND_TOWARD_ZERO,
                tp = IEEEFloat::ROUND_TOWARD_POSITIVE, tn = IEEEFloat::ROUND_TOWARD_NEGATIVE;
 
@@ -30,7 +26,7 @@ constexpr Mode ne = IEEEFloat::ROUND_NEAREST_EVEN, tz = IEEEFloat::ROUND_TOWARD_
 std::string core(Format f, Mode mode, bool negative, const mpz_class& s, const mpz_class& x) {
     detail::TempNumProvider tmp;
     QNumber significand(s), exponent(x), out(12345L);
-    const std::string message = tarn_testing::error_of(
+    const std::string message = error_of(
         [&] { detail::round_and_pack_float(tmp, f, mode, negative, exponent, significand, out); });
     if (message == "no error") return out.to_mpz().get_str();
     return out == QNumber(12345L) ? message : message + ", and out changed";
@@ -140,7 +136,7 @@ TEST_P(RoundingCoreAgainstReference, OnRandomExactResults) {
     gmp_randclass random_bits(gmp_randinit_default);
     random_bits.seed(seed);
     mpz_class s, x;
-    for (long k = 0; k < tarn_testing::scaled(6000, 100); ++k) {
+    for (long k = 0; k < scaled(6000, 100); ++k) {
         random_result(f, rng, random_bits, s, x);
         const bool negative = rng() % 2;
         for (Mode mode : all_modes)
@@ -156,9 +152,9 @@ const std::pair<unsigned long, unsigned long> formats[] = {
     {2, 0},  {2, 1},  {3, 2},   {4, 3},   {5, 2},    {5, 10},   {8, 7},
     {6, 9},  {8, 23}, {11, 52}, {10, 53}, {2, 61},   {1, 61},   {2, 62},
     {62, 1}, {63, 0}, {3, 70},  {15, 64}, {15, 112}, {20, 200}, {70, 5}};
-INSTANTIATE_TEST_SUITE_P(
-    Formats, RoundingCoreAgainstReference, testing::ValuesIn(formats), [](const auto& info) {
-        return tarn_testing::format_name({info.param.first, info.param.second});
-    });
+INSTANTIATE_TEST_SUITE_P(Formats, RoundingCoreAgainstReference, testing::ValuesIn(formats),
+                         [](const auto& info) {
+                             return format_name({info.param.first, info.param.second});
+                         });
 
 } // namespace
