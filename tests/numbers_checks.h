@@ -116,8 +116,7 @@ struct Verdict {
         // From a big value a part comes back small when it fits 32 bits.
         value(x.q.get_num(), mpq_class(num), "get_num", x.big && !num.fits_sint_p());
         value(x.q.get_den(), mpq_class(den), "get_den", x.big && !den.fits_sint_p());
-        mpz_class floor;
-        mpz_fdiv_q(floor.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
+        const mpz_class floor = num / den - (num % den < 0 ? 1 : 0); // den > 0
         value(x.q.floor(), mpq_class(floor), "floor", x.big);
         expect(x.q.to_mpz() == floor, "to_mpz");
         QNumber negated = x.q;

@@ -44,7 +44,7 @@ mpz_class reference(Format f, Mode mode, bool negative, mpz_class s, const mpz_c
     const mpz_class bias = (mpz_class(1) << (e - 1)) - 1;
     const mpz_class k = x - m; // value = s * 2^k
     const unsigned long length = mpz_sizeinbase(s.get_mpz_t(), 2);
-    mpz_class binade = std::max<mpz_class>(length - 1 + k, 1 - bias);
+    const mpz_class binade = std::max<mpz_class>(length - 1 + k, 1 - bias);
 
     // units = value / 2^(binade - m), split into an integer and a fraction. Far
     // below half a unit only a sticky bit counts, so a few bits past s will do.
@@ -58,10 +58,6 @@ mpz_class reference(Format f, Mode mode, bool negative, mpz_class s, const mpz_c
                           : mode == tp ? !negative
                                        : mode == tn && negative))
         units += 1;
-    if (units == mpz_class(1) << (m + 1)) {
-        units >>= 1;
-        binade += 1;
-    }
 
     // The rounded value overflows when it reaches 2^(bias + 1). (A format with
     // a one-bit exponent has only subnormals, so the binade alone does not tell.)
@@ -70,6 +66,7 @@ mpz_class reference(Format f, Mode mode, bool negative, mpz_class s, const mpz_c
         return (((mpz_class(1) << e) - 1) << m) - (saturate ? 1 : 0) + sign_bit;
     }
     if ((units >> m) == 0) return units + sign_bit; // subnormal or zero
+    // A carry to 2^(m + 1) units lands on the next binade's first pattern by itself.
     return ((binade + bias) << m) + units - (mpz_class(1) << m) + sign_bit;
 }
 
@@ -101,8 +98,7 @@ TEST(RoundingCore, ExponentsFarBelowTheSubnormalsHitThePrecisionLimit) {
 /// significands both shorter and much longer than the format keeps.
 void random_result(Format f, std::mt19937_64& rng, gmp_randclass& random_bits, mpz_class& s,
                    mpz_class& x) {
-    const unsigned long m = f.mantissa_width;
-    const unsigned long extra[] = {0, 1, 2, 3, 8, 40, 90};
+    const unsigned long m = f.mantissa_width, extra[] = {0, 1, 2, 3, 8, 40, 90};
     const unsigned long length = 1 + rng() % (m + 1 + extra[rng() % 7]);
     s = random_bits.get_z_bits(length) | (mpz_class(1) << (length - 1));
     const unsigned long dropped = length > m + 1 ? length - m - 1 : 0;
