@@ -14,8 +14,7 @@ TEST(Exception, AppendedValuesFollowTheMessage) {
     Exception original("bad rounding mode: ", false), assigned("other", false);
     Exception copy(original);
     copy << -1;
-    assigned = copy;
-    assigned << '!';
+    (assigned = copy) << '!';
     EXPECT_STREQ(original.what(), "bad rounding mode: ");
     EXPECT_STREQ(copy.what(), "bad rounding mode: -1");
     EXPECT_STREQ(assigned.what(), "bad rounding mode: -1!");

@@ -39,10 +39,7 @@ inline bool word(const mpz_class& z) {
 /// x op= y, op 0-3 being + - * /, for QNumber and GMP's rationals alike.
 template <class T, class U>
 void apply(int op, T& x, const U& y) {
-    if (op == 0) x += y;
-    if (op == 1) x -= y;
-    if (op == 2) x *= y;
-    if (op == 3) x /= y;
+    op == 0 ? x += y : op == 1 ? x -= y : op == 2 ? x *= y : x /= y;
 }
 
 /// x op y by the free operators, y a QNumber or a word.

@@ -59,11 +59,10 @@ private:
 /// `in` (a RandomSource or a FuzzedDataProvider); fewer when the input runs out.
 template <class Source>
 mpz_class consume_bits(Source& in, unsigned long bits) {
-    const std::size_t bytes = (bits + 7) / 8;
-    const std::string raw = in.ConsumeBytesAsString(bytes);
+    const std::string raw = in.ConsumeBytesAsString((bits + 7) / 8);
     mpz_class z;
-    if (!raw.empty()) mpz_import(z.get_mpz_t(), raw.size(), 1, 1, 0, 0, raw.data());
-    if (bits % 8 != 0 && raw.size() == bytes) mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), bits);
+    mpz_import(z.get_mpz_t(), raw.size(), 1, 1, 0, 0, raw.data());
+    mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), bits);
     return z;
 }
 
