@@ -78,9 +78,9 @@ long generic_codec() {
 TEST(NoAllocation, InAHundredRoundsOfEachSmallForm) {
     QNumber big;
     EXPECT_GT(tarn_testing::allocations_in([&] { BVNumber::pow2(1000, &big); }), 0);
-    for (const auto& [name, run] : {std::pair{"QNumbers", small_numbers},
-                                    {"WordFloats", word_floats},
-                                    {"GenericCodec", generic_codec}}) {
+    const std::pair<const char*, long (*)()> workloads[] = {
+        {"QNumbers", small_numbers}, {"WordFloats", word_floats}, {"GenericCodec", generic_codec}};
+    for (const auto& [name, run] : workloads) {
         long sink = run();
         EXPECT_EQ(tarn_testing::allocations_in([&, run = run] {
                       for (int i = 0; i < 100; ++i)
