@@ -39,33 +39,22 @@ inline bool word(const mpz_class& z) {
 /// x op= y, op 0-3 being + - * /, for QNumber and GMP's rationals alike.
 template <class T, class U>
 void apply(int op, T& x, const U& y) {
-    if (op == 0) x += y;
-    if (op == 1) x -= y;
-    if (op == 2) x *= y;
-    if (op == 3) x /= y;
+    op == 0 ? x += y : op == 1 ? x -= y : op == 2 ? x *= y : x /= y;
 }
 
-/// x op y by the free operators.
-template <class T>
-QNumber combine(int op, T&& x, const QNumber& y) {
+/// x op y by the free operators, y a QNumber or a word.
+template <class T, class U>
+QNumber combine(int op, T&& x, const U& y) {
     if (op == 0) return std::forward<T>(x) + y;
     if (op == 1) return std::forward<T>(x) - y;
     return op == 2 ? std::forward<T>(x) * y : x / y;
 }
 
-inline mpq_class canonical(mpq_class q) {
-    q.canonicalize();
-    return q;
-}
-
 /// `value` in the big form whatever its size: a huge value minus itself stays
 /// big, and so does the sum.
 inline QNumber big_form_of(const mpq_class& value) {
-    const mpz_class huge = mpz_class(1) << 100;
-    QNumber q(huge);
-    q -= QNumber(huge);
-    q += QNumber(value);
-    return q;
+    const QNumber huge(mpz_class(mpz_class(1) << 100));
+    return huge - huge + QNumber(value);
 }
 
 /// Keeps the first failed check.
@@ -81,9 +70,8 @@ struct Verdict {
     /// numerator is never -2^63, and the form is `big` (0 or 1) unless -1.
     void value(const QNumber& got, const mpq_class& want, const char* what, int big = -1) {
         const mpq_class held = got.to_mpq();
-        mpz_class g;
-        mpz_gcd(g.get_mpz_t(), held.get_num_mpz_t(), held.get_den_mpz_t());
-        const bool ok = held == want && sgn(held.get_den()) > 0 && g == 1 &&
+        const bool ok = held == want && sgn(held.get_den()) > 0 &&
+                        gcd(held.get_num(), held.get_den()) == 1 &&
                         (got.is_big() || held.get_num() != LONG_MIN) &&
                         got.is_zero() == (want == 0) && got.is_negative() == (want < 0) &&
                         got.sign() == sgn(want) && got.is_integer() == (want.get_den() == 1);
@@ -107,7 +95,7 @@ struct Verdict {
 
     /// op on a copy of x must throw std::domain_error and keep its value.
     template <class Op>
-    void division_by_zero(const Exact& x, Op op, const char* what) {
+    void division_by_zero(const Exact& x, const char* what, Op op) {
         QNumber q = x.q;
         try {
             op(q);
@@ -125,17 +113,15 @@ struct Verdict {
         // From a big value a part comes back small when it fits 32 bits.
         value(x.q.get_num(), mpq_class(num), "get_num", x.big && !num.fits_sint_p());
         value(x.q.get_den(), mpq_class(den), "get_den", x.big && !den.fits_sint_p());
-        mpz_class floor;
-        mpz_fdiv_q(floor.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
+        const mpz_class floor = num / den - (num % den < 0 ? 1 : 0); // den > 0
         value(x.q.floor(), mpq_class(floor), "floor", x.big);
         expect(x.q.to_mpz() == floor, "to_mpz");
         QNumber negated = x.q;
         negated.self_neg();
         value(negated, -x.want, "self_neg", x.big);
         value(-x.q, -x.want, "unary -", x.big);
-        const auto inverse = [](QNumber& q) { q = q.inv(); };
-        if (x.want == 0) division_by_zero(x, inverse, "inv 0");
         if (x.want != 0) value(x.q.inv(), 1 / x.want, "inv", x.big);
+        if (x.want == 0) division_by_zero(x, "inv 0", [](QNumber& q) { q = q.inv(); });
         std::ostringstream text;
         text << x.q;
         expect(text.str() == x.want.get_str(), "<< wrote " + text.str());
@@ -187,51 +173,28 @@ long consume_word(Source& in) {
 /// A signed integer of up to `max_bits` bits.
 template <class Source>
 mpz_class consume_integer(Source& in, unsigned long max_bits) {
-    const bool negative = in.ConsumeBool();
-    mpz_class z = consume_bits(in, in.template ConsumeIntegralInRange<unsigned long>(0, max_bits));
-    return negative ? mpz_class(-z) : z;
+    const int sign = in.ConsumeBool() ? -1 : 1;
+    return sign * consume_bits(in, in.template ConsumeIntegralInRange<unsigned long>(0, max_bits));
 }
 
 template <class Source>
 Exact consume_operand(Source& in) {
-    switch (in.ConsumeIntegralInRange(0, 5)) {
-    case 0: {
+    const int kind = in.ConsumeIntegralInRange(0, 5);
+    if (kind < 2) {
         const long n = consume_word(in);
-        return {QNumber(n), mpq_class(n), n == LONG_MIN};
+        if (kind == 0) return {QNumber(n), mpq_class(n), n == LONG_MIN};
+        const long read = consume_word(in), d = read == 0 ? 1 : read;
+        return {QNumber(n, d), mpq_class(n) / d, n == LONG_MIN || d == LONG_MIN};
     }
-    case 1: {
-        const long n = consume_word(in);
-        long d = consume_word(in);
-        if (d == 0) d = 1;
-        return {QNumber(n, d), canonical(mpq_class(mpz_class(n), mpz_class(d))),
-                n == LONG_MIN || d == LONG_MIN};
-    }
-    case 2: {
-        const mpz_class n = consume_integer(in, 70), d = consume_integer(in, 70);
-        const mpz_class den = d == 0 ? mpz_class(1) : d;
-        return {QNumber(n, den), canonical(mpq_class(n, den)),
-                !n.fits_sint_p() || !den.fits_sint_p()};
-    }
-    case 3: {
-        const mpz_class z = consume_integer(in, 200);
-        return {QNumber(z), mpq_class(z), !word(z)};
-    }
-    case 4: {
-        // The constructor must bring a non-canonical rational to lowest terms itself.
-        const mpz_class n = consume_integer(in, 200), d = consume_integer(in, 200);
-        const mpq_class raw(n, d == 0 ? mpz_class(1) : d);
-        return {QNumber(raw), canonical(raw), !word(raw.get_num()) || !word(raw.get_den())};
-    }
-    default: {
-        const mpz_class n = consume_integer(in, 64), d = consume_integer(in, 64);
-        const mpq_class want = canonical(mpq_class(n, d == 0 ? mpz_class(1) : d));
-        return {big_form_of(want), want, true};
-    }
-    }
-}
-
-inline mpz_class from_words(const std::uint64_t w[2]) {
-    return (mpz_class(w[1]) << 64) + w[0];
+    const unsigned long bits = kind == 2 ? 70 : kind == 5 ? 64 : 200;
+    const mpz_class n = consume_integer(in, bits), read = kind == 3 ? 0 : consume_integer(in, bits);
+    if (kind == 3) return {QNumber(n), mpq_class(n), !word(n)};
+    const mpz_class d = read == 0 ? mpz_class(1) : read;
+    const mpq_class raw(n, d), want = mpq_class(n) / d;
+    if (kind == 2) return {QNumber(n, d), want, !n.fits_sint_p() || !d.fits_sint_p()};
+    // The constructor must bring a non-canonical rational to lowest terms itself.
+    if (kind == 4) return {QNumber(raw), want, !word(n) || !word(d)};
+    return {big_form_of(want), want, true};
 }
 
 template <class Source>
@@ -243,10 +206,8 @@ void rational_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     v.queries(a, b, n);
     v.queries(b, a, n);
     if (b.want == 0 && (op == 3 || op == 10)) {
-        const auto divide = [&](QNumber& q) { op == 3 ? q /= b.q : q = q / b.q; };
-        const auto divide_long = [&](QNumber& q) { q = n / q; };
-        v.division_by_zero(a, divide, "/ 0");
-        return v.division_by_zero(b, divide_long, "long / 0");
+        v.division_by_zero(a, "/ 0", [&](QNumber& q) { op == 3 ? q /= b.q : q = q / b.q; });
+        return v.division_by_zero(b, "long / 0", [&](QNumber& q) { q = n / q; });
     }
     if (op <= 6) {
         QNumber r = a.q;
@@ -256,22 +217,22 @@ void rational_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     if (op <= 10) {
         v.arithmetic(combine(op - 7, a.q, b.q), op - 7, a, b, "free");
         v.arithmetic(combine(op - 7, QNumber(a.q), b.q), op - 7, a, b, "free, temporary");
-        if (op < 10) return v.arithmetic(combine(op - 7, a.q, c.q), op - 7, a, c, "free, long");
+        if (op < 10) return v.arithmetic(combine(op - 7, a.q, n), op - 7, a, c, "free, long");
         return v.arithmetic(n / b.q, 3, c, b, "long / free");
     }
     if (op == 14) {
         // divmod reads only the numerators. Two small operands give results in
         // place (a big target stays big); otherwise both become big.
-        const mpz_class x = a.want.get_num(), d = b.want.get_num();
         QNumber quotient(n), remainder;
-        const auto divide = [&](QNumber& q) { q.divmod(b.q, quotient, remainder); };
-        if (d == 0) return v.division_by_zero(a, divide, "divmod by 0");
+        if (b.want == 0)
+            return v.division_by_zero(a, "divmod by 0",
+                                      [&](QNumber& q) { q.divmod(b.q, quotient, remainder); });
         a.q.divmod(b.q, quotient, remainder);
         mpz_class want_q, want_r;
-        mpz_fdiv_qr(want_q.get_mpz_t(), want_r.get_mpz_t(), x.get_mpz_t(), d.get_mpz_t());
-        const bool words = !a.big && !b.big;
-        v.value(quotient, mpq_class(want_q), "divmod quotient", !words || c.big);
-        v.value(remainder, mpq_class(want_r), "divmod remainder", !words);
+        mpz_fdiv_qr(want_q.get_mpz_t(), want_r.get_mpz_t(), a.want.get_num_mpz_t(),
+                    b.want.get_num_mpz_t());
+        v.value(quotient, mpq_class(want_q), "divmod quotient", a.big || b.big || c.big);
+        v.value(remainder, mpq_class(want_r), "divmod remainder", a.big || b.big);
         // The quotient may be the dividend or the divisor.
         QNumber dividend = a.q, divisor = b.q;
         dividend.divmod(b.q, dividend, remainder);
@@ -299,8 +260,7 @@ void rational_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     move_target = std::move(moved);
     v.value(move_target, a.want, "move assignment");
     v.value(moved, a.big ? b.want : a.want, "moved-from by assignment");
-    const QNumber& same = move_target;
-    move_target = same;
+    move_target = static_cast<const QNumber&>(move_target);
     v.value(move_target, a.want, "self assignment");
 }
 
@@ -323,8 +283,8 @@ void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     unsigned long i = in.template ConsumeIntegralInRange<unsigned long>(0, 300);
     // Often an index next to the end of a word, or one that shifts a's top bit
     // next to it.
-    const unsigned long length = mpz_sizeinbase(x.get_mpz_t(), 2);
-    if (i > 200) i = std::max((i % 2 ? 64 : 64 - std::min(length, 64UL)) + i / 2 % 4, 2UL) - 2;
+    const unsigned long length = std::min<unsigned long>(mpz_sizeinbase(x.get_mpz_t(), 2), 64);
+    if (i > 200) i = std::max((i % 2 ? 64 : 64 - length) + i / 2 % 4, 2UL) - 2;
     const int op = in.ConsumeIntegralInRange(0, 10);
     v.detail = "operation " + std::to_string(op) + ", i = " + std::to_string(i);
     v.bit_queries(a, i);
@@ -332,16 +292,13 @@ void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     QNumber out = b.q;
     if (op == 0) {
         const bool bit = in.ConsumeBool();
-        mpz_class want = x;
-        bit ? mpz_setbit(want.get_mpz_t(), i) : mpz_clrbit(want.get_mpz_t(), i);
+        const mpz_class mask = mpz_class(1) << i, want = bit ? mpz_class(x | mask) : x & ~mask;
         BVNumber::set_bit(a.q, i, bit);
         return v.value(a.q, mpq_class(want), "set_bit", a.big || (bit && i >= 63));
     }
     if (op == 4) {
-        mpz_class want;
-        mpz_fdiv_r_2exp(want.get_mpz_t(), x.get_mpz_t(), i);
         BVNumber::trim(a.q, i);
-        return v.value(a.q, mpq_class(want), "trim", a.big);
+        return v.value(a.q, mpq_class(x & ((mpz_class(1) << i) - 1)), "trim", a.big);
     }
     if (op == 5) {
         BVNumber::pow2(i, &out);
@@ -349,17 +306,17 @@ void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
     }
     if (op == 6 || op == 7) {
         // A left shift is small whenever its result fits a word; a right
-        // shift keeps the form of its operand.
+        // shift keeps the form of its operand. The output may be the operand.
         const mpz_class want = op == 6 ? mpz_class(x << i) : mpz_class(x >> i);
         const bool big = op == 6 && i > 0 ? !word(want) : a.big;
         const auto shift = op == 6 ? BVNumber::bit_left_shift : BVNumber::bit_right_shift;
         QNumber fresh;
-        shift(a.q, i, &fresh);
-        shift(a.q, i, &out);
-        v.value(fresh, mpq_class(want), "shift", big);
-        v.value(out, mpq_class(want), "shift", b.big || big);
-        shift(a.q, i, &a.q);
-        return v.value(a.q, mpq_class(want), "shift in place", a.big || big);
+        const std::pair<QNumber*, bool> outputs[] = {{&fresh, false}, {&out, b.big}, {&a.q, a.big}};
+        for (const auto& [output, was_big] : outputs) {
+            shift(a.q, i, output);
+            v.value(*output, mpq_class(want), "shift", was_big || big);
+        }
+        return;
     }
     if (op == 9) { // the output may be an operand
         QNumber* const target = in.ConsumeBool() ? &a.q : &out;
@@ -368,13 +325,14 @@ void bit_operation(Source& in, Verdict& v, Exact a, const Exact& b) {
                        a.big || b.big);
     }
     if (op != 10) return;
-    std::uint64_t w[2] = {7, 9};
-    const bool fits = BVNumber::to_words(a.q, &w[0], &w[1]);
+    std::uint64_t low = 7, high = 9;
+    const bool fits = BVNumber::to_words(a.q, &low, &high);
+    const mpz_class words = (mpz_class(high) << 64) + low;
     v.expect(fits == (mpz_sizeinbase(x.get_mpz_t(), 2) <= 128) &&
-                 (fits ? from_words(w) == x : w[0] == 7 && w[1] == 9),
+                 (fits ? words == x : words == 7 + (mpz_class(9) << 64)),
              "to_words");
-    BVNumber::assign_words(w[0], w[1], &out);
-    v.value(out, mpq_class(from_words(w)), "assign_words", b.big || !word(from_words(w)));
+    BVNumber::assign_words(low, high, &out);
+    v.value(out, mpq_class(words), "assign_words", b.big || !word(words));
 }
 
 /// One case read from `in`: two operands, then one rational or bit-vector

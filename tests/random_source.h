@@ -20,22 +20,16 @@ class RandomSource {
 public:
     RandomSource(std::uint64_t seed, std::size_t budget) : rng_(seed), budget_(budget) {}
 
-    bool ConsumeBool() {
-        take(1);
-        return (rng_() & 1) != 0;
-    }
+    bool ConsumeBool() { return ConsumeIntegralInRange<unsigned char>(0, 1) != 0; }
 
     /// Uniform in [lo, hi], whole range of T allowed.
     template <class T>
     T ConsumeIntegralInRange(T lo, T hi) {
         using U = std::make_unsigned_t<T>;
         take(sizeof(T));
-        const U span = static_cast<U>(static_cast<U>(hi) - static_cast<U>(lo));
-        const std::uint64_t draw = rng_();
-        const U offset = span == static_cast<U>(-1)
-                             ? static_cast<U>(draw)
-                             : static_cast<U>(draw % (std::uint64_t(span) + 1));
-        return static_cast<T>(static_cast<U>(lo) + offset);
+        const std::uint64_t span = static_cast<U>(static_cast<U>(hi) - static_cast<U>(lo));
+        const std::uint64_t draw = rng_(), offset = span == UINT64_MAX ? draw : draw % (span + 1);
+        return static_cast<T>(static_cast<U>(lo) + static_cast<U>(offset));
     }
 
     template <class T>
@@ -45,9 +39,8 @@ public:
     }
 
     std::string ConsumeBytesAsString(std::size_t n) {
-        if (n > budget_) n = budget_;
-        take(n);
-        std::string bytes(n, '\0');
+        std::string bytes(n < budget_ ? n : budget_, '\0');
+        take(bytes.size());
         for (char& c : bytes)
             c = static_cast<char>(rng_());
         return bytes;
@@ -66,11 +59,10 @@ private:
 /// `in` (a RandomSource or a FuzzedDataProvider); fewer when the input runs out.
 template <class Source>
 mpz_class consume_bits(Source& in, unsigned long bits) {
-    const std::size_t bytes = (bits + 7) / 8;
-    const std::string raw = in.ConsumeBytesAsString(bytes);
+    const std::string raw = in.ConsumeBytesAsString((bits + 7) / 8);
     mpz_class z;
-    if (!raw.empty()) mpz_import(z.get_mpz_t(), raw.size(), 1, 1, 0, 0, raw.data());
-    if (bits % 8 != 0 && raw.size() == bytes) mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), bits);
+    mpz_import(z.get_mpz_t(), raw.size(), 1, 1, 0, 0, raw.data());
+    mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), bits);
     return z;
 }
 

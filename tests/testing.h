@@ -8,13 +8,9 @@
 #include "tests/oracle/oracle.h"
 #include "tests/rows.h"
 
-#include <climits>
 #include <cstdlib>
 #include <functional>
 #include <gmpxx.h>
-#include <gtest/gtest.h>
-#include <random>
-#include <sstream>
 #include <string>
 
 namespace tarn_testing {
@@ -31,30 +27,22 @@ constexpr Mode all_modes[] = {IEEEFloat::ROUND_NEAREST_EVEN, IEEEFloat::ROUND_TO
 // How many cases
 // ---------------------------------------------------------------------------
 
-/// True when the long runs are asked for (TARN_LONG_TESTS=1).
-inline bool long_tests() {
-    const char* flag = std::getenv("TARN_LONG_TESTS");
-    return flag != nullptr && std::string(flag) == "1";
-}
-
 /// True in builds under AddressSanitizer, which run the tests about ten times slower.
 constexpr bool sanitized() {
 #if defined(__SANITIZE_ADDRESS__)
     return true;
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-    return true;
-#else
-    return false;
-#endif
+    return __has_feature(address_sanitizer);
 #else
     return false;
 #endif
 }
 
-/// `count` random cases by default, `long_factor` times as many in the long runs.
+/// `count` random cases by default, `long_factor` times as many in the long
+/// runs (TARN_LONG_TESTS=1).
 inline int scaled(int count, int long_factor = 50) {
-    return long_tests() ? count * long_factor : count;
+    const char* flag = std::getenv("TARN_LONG_TESTS");
+    return flag != nullptr && std::string(flag) == "1" ? count * long_factor : count;
 }
 
 /// As `scaled`, but only a quarter under the sanitizers, for the runs whose
@@ -97,13 +85,5 @@ inline std::string describe(IEEEFloat::format f, const mpz_class& bits) {
 inline std::string format_name(IEEEFloat::format f) {
     return "e" + std::to_string(f.exponent_width) + "m" + std::to_string(f.mantissa_width);
 }
-
-/// Names parameterised tests after their format.
-struct FormatName {
-    template <class Info>
-    std::string operator()(const Info& info) const {
-        return format_name(info.param);
-    }
-};
 
 } // namespace tarn_testing
