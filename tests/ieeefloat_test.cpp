@@ -114,6 +114,7 @@ TEST(IEEEFloat, PatternsOfFromBitsAndTheSpecialValues) {
         {{15, 112}, "7fff8000000000000000000000000000", "ffff0000000000000000000000000001"},
         {{8, 23}, "1233f800000", "3f800000"},
         {{11, 52}, "ab8000000000000000", "8000000000000000"},
+        {{11, 52}, "500000000000000003ff0000000000001", "3ff0000000000001"},
         {{3, 2}, "", "3d 3c 1c 20 0 "},
         {{8, 23}, "", "7fc00000 ff800000 7f800000 80000000 0 "},
         {{11, 52}, "", "7ff8000000000000 fff0000000000000 7ff0000000000000 8000000000000000 0 "},
@@ -206,6 +207,10 @@ TEST(IEEEFloat, NamedFormats) {
          {"", "binary", "binary8", " binary16", "binary16 ", "e4m3fn", "binary1281"})
         EXPECT_EQ(Format::by_name(unknown), std::nullopt) << '"' << unknown << '"';
     EXPECT_TRUE(Format(8, 52).name().empty() && Format().name().empty());
+    const Format wide = Format::binary128(); // field limits beyond a word
+    EXPECT_EQ(wide.bias().to_mpz(), 16383);
+    EXPECT_EQ(wide.max_exponent().to_mpz(), 32767);
+    EXPECT_EQ(wide.max_mantissa().to_mpz(), mpz_class("ffffffffffffffffffffffffffff", 16));
 }
 
 // Infinities give 0 from to_integer, also where the weight of the lowest
