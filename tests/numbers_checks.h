@@ -132,8 +132,10 @@ struct Verdict {
         };
         const int c = cmp(x.want, y.want);
         const QNumber same = big_form_of(x.want);
+        // Half a unit off: an integer against a fraction, both big, by the floor's side.
+        const QNumber above = big_form_of(x.want + mpq_class(1, 2));
         expect(agree(x.q, y.q, (c > 0) - (c < 0)) && agree(x.q, same, 0) && agree(same, x.q, 0) &&
-                   (x.q < n) == (x.want < n),
+                   agree(same, above, -1) && agree(above, same, 1) && (x.q < n) == (x.want < n),
                "comparison");
     }
 
