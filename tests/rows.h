@@ -145,15 +145,20 @@ inline std::string check_rounded(const Setting& s, const Setting& result, bool w
     return "";
 }
 
+/// The message of the IEEEFloat::error that `action` throws, or "no error".
+inline std::string error_of(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const IEEEFloat::error& e) {
+        return e.what();
+    }
+    return "no error";
+}
+
 /// `op` must throw the library error `message`.
 inline std::string expect_error(const std::function<void()>& op, const std::string& message) {
-    try {
-        op();
-    } catch (const IEEEFloat::error& e) {
-        ROW_EXPECT(e.what() == message, std::string("threw ") + e.what());
-        return "";
-    }
-    return "no error, expected " + message;
+    const std::string got = error_of(op);
+    return got == message ? "" : "got \"" + got + "\", expected " + message;
 }
 
 // ---- The rows -----------------------------------------------------------------

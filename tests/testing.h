@@ -51,15 +51,7 @@ inline int sampled(int count) {
     return sanitized() ? count / 4 : scaled(count, 40);
 }
 
-/// The message of the IEEEFloat::error that `action` throws, or "no error".
-inline std::string error_of(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const IEEEFloat::error& e) {
-        return e.what();
-    }
-    return "no error";
-}
+using rows::error_of;
 
 // ---------------------------------------------------------------------------
 // IEEEFloat values and the oracle's patterns
