@@ -58,8 +58,8 @@ long generic_codec() {
             for (long s : {0L, 1L, -7L, 0x5555555L, 0x7fffffffffffffffL})
                 for (long x : {-3000L, -40L, 0L, 5L, 60L, 3000L}) {
                     exponent = QNumber(x), significand = QNumber(s);
-                    detail::round_and_pack_float(tmp, f, static_cast<Mode>(mode), s == 0, exponent,
-                                                 significand, out);
+                    detail::RoundingContext r(static_cast<tarn::rounding>(mode));
+                    detail::round_and_pack_float(tmp, f, r, s == 0, exponent, significand, out);
                     detail::unpack_components(f, out, sign, exponent, significand, scratch);
                     detail::get_flags(f, out, inf, nan, zero);
                     detail::pack_float(f, sign, exponent, significand, out);

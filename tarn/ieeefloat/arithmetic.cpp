@@ -4,12 +4,14 @@
 // end in the rounding core.
 
 #include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/ieeefloat/internal/word_arith.h"
 #include "tarn/numbers/bvnumber.h"
 #include "tarn/swflt/swflt.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <gmp.h>
 
@@ -65,18 +67,17 @@ U256 divide(const U256& n, u128 d, bool& inexact) {
 }
 
 template <class Bits, class Wide>
-void add_sub_words(const WordFormat<Bits>& wf, rounding_mode mode, bool subtract, Bits a_bits,
+void add_sub_words(const WordFormat<Bits>& wf, RoundingContext& r, bool subtract, Bits a_bits,
                    Bits b_bits, QNumber& out) {
     WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
     const bool b_sign = b.sign != subtract;
 
-    if (a.nan) return write_packed(a.bits, out);
-    if (b.nan) return write_packed(b.bits, out);
-    if (a.inf && b.inf) return write_packed(a.sign == b_sign ? a.bits : wf.nan(), out);
+    if (a.nan || b.nan) return write_packed(nan_result(r, wf, a, b), out);
+    if (a.inf && b.inf) return write_packed(a.sign == b_sign ? a.bits : invalid_result(r, wf), out);
     if (a.inf) return write_packed(a.bits, out);
     if (b.inf) return write_packed(wf.inf(b_sign), out);
     if (a.zero && b.zero)
-        return write_packed(a.sign == b_sign ? a.bits : wf.signed_zero(mode == 3), out);
+        return write_packed(a.sign == b_sign ? a.bits : wf.signed_zero(r.downward()), out);
 
     // A zero addend needs no alignment.
     if (a.zero) a.exp = b.exp;
@@ -108,7 +109,7 @@ void add_sub_words(const WordFormat<Bits>& wf, rounding_mode mode, bool subtract
             negative = lo_sign;
         }
         // An exact zero sum is +0, or -0 when rounding toward negative.
-        if (sum == Wide{0}) return write_packed(wf.signed_zero(mode == 3), out);
+        if (sum == Wide{0}) return write_packed(wf.signed_zero(r.downward()), out);
     } else {
         // The smaller addend lies below a quarter of an ulp of `hi`, which is
         // normal since its exponent is above the minimum: in quarter ulps the
@@ -119,44 +120,46 @@ void add_sub_words(const WordFormat<Bits>& wf, rounding_mode mode, bool subtract
         if (hi_sign != lo_sign) sum = sum - Wide{1};
         append_sticky(sum, exp);
     }
-    round_into(wf, mode, negative, sum, exp, out);
+    round_into(wf, r, negative, sum, exp, out);
 }
 
 template <class Bits, class Wide>
-void mul_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits b_bits,
+void mul_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits b_bits,
                QNumber& out) {
     const WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
     const bool negative = a.sign != b.sign;
 
-    if (a.nan) return write_packed(a.bits, out);
-    if (b.nan) return write_packed(b.bits, out);
-    if (a.inf || b.inf) return write_packed(a.zero || b.zero ? wf.nan() : wf.inf(negative), out);
-    round_into(wf, mode, negative, wide_product<Wide>(a.sig, b.sig),
+    if (a.nan || b.nan) return write_packed(nan_result(r, wf, a, b), out);
+    if (a.inf || b.inf)
+        return write_packed(a.zero || b.zero ? invalid_result(r, wf) : wf.inf(negative), out);
+    round_into(wf, r, negative, wide_product<Wide>(a.sig, b.sig),
                a.exp + b.exp - static_cast<long>(wf.m), out);
 }
 
 template <class Bits, class Wide>
-void div_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits b_bits,
-               QNumber& out) {
+void div_words(const WordFormat<Bits>& wf, RoundingContext& r, bool two_bit_ties, Bits a_bits,
+               Bits b_bits, QNumber& out) {
     WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
     const bool negative = a.sign != b.sign;
 
-    if (a.nan) return write_packed(a.bits, out);
-    if (b.nan) return write_packed(b.bits, out);
-    if (a.zero && b.zero) return write_packed(wf.nan(), out);
-    if (b.zero) return write_packed(wf.inf(negative), out);
-    if (a.inf && b.inf) return write_packed(wf.nan(), out);
+    if (a.nan || b.nan) return write_packed(nan_result(r, wf, a, b), out);
+    if (a.zero && b.zero) return write_packed(invalid_result(r, wf), out);
+    if (b.zero) {
+        if (!a.inf) r.flags |= FLAG_DIVBYZERO;
+        return write_packed(wf.inf(negative), out);
+    }
+    if (a.inf && b.inf) return write_packed(invalid_result(r, wf), out);
     if (b.inf) return write_packed(wf.signed_zero(negative), out);
     if (a.inf) return write_packed(wf.inf(negative), out);
     if (a.zero) return write_packed(wf.signed_zero(negative), out);
 
     normalise(wf, a);
     normalise(wf, b);
-    // The exact path divides a.sig * 2^(2m) by b.sig. From m = 2 on, m + 2
-    // extra bits already put the round bit above the sticky bit, so the
-    // shorter dividend rounds the same; below that the exact path's own
+    // m + 2 extra bits put the round bit above the sticky bit. The exact
+    // path divides a.sig * 2^(2m) by b.sig, which from m = 2 on rounds the
+    // same; for the compound operator's m = 1 quotients (`two_bit_ties`) its
     // quotient is reproduced bit for bit.
-    const unsigned extra = wf.m >= 2 ? wf.m + 2 : 2 * wf.m;
+    const unsigned extra = wf.m >= 2 || !two_bit_ties ? wf.m + 2 : 2 * wf.m;
     long exp = a.exp - b.exp + static_cast<long>(wf.m) - static_cast<long>(extra);
     bool inexact;
     Wide quotient;
@@ -170,43 +173,44 @@ void div_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits a_bits, Bits
         quotient = divide(Wide{a.sig} << static_cast<long>(extra), b.sig, inexact);
     }
     if (inexact) append_sticky(quotient, exp);
-    round_into(wf, mode, negative, quotient, exp, out);
+    round_into(wf, r, negative, quotient, exp, out);
 }
 
-/// Which operation a word or exact computation performs.
-enum class ArithOp { add, sub, mul, div };
+/// Which operation a word or exact computation performs. `div_compound` is
+/// the quotient of operator/=, whose m = 1 ties are documented apart.
+enum class ArithOp { add, sub, mul, div, div_compound };
 
 /// a := a op b on the words of one path, when both packed integers read as
 /// words; false, with nothing done, otherwise.
 template <class Bits, class Wide>
-bool word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+bool word_op(ArithOp op, format f, RoundingContext& r, QNumber& a, const QNumber& b) {
     const WordFormat<Bits> wf(f);
     Bits a_bits, b_bits;
     if (!read_packed(a, wf.sign_bit, a_bits) || !read_packed(b, wf.sign_bit, b_bits)) return false;
     switch (op) {
     case ArithOp::add:
     case ArithOp::sub:
-        add_sub_words<Bits, Wide>(wf, mode, op == ArithOp::sub, a_bits, b_bits, a);
+        add_sub_words<Bits, Wide>(wf, r, op == ArithOp::sub, a_bits, b_bits, a);
         break;
     case ArithOp::mul:
-        mul_words<Bits, Wide>(wf, mode, a_bits, b_bits, a);
+        mul_words<Bits, Wide>(wf, r, a_bits, b_bits, a);
         break;
     default:
-        div_words<Bits, Wide>(wf, mode, a_bits, b_bits, a);
+        div_words<Bits, Wide>(wf, r, op == ArithOp::div_compound, a_bits, b_bits, a);
     }
     return true;
 }
 
 /// a := a op b on the words of the format's path, if it has one and the
 /// operands read as words.
-inline bool try_word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+inline bool try_word_op(ArithOp op, format f, RoundingContext& r, QNumber& a, const QNumber& b) {
     switch (word_path(f)) {
     case WordPath::wide64:
-        return word_op<std::uint64_t, std::uint64_t>(op, f, mode, a, b);
+        return word_op<std::uint64_t, std::uint64_t>(op, f, r, a, b);
     case WordPath::wide128:
-        return word_op<std::uint64_t, u128>(op, f, mode, a, b);
+        return word_op<std::uint64_t, u128>(op, f, r, a, b);
     case WordPath::wide256:
-        return word_op<u128, U256>(op, f, mode, a, b);
+        return word_op<u128, U256>(op, f, r, a, b);
     default:
         return false;
     }
@@ -214,7 +218,7 @@ inline bool try_word_op(ArithOp op, format f, rounding_mode mode, QNumber& a, co
 
 /// Sign and class of one packed operand.
 struct OperandClass {
-    bool sign = false, inf = false, nan = false, zero = false;
+    bool sign = false, inf = false, nan = false, zero = false, signaling = false;
 };
 
 /// Splits a packed operand into its biased exponent (slot `slot`) and its
@@ -223,7 +227,22 @@ OperandClass unpack_operand(TempNumProvider& tmp, format f, const QNumber& packe
     OperandClass c;
     unpack_components(f, packed, c.sign, tmp[slot], tmp[slot + 1], tmp[4]);
     get_flags(f, packed, c.inf, c.nan, c.zero);
+    c.signaling = c.nan && nan_is_signaling(f, packed);
     return c;
+}
+
+/// a := the result of an operation with a NaN operand: the first NaN as it
+/// stands. Raises invalid when either is signaling.
+void take_nan(RoundingContext& r, const OperandClass& ca, const OperandClass& cb, QNumber& a,
+              const QNumber& b) {
+    if (ca.signaling || cb.signaling) r.flags |= FLAG_INVALID;
+    if (!ca.nan) a = b;
+}
+
+/// a := the library NaN of an invalid operation, raising invalid.
+void make_invalid(RoundingContext& r, format f, QNumber& a) {
+    r.flags |= FLAG_INVALID;
+    do_make_nan(f, a);
 }
 
 /// The difference of the exponents in slots `hi` and `lo`, which the
@@ -240,21 +259,17 @@ unsigned long alignment_distance(TempNumProvider& tmp, int hi, int lo) {
 
 /// a := a + b (a - b when `subtract`) on packed integers of format f, rounded
 /// under `mode`. The operands may be one object. On an error a is unchanged.
-void add_sub_float(bool subtract, TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a,
+void add_sub_float(bool subtract, TempNumProvider& tmp, format f, RoundingContext& r, QNumber& a,
                    const QNumber& b) {
     const OperandClass ca = unpack_operand(tmp, f, a, 0);
     const OperandClass cb = unpack_operand(tmp, f, b, 2);
     const bool sa = ca.sign, sb = cb.sign != subtract;
     const unsigned long sign_bit = f.exponent_width + f.mantissa_width;
-    const bool toward_negative = mode == IEEEFloat::ROUND_TOWARD_NEGATIVE;
+    const bool toward_negative = r.downward();
 
-    if (ca.nan) return;
-    if (cb.nan) {
-        a = b;
-        return;
-    }
+    if (ca.nan || cb.nan) return take_nan(r, ca, cb, a, b);
     if (ca.inf && cb.inf) {
-        if (sa != sb) do_make_nan(f, a);
+        if (sa != sb) make_invalid(r, f, a);
         return;
     }
     if (ca.inf) return;
@@ -293,25 +308,21 @@ void add_sub_float(bool subtract, TempNumProvider& tmp, format f, rounding_mode 
         negative = tmp[1].is_negative();
         if (negative) tmp[1].self_neg();
     }
-    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], a);
+    round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], a);
     // Two values of one format sum to a multiple of the smallest subnormal,
     // so only an exact zero sum packs to zero: x - x is +0, or -0 when
     // rounding toward negative.
     if (BVNumber::scan_bit_1(a, 0) >= sign_bit) do_make_zero(f, toward_negative, a);
 }
 
-void mul_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+void mul_float(TempNumProvider& tmp, format f, RoundingContext& r, QNumber& a, const QNumber& b) {
     const OperandClass ca = unpack_operand(tmp, f, a, 0);
     const OperandClass cb = unpack_operand(tmp, f, b, 2);
     const bool negative = ca.sign != cb.sign;
 
-    if (ca.nan) return;
-    if (cb.nan) {
-        a = b;
-        return;
-    }
+    if (ca.nan || cb.nan) return take_nan(r, ca, cb, a, b);
     if (ca.inf || cb.inf) {
-        if (ca.zero || cb.zero) return do_make_nan(f, a);
+        if (ca.zero || cb.zero) return make_invalid(r, f, a);
         if (!ca.inf) a = b;
         BVNumber::set_bit(a, f.exponent_width + f.mantissa_width, negative);
         return;
@@ -324,7 +335,7 @@ void mul_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, c
     tmp[0] += tmp[2];
     tmp[0] -= static_cast<long>(f.mantissa_width);
     tmp[1] *= tmp[3];
-    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], a);
+    round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], a);
 }
 
 /// a := a / b on packed integers of format f, rounded under `mode`.
@@ -339,20 +350,20 @@ void mul_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, c
 /// ROUND_NEAREST_EVEN a normal result of that quotient is rounded as a tie,
 /// to the even significand 1.0, where 1.1 is nearer. The directed modes and
 /// every other quotient are correctly rounded.
-void div_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
+void div_float(TempNumProvider& tmp, format f, RoundingContext& r, bool two_bit_ties, QNumber& a,
+               const QNumber& b) {
     const OperandClass ca = unpack_operand(tmp, f, a, 0);
     const OperandClass cb = unpack_operand(tmp, f, b, 2);
     const bool negative = ca.sign != cb.sign;
     const unsigned long m = f.mantissa_width;
 
-    if (ca.nan) return;
-    if (cb.nan) {
-        a = b;
-        return;
+    if (ca.nan || cb.nan) return take_nan(r, ca, cb, a, b);
+    if (ca.zero && cb.zero) return make_invalid(r, f, a);
+    if (cb.zero) {
+        if (!ca.inf) r.flags |= FLAG_DIVBYZERO;
+        return do_make_inf(f, negative, a);
     }
-    if (ca.zero && cb.zero) return do_make_nan(f, a);
-    if (cb.zero) return do_make_inf(f, negative, a);
-    if (ca.inf && cb.inf) return do_make_nan(f, a);
+    if (ca.inf && cb.inf) return make_invalid(r, f, a);
     if (cb.inf) return do_make_zero(f, negative, a);
     if (ca.inf) return do_make_inf(f, negative, a);
     if (ca.zero) {
@@ -368,87 +379,134 @@ void div_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& a, c
     if (a_subnormal) normalise_subnormal(f, tmp[0], tmp[1]);
     if (b_subnormal) normalise_subnormal(f, tmp[2], tmp[3]);
 
+    // A quotient of 2m bits or more keeps a round bit above the sticky one
+    // from m = 2 on; the compound operator keeps 2m for m = 1 too.
+    const unsigned long shift = two_bit_ties ? 2 * m : std::max(2 * m, m + 2);
     tmp[0] -= tmp[2];
-    tmp[0] -= static_cast<long>(m);
-    BVNumber::bit_left_shift(tmp[1], m, &tmp[1]);
-    BVNumber::bit_left_shift(tmp[1], m, &tmp[1]);
+    tmp[0] -= static_cast<long>(shift - m);
+    BVNumber::bit_left_shift(tmp[1], shift, &tmp[1]);
     tmp[1].divmod(tmp[3], tmp[4], tmp[2]);
     if (!tmp[2].is_zero()) {
         tmp[0] -= 1L;
         BVNumber::bit_left_shift(tmp[4], 1, &tmp[4]);
         tmp[4] += 1L;
     }
-    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[4], a);
+    round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[4], a);
 }
 
 /// a := a op b on packed integers of format f, exactly with QNumbers. Kept
 /// out of line so that the word paths' caller stays small.
-[[gnu::noinline]] void exact_op(ArithOp op, format f, rounding_mode mode, QNumber& a,
+[[gnu::noinline]] void exact_op(ArithOp op, format f, RoundingContext& r, QNumber& a,
                                 const QNumber& b) {
     TempNumProvider tmp;
     switch (op) {
     case ArithOp::add:
-        return add_sub_float(false, tmp, f, mode, a, b);
+        return add_sub_float(false, tmp, f, r, a, b);
     case ArithOp::sub:
-        return add_sub_float(true, tmp, f, mode, a, b);
+        return add_sub_float(true, tmp, f, r, a, b);
     case ArithOp::mul:
-        return mul_float(tmp, f, mode, a, b);
+        return mul_float(tmp, f, r, a, b);
     default:
-        return div_float(tmp, f, mode, a, b);
+        return div_float(tmp, f, r, op == ArithOp::div_compound, a, b);
     }
 }
 
 /// a := a op b on packed integers of format f: on machine words when the
 /// format and both operands allow it, otherwise exactly.
-void generic_op(ArithOp op, format f, rounding_mode mode, QNumber& a, const QNumber& b) {
-    if (!try_word_op(op, f, mode, a, b)) exact_op(op, f, mode, a, b);
+void generic_op(ArithOp op, format f, RoundingContext& r, QNumber& a, const QNumber& b) {
+    if (!try_word_op(op, f, r, a, b)) exact_op(op, f, r, a, b);
 }
 
-/// x := x op y for the held values of a representation: words by the
-/// soft-float component's operation, settled, and packed integers by
-/// generic_op. Always inlined, so that each operator calls its word
-/// operations directly.
+/// The soft-float operations of one ArithOp.
+struct WordOps {
+    std::uint32_t (*on_float32)(std::uint32_t, std::uint32_t, int);
+    std::uint64_t (*on_float64)(std::uint64_t, std::uint64_t, int);
+};
+
+constexpr WordOps word_ops[] = {{swflt::float32_add, swflt::float64_add},
+                                {swflt::float32_sub, swflt::float64_sub},
+                                {swflt::float32_mul, swflt::float64_mul},
+                                {swflt::float32_div, swflt::float64_div},
+                                {swflt::float32_div, swflt::float64_div}};
+
+/// x := x op y for the held values of a representation, in the direction of
+/// `r`, raising the flags: words by the soft-float component's operation,
+/// settled, and packed integers by generic_op. Always inlined, so that each
+/// operator calls its word operations directly.
 template <class Held>
-[[gnu::always_inline]] inline void
-compute_held(ArithOp op, IEEEFloat::Repr repr, format f, rounding_mode mode, Held& x, const Held& y,
-             std::uint32_t (*on_float32)(std::uint32_t, std::uint32_t, int),
-             std::uint64_t (*on_float64)(std::uint64_t, std::uint64_t, int)) {
+[[gnu::always_inline]] inline void compute_held(ArithOp op, IEEEFloat::Repr repr, format f,
+                                                RoundingContext& r, Held& x, const Held& y) {
+    const WordOps& word = word_ops[static_cast<int>(op)];
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
-        x.bits32 = settle_float32(on_float32(x.bits32, y.bits32, swflt_rounding_code(mode)));
+        x.bits32 = settle_float32(word.on_float32(x.bits32, y.bits32, swflt_rounding_code(r)));
         break;
     case IEEEFloat::REPR_FLOAT64:
-        x.bits64 = settle_float64(on_float64(x.bits64, y.bits64, swflt_rounding_code(mode)));
+        x.bits64 = settle_float64(word.on_float64(x.bits64, y.bits64, swflt_rounding_code(r)));
         break;
     default:
-        generic_op(op, f, mode, *x.packed, *y.packed);
+        generic_op(op, f, r, *x.packed, *y.packed);
+        raise(r.flags);
     }
+}
+
+/// x := x op y under x's own rounding mode.
+template <class Held>
+[[gnu::always_inline]] inline void compute_in_mode(ArithOp op, const IEEEFloat& x_value, Held& x,
+                                                   const Held& y) {
+    RoundingContext r = RoundingContext::of_mode(x_value.get_rounding_mode());
+    compute_held(op, x_value.get_repr(), x_value.get_format(), r, x, y);
+}
+
+/// a op b in direction `direction`, as a new value with a's format,
+/// representation and stored rounding mode.
+IEEEFloat directed(ArithOp op, const IEEEFloat& a, const IEEEFloat& b, rounding direction) {
+    IEEEFloat result(a);
+    RoundingContext r(direction);
+    Access::arithmetic(static_cast<int>(op), result, b, r);
+    return result;
 }
 
 } // namespace
 
+void Access::arithmetic(int op, IEEEFloat& x, const IEEEFloat& y, RoundingContext& r) {
+    compute_held(static_cast<ArithOp>(op), x.get_repr(), x.get_format(), r, x.value, y.value);
+}
+
 IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
-    compute_held(ArithOp::add, get_repr(), fmt, get_rounding_mode(), value, other.value,
-                 swflt::float32_add, swflt::float64_add);
+    compute_in_mode(ArithOp::add, *this, value, other.value);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
-    compute_held(ArithOp::sub, get_repr(), fmt, get_rounding_mode(), value, other.value,
-                 swflt::float32_sub, swflt::float64_sub);
+    compute_in_mode(ArithOp::sub, *this, value, other.value);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
-    compute_held(ArithOp::mul, get_repr(), fmt, get_rounding_mode(), value, other.value,
-                 swflt::float32_mul, swflt::float64_mul);
+    compute_in_mode(ArithOp::mul, *this, value, other.value);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
-    compute_held(ArithOp::div, get_repr(), fmt, get_rounding_mode(), value, other.value,
-                 swflt::float32_div, swflt::float64_div);
+    compute_in_mode(ArithOp::div_compound, *this, value, other.value);
     return *this;
+}
+
+IEEEFloat add(const IEEEFloat& a, const IEEEFloat& b, rounding r) {
+    return directed(ArithOp::add, a, b, r);
+}
+
+IEEEFloat sub(const IEEEFloat& a, const IEEEFloat& b, rounding r) {
+    return directed(ArithOp::sub, a, b, r);
+}
+
+IEEEFloat mul(const IEEEFloat& a, const IEEEFloat& b, rounding r) {
+    return directed(ArithOp::mul, a, b, r);
+}
+
+IEEEFloat div(const IEEEFloat& a, const IEEEFloat& b, rounding r) {
+    return directed(ArithOp::div, a, b, r);
 }
 
 } // namespace tarn

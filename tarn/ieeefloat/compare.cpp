@@ -7,6 +7,8 @@
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/codec.h"
+#include "tarn/ieeefloat/internal/flag_state.h"
+#include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/numbers/bvnumber.h"
 #include "tarn/swflt/swflt.h"
 
@@ -33,13 +35,31 @@ int packed_order(format f, const QNumber& a, const QNumber& b) {
     return a_negative ? -order : order;
 }
 
+/// Whether a is a signaling NaN (first mantissa bit 0).
+bool signaling_nan(const IEEEFloat& a) {
+    if (!a.is_nan()) return false;
+    // A word computes on its own widths, whatever format it is labelled with.
+    const IEEEFloat::Repr repr = a.get_repr();
+    const format f = repr == IEEEFloat::REPR_FLOAT32   ? binary32_format
+                     : repr == IEEEFloat::REPR_FLOAT64 ? binary64_format
+                                                       : a.get_format();
+    return nan_is_signaling(f, a.get_bits());
+}
+
+/// Raises invalid for a comparison with a NaN operand: any NaN for the
+/// ordering predicates (`signaling`), only a signaling one for equality and
+/// the quiet three-way comparison.
+void raise_for_nans(const IEEEFloat& a, const IEEEFloat& b, bool signaling) {
+    if (signaling || signaling_nan(a) || signaling_nan(b)) raise(FLAG_INVALID);
+}
+
 /// One comparison of a and b, whose held values are `x` and `y`: on words the
-/// soft-float component's predicate, after which its exception byte is
-/// cleared; on packed integers the order of the two values, which `holds`
-/// turns into the answer. A NaN operand makes every comparison false.
+/// soft-float component's predicate, on packed integers the order of the two
+/// values, which `holds` turns into the answer. A NaN operand makes every
+/// comparison false and raises invalid as `signaling` says.
 template <class Held, class Holds>
 bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const Held& y,
-                  std::uint8_t (*on_float32)(std::uint32_t, std::uint32_t),
+                  bool signaling, std::uint8_t (*on_float32)(std::uint32_t, std::uint32_t),
                   std::uint8_t (*on_float64)(std::uint64_t, std::uint64_t), Holds holds) {
     bool result;
     switch (a.get_repr()) {
@@ -50,40 +70,48 @@ bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const H
         result = on_float64(x.bits64, y.bits64) != 0;
         break;
     default:
-        if (a.is_nan() || b.is_nan()) return false;
+        if (a.is_nan() || b.is_nan()) {
+            raise_for_nans(a, b, signaling);
+            return false;
+        }
         return holds(packed_order(a.get_format(), *x.packed, *y.packed));
     }
-    swflt::float_exception_flags = 0;
+    // The component's predicates all signal on any NaN; equality is quiet.
+    if (swflt::float_exception_flags != 0) {
+        swflt::float_exception_flags = 0;
+        raise_for_nans(a, b, signaling);
+    }
     return result;
 }
 
 } // namespace
 
 bool operator<(const IEEEFloat& a, const IEEEFloat& b) {
-    return compare_held(a, b, a.value, b.value, swflt::float32_lt, swflt::float64_lt,
+    return compare_held(a, b, a.value, b.value, true, swflt::float32_lt, swflt::float64_lt,
                         [](int order) { return order < 0; });
 }
 
 bool operator<=(const IEEEFloat& a, const IEEEFloat& b) {
-    return compare_held(a, b, a.value, b.value, swflt::float32_le, swflt::float64_le,
+    return compare_held(a, b, a.value, b.value, true, swflt::float32_le, swflt::float64_le,
                         [](int order) { return order <= 0; });
 }
 
 bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
-    return compare_held(a, b, a.value, b.value, swflt::float32_eq_signaling,
+    return compare_held(a, b, a.value, b.value, false, swflt::float32_eq_signaling,
                         swflt::float64_eq_signaling, [](int order) { return order == 0; });
 }
 
 int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
-    if (a.get_repr() >= IEEEFloat::REPR_GENERIC) {
-        // One pass instead of up to three comparisons: the answers coincide.
-        if (a.is_nan() || b.is_nan()) return -2;
-        return packed_order(a.fmt, *a.value.packed, *b.value.packed);
+    if (a.is_nan() || b.is_nan()) {
+        raise_for_nans(a, b, false);
+        return -2;
     }
+    if (a.get_repr() >= IEEEFloat::REPR_GENERIC)
+        return packed_order(a.fmt, *a.value.packed, *b.value.packed);
+    // Neither is a NaN, so the predicates raise nothing.
     if (a < b) return -1;
     if (b < a) return 1;
-    if (a == b) return 0;
-    return -2;
+    return 0;
 }
 
 } // namespace tarn

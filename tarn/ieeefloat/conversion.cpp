@@ -1,6 +1,7 @@
 // Conversion from exact numbers (from_number) and between formats (set_format).
 
 #include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/ieeefloat/internal/word_arith.h"
@@ -22,22 +23,25 @@ namespace {
 /// of up to 113 bits, widened to the target's precision or cut down to it,
 /// always fits 128 bits.
 template <class FromBits, class ToBits>
-ToBits convert_bits(format from, format to, rounding_mode mode, FromBits bits) {
+ToBits convert_bits(format from, format to, RoundingContext& r, FromBits bits) {
     const WordFormat<FromBits> wf_from(from);
     const WordFormat<ToBits> wf_to(to);
     const WordOperand<FromBits> x = unpack(wf_from, bits);
-    if (x.nan) return wf_to.nan();
+    if (x.nan) {
+        if (signaling(wf_from, x)) r.flags |= FLAG_INVALID;
+        return wf_to.nan();
+    }
     if (x.inf) return wf_to.inf(x.sign);
     if (x.zero) return wf_to.signed_zero(x.sign);
     const long exp = x.exp - static_cast<long>(wf_from.m) + static_cast<long>(wf_to.m);
-    return round_bits(wf_to, mode, x.sign, u128{x.sig}, exp) | wf_to.signed_zero(x.sign);
+    return round_bits(wf_to, r, x.sign, u128{x.sig}, exp) | wf_to.signed_zero(x.sign);
 }
 
 /// Replaces `packed`, a pattern of `from`, by its conversion to `to`, when
 /// both formats have a word path and the pattern reads as words; false, with
 /// nothing changed, otherwise.
 template <class FromBits>
-bool convert_from(format from, format to, rounding_mode mode, QNumber& packed) {
+bool convert_from(format from, format to, RoundingContext& r, QNumber& packed) {
     FromBits bits;
     if (!read_packed(packed, static_cast<unsigned>(from.exponent_width + from.mantissa_width),
                      bits))
@@ -45,25 +49,24 @@ bool convert_from(format from, format to, rounding_mode mode, QNumber& packed) {
     if (one_word_format(to)) {
         // A fresh number, so that a one-word result drops the big form a
         // two-word source needed and later operations run on the word.
-        QNumber result(
-            static_cast<long>(convert_bits<FromBits, std::uint64_t>(from, to, mode, bits)));
+        QNumber result(static_cast<long>(convert_bits<FromBits, std::uint64_t>(from, to, r, bits)));
         std::swap(packed, result);
     } else {
-        write_packed(convert_bits<FromBits, u128>(from, to, mode, bits), packed);
+        write_packed(convert_bits<FromBits, u128>(from, to, r, bits), packed);
     }
     return true;
 }
 
 /// set_format's generic conversion on words, when both formats have a word
 /// path; false, with nothing changed, otherwise.
-bool try_convert_words(format from, format to, rounding_mode mode, QNumber& packed) {
+bool try_convert_words(format from, format to, RoundingContext& r, QNumber& packed) {
     if (word_path(to) == WordPath::none) return false;
     switch (word_path(from)) {
     case WordPath::wide64:
     case WordPath::wide128:
-        return convert_from<std::uint64_t>(from, to, mode, packed);
+        return convert_from<std::uint64_t>(from, to, r, packed);
     case WordPath::wide256:
-        return convert_from<u128>(from, to, mode, packed);
+        return convert_from<u128>(from, to, r, packed);
     default:
         return false;
     }
@@ -154,7 +157,7 @@ u128 shifted_quotient(u128 num, long shift, u128 den, bool& inexact) {
 /// False when the quotient is subnormal in the wide format, whose exponent
 /// range then decides the first rounding too.
 template <class Bits>
-bool fraction_to_bits(format f, format wide, rounding_mode mode, bool negative, u128 num, u128 den,
+bool fraction_to_bits(format f, format wide, RoundingContext& r, bool negative, u128 num, u128 den,
                       Bits& bits) {
     const long n = bit_length(num), d = bit_length(den);
     const auto wide_m = static_cast<long>(wide.mantissa_width);
@@ -170,13 +173,13 @@ bool fraction_to_bits(format f, format wide, rounding_mode mode, bool negative, 
     // No overflow in the wide format: the quotient stays below 2^n and the
     // wide format's largest exponent is at least its precision.
     const long drop = q_bits - (wide_m + 1);
-    const bool round_bit = bit_at(quotient, drop - 1);
-    const bool sticky = inexact || low_bits_set(quotient, drop - 1);
+    Discarded cut;
+    cut.round_bit = bit_at(quotient, drop - 1);
+    cut.sticky = inexact || low_bits_set(quotient, drop - 1);
     u128 sig = quotient >> drop;
-    if ((round_bit || sticky) && rounds_away(mode, negative, round_bit, sticky, bit_at(sig, 0)))
-        sig += 1;
+    if (round_up(r, negative, cut, bit_at(sig, 0))) sig += 1;
     const WordFormat<Bits> wf(f);
-    bits = round_bits(wf, mode, negative, sig, k + drop + static_cast<long>(wf.m)) |
+    bits = round_bits(wf, r, negative, sig, k + drop + static_cast<long>(wf.m)) |
            wf.signed_zero(negative);
     return true;
 }
@@ -184,7 +187,7 @@ bool fraction_to_bits(format f, format wide, rounding_mode mode, bool negative, 
 /// from_number of the proper fraction q on words, when its numerator and
 /// denominator fit two words each, f has a word path and the first rounding
 /// keeps at most 126 bits: the packed pattern, in `bits`. False otherwise.
-bool fraction_to_pattern(const QNumber& q, format f, rounding_mode mode, u128& bits) {
+bool fraction_to_pattern(const QNumber& q, format f, RoundingContext& r, u128& bits) {
     std::uint64_t num[2], den[2];
     if (word_path(f) == WordPath::none || !BVNumber::fraction_to_words(q, num, den)) return false;
     const u128 n = u128{num[1]} << 64 | num[0], d = u128{den[1]} << 64 | den[0];
@@ -192,9 +195,9 @@ bool fraction_to_pattern(const QNumber& q, format f, rounding_mode mode, u128& b
                                               static_cast<unsigned long>(bit_length(d)), f);
     if (wide.mantissa_width > 125) return false;
     const bool negative = q.is_negative();
-    if (!one_word_format(f)) return fraction_to_bits(f, wide, mode, negative, n, d, bits);
+    if (!one_word_format(f)) return fraction_to_bits(f, wide, r, negative, n, d, bits);
     std::uint64_t word;
-    if (!fraction_to_bits(f, wide, mode, negative, n, d, word)) return false;
+    if (!fraction_to_bits(f, wide, r, negative, n, d, word)) return false;
     bits = word;
     return true;
 }
@@ -202,6 +205,14 @@ bool fraction_to_pattern(const QNumber& q, format f, rounding_mode mode, u128& b
 } // namespace
 
 IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode) {
+    RoundingContext r = RoundingContext::of_mode(mode);
+    IEEEFloat result = Access::from_number(q, f, mode, r);
+    raise(r.flags);
+    return result;
+}
+
+IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, RoundingContext& r) {
+    constexpr IEEEFloat::Repr REPR_GENERIC = IEEEFloat::REPR_GENERIC;
     if (q.is_integer()) {
         // The integer N is N * 2^(m - m): significand N, exponent m. Beyond a
         // word, its factor of two goes into the exponent, so that an integer
@@ -218,7 +229,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
             if (q.is_negative()) tmp[1].self_neg();
         }
         tmp[0] = QNumber(static_cast<long>(f.mantissa_width + twos));
-        round_and_pack_float(tmp, f, mode, false, tmp[0], tmp[1], *result.value.packed);
+        round_and_pack_float(tmp, f, r, false, tmp[0], tmp[1], *result.value.packed);
         result.self_specialize_repr(best_repr(f));
         return result;
     }
@@ -231,7 +242,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     //
     // Both roundings on words when N and D fit them: no QNumber of the wide
     // format, nor copies of N and D, are built.
-    if (u128 bits; fraction_to_pattern(q, f, mode, bits)) {
+    if (u128 bits; fraction_to_pattern(q, f, r, bits)) {
         IEEEFloat result(f, REPR_GENERIC, mode);
         write_packed(bits, *result.value.packed);
         result.self_specialize_repr(best_repr(f));
@@ -275,7 +286,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
             !(inexact && remainder_near_an_end(tmp, j, low_bits_dropped))) {
             IEEEFloat result(f, REPR_GENERIC, mode);
             quotient_as_exact_result(tmp, k, inexact, m);
-            round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], *result.value.packed);
+            round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], *result.value.packed);
             result.self_specialize_repr(best_repr(f));
             return result;
         }
@@ -287,48 +298,61 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
     const bool inexact = quotient_at(tmp, k - twos, low_bits_dropped);
     IEEEFloat result(wide, REPR_GENERIC, mode);
     quotient_as_exact_result(tmp, k, inexact, wide_m);
-    round_and_pack_float(tmp, wide, mode, negative, tmp[0], tmp[1], *result.value.packed);
-    result.set_format(f);
+    round_and_pack_float(tmp, wide, r, negative, tmp[0], tmp[1], *result.value.packed);
+    convert(result, f, r);
     return result;
 }
 
 void IEEEFloat::set_format(format new_fmt) {
-    if (new_fmt == fmt) return;
-    const Repr repr = get_repr();
-    if (repr == REPR_FLOAT32 && new_fmt == binary64_format) {
+    RoundingContext r = RoundingContext::of_mode(get_rounding_mode());
+    Access::convert(*this, new_fmt, r);
+}
+
+IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding direction) {
+    IEEEFloat result(x);
+    RoundingContext r(direction);
+    Access::convert(result, f, r);
+    return result;
+}
+
+void Access::convert(IEEEFloat& x, format new_fmt, RoundingContext& r) {
+    if (new_fmt == x.fmt) return;
+    const IEEEFloat::Repr repr = x.get_repr();
+    auto& value = x.value;
+    if (repr == IEEEFloat::REPR_FLOAT32 && new_fmt == binary64_format) {
         value.bits64 = settle_float64(swflt::float32_to_float64(value.bits32));
-        fmt = new_fmt;
-        set_repr(REPR_FLOAT64);
+        x.fmt = new_fmt;
+        x.set_repr(IEEEFloat::REPR_FLOAT64);
         return;
     }
-    if (repr == REPR_FLOAT64 && new_fmt == binary32_format) {
-        const std::uint32_t word = settle_float32(
-            swflt::float64_to_float32(value.bits64, swflt_rounding_code(get_rounding_mode())));
+    if (repr == IEEEFloat::REPR_FLOAT64 && new_fmt == binary32_format) {
+        const std::uint32_t word =
+            settle_float32(swflt::float64_to_float32(value.bits64, swflt_rounding_code(r)));
         value.bits64 = 0;
         value.bits32 = word;
-        fmt = new_fmt;
-        set_repr(REPR_FLOAT32);
+        x.fmt = new_fmt;
+        x.set_repr(IEEEFloat::REPR_FLOAT32);
         return;
     }
-    if (repr != REPR_GENERIC) {
+    if (repr != IEEEFloat::REPR_GENERIC) {
         // Converted on a generic copy, so that a rounding error leaves this
         // value in its word, as every failed operation leaves its target.
-        IEEEFloat generic(*this);
-        generic.self_specialize_repr(REPR_GENERIC);
-        generic.set_format(new_fmt);
-        *this = std::move(generic);
+        IEEEFloat generic(x);
+        generic.self_specialize_repr(IEEEFloat::REPR_GENERIC);
+        convert(generic, new_fmt, r);
+        x = std::move(generic);
         return;
     }
 
-    const format old_fmt = fmt;
-    const rounding_mode mode = get_rounding_mode();
+    const format old_fmt = x.fmt;
     QNumber& packed = *value.packed;
-    if (!try_convert_words(old_fmt, new_fmt, mode, packed)) {
+    if (!try_convert_words(old_fmt, new_fmt, r, packed)) {
         TempNumProvider tmp;
         bool sign, inf, nan, zero;
         unpack_components(old_fmt, packed, sign, tmp[0], tmp[1], tmp[4]);
         get_flags(old_fmt, packed, inf, nan, zero);
         if (nan) {
+            if (nan_is_signaling(old_fmt, packed)) r.flags |= FLAG_INVALID;
             do_make_nan(new_fmt, packed);
         } else if (inf) {
             do_make_inf(new_fmt, sign, packed);
@@ -339,11 +363,12 @@ void IEEEFloat::set_format(format new_fmt) {
             tmp[0] -= static_cast<long>(old_fmt.mantissa_width);
             tmp[0] += static_cast<long>(new_fmt.mantissa_width);
             // Zeros come out with the sign flag they are handed, so -0 stays -0.
-            round_and_pack_float(tmp, new_fmt, mode, sign, tmp[0], tmp[1], packed);
+            round_and_pack_float(tmp, new_fmt, r, sign, tmp[0], tmp[1], packed);
         }
     }
-    fmt = new_fmt;
-    self_specialize_repr(best_repr(new_fmt));
+    x.fmt = new_fmt;
+    x.self_specialize_repr(best_repr(new_fmt));
+    raise(r.flags);
 }
 
 } // namespace tarn

@@ -5,6 +5,7 @@
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/ascii.h"
 #include "tarn/ieeefloat/internal/bits.h"
+#include "tarn/ieeefloat/internal/flag_state.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/numbers/bvnumber.h"
@@ -191,7 +192,7 @@ enum class Reach { in_range, overflow, underflow };
 /// half the smallest subnormal. The stand-ins are inexact, as the numerals
 /// they stand for are, so an invalid mode is reported as for any inexact
 /// result.
-void round_out_of_range(format f, rounding_mode mode, bool negative, Reach reach, QNumber& out) {
+void round_out_of_range(format f, RoundingContext& r, bool negative, Reach reach, QNumber& out) {
     TempNumProvider tmp;
     tmp[0] = f.bias();
     if (reach == Reach::overflow) {
@@ -205,18 +206,18 @@ void round_out_of_range(format f, rounding_mode mode, bool negative, Reach reach
         tmp[0] -= 2L;
         tmp[1] = QNumber(1L);
     }
-    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+    round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], out);
 }
 
 /// Rounds C * 2^k, with C > 0 given by its digits in base 16, once into `out`.
-void round_hex(format f, rounding_mode mode, bool negative, const std::string& digits, long k,
+void round_hex(format f, RoundingContext& r, bool negative, const std::string& digits, long k,
                QNumber& out) {
     mpz_class c;
     mpz_set_str(c.get_mpz_t(), digits.c_str(), 16);
     TempNumProvider tmp(k);
     tmp[0] += static_cast<long>(f.mantissa_width);
     tmp[1] = QNumber(c);
-    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+    round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], out);
 }
 
 /// The powers of five the word path uses: enough for every numeral of up to
@@ -301,7 +302,7 @@ ReadingScratch& reading_scratch() {
 /// bit added that is 1 when the division left a remainder. That bit lies
 /// below every bit the rounding core keeps or looks at as the round bit, so
 /// it decides exactly as the whole quotient would.
-void round_decimal(format f, rounding_mode mode, bool negative, const std::string& digits, long k,
+void round_decimal(format f, RoundingContext& r, bool negative, const std::string& digits, long k,
                    QNumber& out) {
     ReadingScratch& s = reading_scratch();
     mpz_set_str(s.digits, digits.c_str(), 10);
@@ -323,7 +324,7 @@ void round_decimal(format f, rounding_mode mode, bool negative, const std::strin
     TempNumProvider tmp(exponent2);
     tmp[0] += static_cast<long>(f.mantissa_width);
     tmp[1] = QNumber(mpz_class(s.digits));
-    round_and_pack_float(tmp, f, mode, negative, tmp[0], tmp[1], out);
+    round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], out);
 }
 
 /// Where a decimal C * 10^k of `count` significant digits lies:
@@ -393,19 +394,20 @@ WordSignificand cut_to_word(const mp_limb_t* limbs, mp_size_t n, bool inexact) {
 
 /// Rounds (-1)^negative * significand * 2^exponent (significand below 2^63)
 /// into the pattern of a word_reading_format format.
-std::uint64_t round_to_word_pattern(format f, rounding_mode mode, bool negative,
+std::uint64_t round_to_word_pattern(format f, RoundingContext& r, bool negative,
                                     WordSignificand significand, long exponent) {
-    // Rounding -v toward +infinity is rounding v toward -infinity, negated.
-    // Rounding the magnitude keeps the pattern clear of the sign bit, where a
-    // QNumber word would have to grow into GMP storage.
-    rounding_mode magnitude_mode = mode;
-    if (negative && mode == IEEEFloat::ROUND_TOWARD_POSITIVE)
-        magnitude_mode = IEEEFloat::ROUND_TOWARD_NEGATIVE;
-    else if (negative && mode == IEEEFloat::ROUND_TOWARD_NEGATIVE)
-        magnitude_mode = IEEEFloat::ROUND_TOWARD_POSITIVE;
+    // Rounding -v upward is rounding v downward, negated. Rounding the
+    // magnitude keeps the pattern clear of the sign bit, where a QNumber word
+    // would have to grow into GMP storage.
+    RoundingContext of_magnitude = r;
+    if (negative && r.direction == rounding::upward)
+        of_magnitude.direction = rounding::downward;
+    else if (negative && r.direction == rounding::downward)
+        of_magnitude.direction = rounding::upward;
     QNumber packed;
-    round_and_pack_word(f, magnitude_mode, false, static_cast<long>(significand.bits),
+    round_and_pack_word(f, of_magnitude, false, static_cast<long>(significand.bits),
                         exponent + significand.shift + static_cast<long>(f.mantissa_width), packed);
+    r.flags |= of_magnitude.flags;
     long magnitude = 0;
     BVNumber::to_long(packed, &magnitude);
     return static_cast<std::uint64_t>(magnitude) | std::uint64_t{negative}
@@ -413,7 +415,7 @@ std::uint64_t round_to_word_pattern(format f, rounding_mode mode, bool negative,
 }
 
 /// C * 10^k, for |k| <= max_tabled_power, rounded into a word pattern.
-std::uint64_t round_decimal_in_words(format f, rounding_mode mode, bool negative, std::uint64_t c,
+std::uint64_t round_decimal_in_words(format f, RoundingContext& r, bool negative, std::uint64_t c,
                                      long k) {
     mpz_srcptr power = powers_of_five()[k < 0 ? -k : k];
     const mp_limb_t* five = mpz_limbs_read(power);
@@ -422,7 +424,7 @@ std::uint64_t round_decimal_in_words(format f, rounding_mode mode, bool negative
         // C * 10^k = (C * 5^k) * 2^k.
         mp_limb_t product[max_power_limbs + 1];
         product[n] = mpn_mul_1(product, five, n, c);
-        return round_to_word_pattern(f, mode, negative,
+        return round_to_word_pattern(f, r, negative,
                                      cut_to_word(product, n + (product[n] != 0), false), k);
     }
     // C * 10^k = (C * 2^j / 5^-k) * 2^(k - j), with C placed j = 64 (n + 1)
@@ -433,7 +435,7 @@ std::uint64_t round_decimal_in_words(format f, rounding_mode mode, bool negative
     mpn_tdiv_qr(quotient, remainder, 0, numerator, n + 2, five, n);
     const mp_size_t quotient_limbs = quotient[2] != 0 ? 3 : 2;
     const bool inexact = !mpn_zero_p(remainder, n);
-    return round_to_word_pattern(f, mode, negative, cut_to_word(quotient, quotient_limbs, inexact),
+    return round_to_word_pattern(f, r, negative, cut_to_word(quotient, quotient_limbs, inexact),
                                  k - 64 * (n + 1));
 }
 
@@ -500,8 +502,10 @@ void multiply_64_by_128(std::uint64_t c, std::uint64_t high, std::uint64_t low,
 /// both ends round to the same pattern, so does every value between them,
 /// the numeral's included. False when they differ (the value is within about
 /// 2^-120 of a rounding boundary) or the power is out of the table.
-bool round_decimal_quickly(format f, rounding_mode mode, bool negative, std::uint64_t c_low,
-                           std::uint64_t c_high, long k, std::uint64_t& pattern) {
+/// `bracketed` tells whether the pattern was decided from the two ends
+/// rather than from the exact value.
+bool round_decimal_quickly(format f, RoundingContext& r, bool negative, std::uint64_t c_low,
+                           std::uint64_t c_high, long k, std::uint64_t& pattern, bool& bracketed) {
     if (k > max_tabled_power || k < -max_tabled_power) return false;
     static const LeadingPowers leading;
     const LeadingPower& p = leading[k];
@@ -511,10 +515,11 @@ bool round_decimal_quickly(format f, rounding_mode mode, bool negative, std::uin
         return cut_to_word(product, product[2] != 0 ? 3 : product[1] != 0 ? 2 : 1, false);
     };
     auto round = [&](WordSignificand significand) {
-        return round_to_word_pattern(f, mode, negative, significand, k + p.exponent);
+        return round_to_word_pattern(f, r, negative, significand, k + p.exponent);
     };
     const WordSignificand lower = cut_product(c_low, p.high, p.low);
-    if (p.exact && c_low == c_high) {
+    bracketed = !p.exact || c_low != c_high;
+    if (!bracketed) {
         pattern = round(lower);
         return true;
     }
@@ -529,12 +534,13 @@ bool round_decimal_quickly(format f, rounding_mode mode, bool negative, std::uin
     return round(upper) == pattern;
 }
 
-/// The word path: the pattern of the numeral in a word_reading_format format,
-/// or false when the exact path has to decide. `k` is the exponent of the
-/// significant digits: the value is C * 10^k, or C * 2^k for hexadecimal.
-bool read_in_words(format f, rounding_mode mode, bool negative, bool hex,
-                   const SignificantDigits& digits, long k, std::uint64_t& pattern) {
-    if (!word_reading_format(f) || static_cast<unsigned>(mode) > 3) return false;
+/// The pattern of the numeral on words, or false when they cannot decide
+/// it. `bracketed` tells that it was decided from the ends of an interval
+/// holding the value, whose roundings raised flags of their own, rather
+/// than by rounding the value itself.
+bool read_pattern_in_words(format f, RoundingContext& r, bool negative, bool hex,
+                           const SignificantDigits& digits, long k, std::uint64_t& pattern,
+                           bool& bracketed) {
     // Up to 16 hexadecimal digits are read exactly; longer numerals are
     // bracketed with 15, so that C + 1 still fits a word.
     const long exact_digits = hex ? 16 : 19;
@@ -543,17 +549,83 @@ bool read_in_words(format f, rounding_mode mode, bool negative, bool hex,
     const long scale = k + (digits.count - used) * (hex ? 4 : 1);
     const std::uint64_t c = leading_digits(digits.span, used, hex);
     if (!hex) {
-        if (round_decimal_quickly(f, mode, negative, c, cut ? c + 1 : c, scale, pattern))
+        if (round_decimal_quickly(f, r, negative, c, cut ? c + 1 : c, scale, pattern, bracketed))
             return true;
         if (scale > max_tabled_power || scale < -max_tabled_power) return false;
+        r.flags = 0; // the quick attempt's
     }
+    bracketed = cut;
     auto round = [&](std::uint64_t c) {
-        if (!hex) return round_decimal_in_words(f, mode, negative, c, scale);
+        if (!hex) return round_decimal_in_words(f, r, negative, c, scale);
         const mp_limb_t limb = c;
-        return round_to_word_pattern(f, mode, negative, cut_to_word(&limb, 1, false), scale);
+        return round_to_word_pattern(f, r, negative, cut_to_word(&limb, 1, false), scale);
     };
     pattern = round(c);
     return !cut || round(c + 1) == pattern;
+}
+
+/// Whether the value of significant digits C * 10^k (C * 2^k for
+/// hexadecimal), with C > 0 and its last digit non-zero, may be exactly
+/// representable in a format whose precision is below 62 bits, as far as
+/// the last digit and the first 19 digits (`leading`, all of them unless
+/// `cut`) tell. With k < 0 the value is exact only if 5^-k divides C; with
+/// k >= 0 only if C's odd part, times 5^k, fits the precision.
+bool may_be_exact(bool hex, const SignificantDigits& digits, long k, std::uint64_t leading,
+                  bool cut) {
+    // More than 15 hexadecimal digits make more than 57 significant bits.
+    if (hex) return !cut;
+    const char last = digits.span.back();
+    if (cut) return k < 0 ? last == '5' : (last - '0') % 2 == 0;
+    if (k >= 0) return k <= 27;
+    std::uint64_t power = 1;
+    for (long i = 0; i < -k; ++i) {
+        if (power > leading / 5) return false; // 5^-k > C
+        power *= 5;
+    }
+    return leading % power == 0;
+}
+
+/// The flags of a pattern decided from the two ends of an interval that
+/// holds the value strictly inside: the value is inexact, tiny when the
+/// pattern is subnormal or zero, and overflows when the pattern is
+/// infinite. False for the patterns where the interval cannot tell: the
+/// smallest normal (tininess after rounding looks one bit finer) and the
+/// largest finite magnitude (which directed rounding also gives on overflow).
+bool bracketed_flags(format f, std::uint64_t pattern, unsigned& flags) {
+    const unsigned long m = f.mantissa_width;
+    const std::uint64_t magnitude = pattern & low_mask(f.exponent_width + m);
+    const std::uint64_t smallest_normal = std::uint64_t{1} << m;
+    const std::uint64_t infinity = low_mask(f.exponent_width) << m;
+    if (magnitude == smallest_normal || magnitude == infinity - 1) return false;
+    flags = FLAG_INEXACT;
+    if (magnitude < smallest_normal) flags |= FLAG_UNDERFLOW;
+    if (magnitude == infinity) flags |= FLAG_OVERFLOW;
+    return true;
+}
+
+/// The word path: the pattern of the numeral in a word_reading_format format
+/// and its flags, or false when the exact path has to decide. `k` is the
+/// exponent of the significant digits: the value is C * 10^k, or C * 2^k for
+/// hexadecimal.
+bool read_in_words(format f, RoundingContext& r, bool negative, bool hex,
+                   const SignificantDigits& digits, long k, std::uint64_t& pattern) {
+    if (!word_reading_format(f) || r.direction == RoundingContext::invalid_direction) return false;
+    // The roundings of the ends of an interval, whose own flags say nothing
+    // of the value's unless the interval is the value itself.
+    RoundingContext ends(r.direction);
+    bool bracketed = false;
+    if (!read_pattern_in_words(f, ends, negative, hex, digits, k, pattern, bracketed)) return false;
+    if (!bracketed) {
+        r.flags |= ends.flags;
+        return true;
+    }
+    const long used = digits.count <= (hex ? 16 : 19) ? digits.count : hex ? 15 : 19;
+    const bool cut = used < digits.count;
+    if (may_be_exact(hex, digits, k, leading_digits(digits.span, used, hex), cut)) return false;
+    unsigned flags;
+    if (!bracketed_flags(f, pattern, flags)) return false;
+    r.flags |= flags;
+    return true;
 }
 
 } // namespace
@@ -591,9 +663,10 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
         reach = decimal_reach(f, significant.count, k);
     }
 
+    RoundingContext r = RoundingContext::of_mode(mode);
     std::uint64_t pattern;
     if (reach == Reach::in_range && !numeral.exponent_saturated &&
-        read_in_words(f, mode, numeral.negative, numeral.hex, significant, k, pattern)) {
+        read_in_words(f, r, numeral.negative, numeral.hex, significant, k, pattern)) {
         switch (result.get_repr()) {
         case REPR_FLOAT32:
             result.value.bits32 = static_cast<std::uint32_t>(pattern);
@@ -604,13 +677,14 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
         default:
             *result.value.packed = integer_from_word(pattern);
         }
+        raise(r.flags);
         return result;
     }
 
     result.self_specialize_repr(REPR_GENERIC);
     QNumber& packed = *result.value.packed;
     if (reach != Reach::in_range) {
-        round_out_of_range(f, mode, numeral.negative, reach, packed);
+        round_out_of_range(f, r, numeral.negative, reach, packed);
     } else if (numeral.exponent_saturated ||
                (!numeral.hex && (k > decimal_exponent_limit || k < -decimal_exponent_limit))) {
         throw_error(precision_limit_message);
@@ -618,11 +692,12 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
         thread_local std::string digits;
         copy_digits(significant.span, digits);
         if (numeral.hex)
-            round_hex(f, mode, numeral.negative, digits, k, packed);
+            round_hex(f, r, numeral.negative, digits, k, packed);
         else
-            round_decimal(f, mode, numeral.negative, digits, k, packed);
+            round_decimal(f, r, numeral.negative, digits, k, packed);
     }
     result.self_specialize_repr(best_repr(f));
+    raise(r.flags);
     return result;
 }
 

@@ -37,6 +37,7 @@
 #pragma once
 
 #include "tarn/exception/exception.h"
+#include "tarn/ieeefloat/flags.h"
 #include "tarn/numbers/qnumber.h"
 
 #include <cstddef>
@@ -51,6 +52,10 @@
 namespace tarn {
 
 class IEEEFloat;
+
+namespace ieeefloat_detail {
+struct Access;
+} // namespace ieeefloat_detail
 
 /// a < b with the IEEE-754 meaning: false when either is a NaN; -0 < +0 is false.
 bool operator<(const IEEEFloat& a, const IEEEFloat& b);
@@ -449,6 +454,7 @@ private:
     friend bool operator==(const IEEEFloat& a, const IEEEFloat& b);
     friend int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
     friend IEEEFloat round(const IEEEFloat& x);
+    friend struct ieeefloat_detail::Access;
 
     format fmt;
     std::uint32_t mode_and_repr = 0; // REPR_FLOAT32, ROUND_NEAREST_EVEN
@@ -487,6 +493,29 @@ inline IEEEFloat operator-(IEEEFloat a) {
     a.self_neg();
     return a;
 }
+
+// ---- Operations in an explicit direction ------------------------------------
+//
+// Each rounds once in the direction given, whatever the operands' stored
+// modes, and raises its flags (tarn/ieeefloat/flags.h). The result is a new
+// value with the first operand's format, representation and stored rounding
+// mode. They round correctly in every format, mantissa width 1 included (the
+// quotient of div has no exception of operator/='s kind), and binary32 and
+// binary64 words give the same bits and flags as the same values held
+// generically, NaN patterns aside.
+
+/// a + b rounded in direction r.
+IEEEFloat add(const IEEEFloat& a, const IEEEFloat& b, rounding r);
+/// a - b rounded in direction r.
+IEEEFloat sub(const IEEEFloat& a, const IEEEFloat& b, rounding r);
+/// a * b rounded in direction r.
+IEEEFloat mul(const IEEEFloat& a, const IEEEFloat& b, rounding r);
+/// a / b rounded in direction r.
+IEEEFloat div(const IEEEFloat& a, const IEEEFloat& b, rounding r);
+/// The square root of a rounded in direction r; that of -0 is -0.
+IEEEFloat sqrt(const IEEEFloat& a, rounding r);
+/// x converted to `f` in direction r, held in get_best_repr(f), as set_format converts.
+IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding r);
 
 /// Writes the value as to_float_str does for finite values, and "nan", "inf"
 /// or "-inf" for the others; the stream's width and fill apply to the whole

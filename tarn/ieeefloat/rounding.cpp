@@ -48,7 +48,7 @@ Placement place(format f, long delta, const QNumber& exponent, QNumber& biased, 
 
 } // namespace
 
-void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bool negative,
+void round_and_pack_exact(TempNumProvider& tmp, format f, RoundingContext& r, bool negative,
                           QNumber& exponent, QNumber& significand, QNumber& out) {
     const unsigned long m = f.mantissa_width;
     if (significand.is_negative()) {
@@ -63,26 +63,26 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
     const long delta = static_cast<long>(bit_length(significand)) - static_cast<long>(m + 1);
     Placement p = place(f, delta, exponent, biased, tmp[6]);
 
-    bool round_bit = false, sticky = false;
+    Discarded d;
     if (p.shift < 0) {
         BVNumber::bit_left_shift(significand, static_cast<unsigned long>(-p.shift), &significand);
     } else if (p.shift > 0) {
         const unsigned long round_index = static_cast<unsigned long>(p.shift - 1);
-        round_bit = BVNumber::test_bit(significand, round_index);
-        sticky = BVNumber::scan_bit_1(significand, 0) < round_index;
+        d.round_bit = BVNumber::test_bit(significand, round_index);
+        d.fine_round_bit = round_index > 0 && BVNumber::test_bit(significand, round_index - 1);
+        d.sticky = BVNumber::scan_bit_1(significand, 0) < round_index;
         BVNumber::bit_right_shift(significand, static_cast<unsigned long>(p.shift), &significand);
     }
 
     long kept, biased_word = 0;
     if (word_rounding_format(f) && BVNumber::to_long(significand, &kept) &&
         (p.overflow || !p.normal || BVNumber::to_long(biased, &biased_word))) {
-        finish_in_words(f, mode, negative, static_cast<std::uint64_t>(kept), round_bit, sticky,
-                        biased_word, p.overflow, out);
+        finish_in_words(f, r, negative, static_cast<std::uint64_t>(kept), d, biased_word,
+                        p.overflow, out);
         return;
     }
 
-    if ((round_bit || sticky) &&
-        rounds_away(mode, negative, round_bit, sticky, BVNumber::test_bit(significand, 0))) {
+    if (round_up(r, negative, d, BVNumber::test_bit(significand, 0))) {
         significand += 1L;
         if (BVNumber::test_bit(significand, m + 1)) { // up to the next power of two
             biased += 1L;
@@ -93,7 +93,7 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
 
     if (p.overflow) {
         do_make_inf(f, false, out);
-        if (overflow_saturates(mode, negative)) out -= 1L;
+        if (overflow_saturates(r, negative)) out -= 1L;
         if (negative) BVNumber::set_bit(out, f.exponent_width + m, true);
     } else if (p.normal) {
         biased -= 1L; // the hidden bit of the significand carries it back
@@ -101,6 +101,7 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
     } else {
         // Subnormal or zero; one that rounded up to 2^m carries into the
         // smallest normal.
+        note_tiny(r, negative, BVNumber::test_bit(significand, m), d, f.exponent_width == 1);
         pack_float(f, negative, QNumber(0L), significand, out);
     }
 }

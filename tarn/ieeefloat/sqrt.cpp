@@ -3,6 +3,7 @@
 // 128 bits, QNumbers for the rest.
 
 #include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/ieeefloat/internal/word_arith.h"
@@ -51,10 +52,14 @@ U256 square_root(const U256& n, bool& inexact) {
 /// The square root of the packed pattern `bits` into `out`, on the words of
 /// one path.
 template <class Bits, class Wide>
-void sqrt_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits bits, QNumber& out) {
+void sqrt_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits bits, QNumber& out) {
     WordOperand<Bits> x = unpack(wf, bits);
-    if (x.nan || x.zero) return;
-    if (x.sign) return write_packed(wf.nan(), out);
+    if (x.nan) {
+        if (signaling(wf, x)) r.flags |= FLAG_INVALID;
+        return;
+    }
+    if (x.zero) return;
+    if (x.sign) return write_packed(invalid_result(r, wf), out);
     if (x.inf) return;
 
     normalise(wf, x);
@@ -67,44 +72,51 @@ void sqrt_words(const WordFormat<Bits>& wf, rounding_mode mode, Bits bits, QNumb
     Wide root = square_root(Wide{sig} << static_cast<long>(wf.m + 4), inexact);
     long exp = half - 2;
     if (inexact) append_sticky(root, exp);
-    round_into(wf, mode, false, root, exp, out);
+    round_into(wf, r, false, root, exp, out);
 }
 
 /// x := sqrt x on the words of one path, when x reads as words; false, with
 /// nothing done, otherwise.
 template <class Bits, class Wide>
-bool word_sqrt(format f, rounding_mode mode, QNumber& x) {
+bool word_sqrt(format f, RoundingContext& r, QNumber& x) {
     const WordFormat<Bits> wf(f);
     Bits bits;
     if (!read_packed(x, wf.sign_bit, bits)) return false;
-    sqrt_words<Bits, Wide>(wf, mode, bits, x);
+    sqrt_words<Bits, Wide>(wf, r, bits, x);
     return true;
 }
 
 /// x := sqrt x on the words of the format's path, if it has one and x reads
 /// as words.
-inline bool try_word_sqrt(format f, rounding_mode mode, QNumber& x) {
+inline bool try_word_sqrt(format f, RoundingContext& r, QNumber& x) {
     switch (word_path(f)) {
     case WordPath::wide64:
-        return word_sqrt<std::uint64_t, std::uint64_t>(f, mode, x);
+        return word_sqrt<std::uint64_t, std::uint64_t>(f, r, x);
     case WordPath::wide128:
-        return word_sqrt<std::uint64_t, u128>(f, mode, x);
+        return word_sqrt<std::uint64_t, u128>(f, r, x);
     case WordPath::wide256:
-        return word_sqrt<u128, U256>(f, mode, x);
+        return word_sqrt<u128, U256>(f, r, x);
     default:
         return false;
     }
 }
 
-/// x := the square root of the packed integer x of format f, rounded under
-/// `mode`. NaNs and zeros stay as they are (so the root of -0 is -0), every
-/// other negative value gives the library NaN.
-void sqrt_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& x) {
+/// x := the square root of the packed integer x of format f, rounded in the
+/// direction of `r`. NaNs and zeros stay as they are (so the root of -0 is
+/// -0), every other negative value gives the library NaN and raises invalid.
+void sqrt_float(TempNumProvider& tmp, format f, RoundingContext& r, QNumber& x) {
     bool sign, inf, nan, zero;
     unpack_components(f, x, sign, tmp[0], tmp[1], tmp[4]);
     get_flags(f, x, inf, nan, zero);
-    if (nan || zero) return;
-    if (sign) return do_make_nan(f, x);
+    if (nan) {
+        if (nan_is_signaling(f, x)) r.flags |= FLAG_INVALID;
+        return;
+    }
+    if (zero) return;
+    if (sign) {
+        r.flags |= FLAG_INVALID;
+        return do_make_nan(f, x);
+    }
     if (inf) return;
 
     const unsigned long m = f.mantissa_width;
@@ -132,29 +144,42 @@ void sqrt_float(TempNumProvider& tmp, format f, rounding_mode mode, QNumber& x) 
         BVNumber::bit_left_shift(tmp[1], 1, &tmp[1]);
         tmp[1] += 1L;
     }
-    round_and_pack_float(tmp, f, mode, false, tmp[0], tmp[1], x);
+    round_and_pack_float(tmp, f, r, false, tmp[0], tmp[1], x);
 }
 
 } // namespace
 
-IEEEFloat& IEEEFloat::sqrt() {
-    switch (get_repr()) {
-    case REPR_FLOAT32:
-        value.bits32 = settle_float32(swflt::float32_sqrt(value.bits32, swflt_code(*this)));
+void Access::square_root(IEEEFloat& x, RoundingContext& r) {
+    auto& held = x.value;
+    switch (x.get_repr()) {
+    case IEEEFloat::REPR_FLOAT32:
+        held.bits32 = settle_float32(swflt::float32_sqrt(held.bits32, swflt_rounding_code(r)));
         break;
-    case REPR_FLOAT64:
-        value.bits64 = settle_float64(swflt::float64_sqrt(value.bits64, swflt_code(*this)));
+    case IEEEFloat::REPR_FLOAT64:
+        held.bits64 = settle_float64(swflt::float64_sqrt(held.bits64, swflt_rounding_code(r)));
         break;
     default: {
-        const rounding_mode mode = get_rounding_mode();
-        QNumber& packed = *value.packed;
-        if (!try_word_sqrt(fmt, mode, packed)) {
+        QNumber& packed = *held.packed;
+        if (!try_word_sqrt(x.get_format(), r, packed)) {
             TempNumProvider tmp;
-            sqrt_float(tmp, fmt, mode, packed);
+            sqrt_float(tmp, x.get_format(), r, packed);
         }
+        raise(r.flags);
     }
     }
+}
+
+IEEEFloat& IEEEFloat::sqrt() {
+    RoundingContext r = RoundingContext::of_mode(get_rounding_mode());
+    Access::square_root(*this, r);
     return *this;
+}
+
+IEEEFloat sqrt(const IEEEFloat& a, rounding direction) {
+    IEEEFloat result(a);
+    RoundingContext r(direction);
+    Access::square_root(result, r);
+    return result;
 }
 
 } // namespace tarn

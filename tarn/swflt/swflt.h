@@ -63,6 +63,10 @@ constexpr int round_toward_negative = 1;
 constexpr int round_toward_positive = 2;
 /// Round toward zero (truncate).
 constexpr int round_toward_zero = 3;
+/// Round to nearest, ties away from zero.
+constexpr int round_nearest_away = 4;
+/// Round to odd: truncate, and set the last mantissa bit when inexact.
+constexpr int round_to_odd = 5;
 
 // ---------------------------------------------------------------------------------------------
 // Arithmetic, correctly rounded under the rounding code.

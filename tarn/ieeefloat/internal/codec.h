@@ -165,6 +165,13 @@ inline void do_make_zero(format f, bool negative, QNumber& out) {
     if (negative) BVNumber::set_bit(out, f.exponent_width + f.mantissa_width, true);
 }
 
+/// Whether the packed NaN `nan` is signaling: its first mantissa bit, which
+/// hardware reads as the quiet bit, is 0. In formats with m >= 2 the library
+/// NaN is one; with m = 1 every NaN is quiet.
+inline bool nan_is_signaling(format f, const QNumber& nan) {
+    return !BVNumber::test_bit(nan, f.mantissa_width - 1);
+}
+
 /// The library NaN of a format whose packed integers fit 64 bits.
 constexpr std::uint64_t library_nan_word(unsigned long e, unsigned long m) {
     return low_mask(e) << m | 1 | std::uint64_t{1} << (e + m);

@@ -1,6 +1,7 @@
 // Private to the IEEEFloat units, not installed: the rounding core, exact result to pattern.
 #pragma once
 
+#include "tarn/ieeefloat/flags.h"
 #include "tarn/ieeefloat/internal/codec.h"
 #include "tarn/ieeefloat/internal/errors.h"
 
@@ -30,28 +31,108 @@ private:
     QNumber slots[slot_count];
 };
 
-/// Whether an inexact result moves one unit away from zero, given the bit
-/// just below the kept ones (`round_bit`), whether anything lies below that
-/// (`sticky`) and whether the kept significand is odd.
-inline bool rounds_away(rounding_mode mode, bool negative, bool round_bit, bool sticky, bool odd) {
-    switch (mode) {
-    case IEEEFloat::ROUND_NEAREST_EVEN:
-        return round_bit && (sticky || odd);
-    case IEEEFloat::ROUND_TOWARD_ZERO:
-        return false;
-    case IEEEFloat::ROUND_TOWARD_POSITIVE:
-        return !negative;
-    case IEEEFloat::ROUND_TOWARD_NEGATIVE:
-        return negative;
+/// The direction of one rounding and the flags it raised: what every routine
+/// that rounds takes, so that a new direction or flag changes no signature.
+///
+/// Operations that round under a value's stored mode build it with of_mode,
+/// which keeps a mode number outside 0 to 3 as `invalid_direction` with the
+/// number beside it: such a mode throws "bad rounding mode: N" when a result
+/// is inexact, and never reads as one of the extra directions 4 and 5.
+struct RoundingContext {
+    rounding direction;
+    int mode_number;
+    unsigned flags = 0;
+
+    explicit RoundingContext(rounding r) : direction(r), mode_number(static_cast<int>(r)) {}
+
+    static RoundingContext of_mode(rounding_mode mode) {
+        RoundingContext r(static_cast<unsigned>(mode) <= 3u ? static_cast<rounding>(mode)
+                                                            : invalid_direction);
+        r.mode_number = static_cast<int>(mode);
+        return r;
     }
-    throw_bad_rounding_mode(static_cast<int>(mode));
+
+    /// Toward -infinity, the one direction in which an exact zero sum is -0.
+    bool downward() const { return direction == rounding::downward; }
+
+    static constexpr rounding invalid_direction = static_cast<rounding>(-1);
+};
+
+/// The bits a rounding discards: the first of them (`round_bit`), whether
+/// any below it is set (`sticky`), and the second (`fine_round_bit`), which
+/// only the tininess of a result carried up to the smallest normal needs.
+struct Discarded {
+    bool round_bit = false, sticky = false, fine_round_bit = false;
+
+    bool inexact() const { return round_bit || sticky; }
+};
+
+/// Whether an inexact result moves one unit away from zero, given what was
+/// discarded and whether the kept significand is odd. Rounding to odd
+/// truncates and then makes the significand odd: it moves only an even one.
+inline bool rounds_away(const RoundingContext& r, bool negative, bool round_bit, bool sticky,
+                        bool odd) {
+    switch (r.direction) {
+    case rounding::nearest_even:
+        return round_bit && (sticky || odd);
+    case rounding::toward_zero:
+        return false;
+    case rounding::upward:
+        return !negative;
+    case rounding::downward:
+        return negative;
+    case rounding::nearest_away:
+        return round_bit;
+    case rounding::to_odd:
+        return !odd;
+    }
+    throw_bad_rounding_mode(r.mode_number);
+}
+
+/// rounds_away for a result that may be exact, raising inexact when it is not.
+inline bool round_up(RoundingContext& r, bool negative, Discarded d, bool odd) {
+    if (!d.inexact()) return false;
+    r.flags |= FLAG_INEXACT;
+    return rounds_away(r, negative, d.round_bit, d.sticky, odd);
 }
 
 /// Whether a result too large for the format becomes the largest finite
-/// magnitude rather than infinity: the modes that round its magnitude down.
-inline bool overflow_saturates(rounding_mode mode, bool negative) {
-    return mode == IEEEFloat::ROUND_TOWARD_ZERO ||
-           static_cast<int>(mode) == IEEEFloat::ROUND_TOWARD_NEGATIVE - static_cast<int>(negative);
+/// magnitude rather than infinity: the directions that round its magnitude
+/// down. Raises overflow and inexact.
+inline bool overflow_saturates(RoundingContext& r, bool negative) {
+    r.flags |= FLAG_OVERFLOW | FLAG_INEXACT;
+    switch (r.direction) {
+    case rounding::toward_zero:
+    case rounding::to_odd:
+        return true;
+    case rounding::upward:
+        return negative;
+    case rounding::downward:
+        return !negative;
+    default:
+        return false;
+    }
+}
+
+/// Raises underflow for an inexact result rounded at subnormal precision.
+/// Such a result is tiny unless rounding carried it up to the smallest normal
+/// magnitude (`carried`) and rounding at the format's full precision, one
+/// bit finer, would have carried too: that needs a round bit of 1 below a
+/// kept significand of all ones (odd), and the finer rounding of the bits
+/// below it to move away.
+///
+/// In a format with one exponent bit (`no_normals`) the carry lands on
+/// infinity instead, and is its overflow.
+inline void note_tiny(RoundingContext& r, bool negative, bool carried, Discarded d,
+                      bool no_normals = false) {
+    if (!d.inexact()) return;
+    if (carried && no_normals) {
+        r.flags |= FLAG_OVERFLOW | FLAG_INEXACT;
+        return;
+    }
+    const bool full_precision_carries = carried && d.round_bit && d.sticky &&
+                                        rounds_away(r, negative, d.fine_round_bit, d.sticky, true);
+    if (!full_precision_carries) r.flags |= FLAG_UNDERFLOW;
 }
 
 /// Formats whose rounding fits machine words: exponents, significands and
@@ -77,15 +158,15 @@ inline void store_packed(format f, bool negative, std::uint64_t magnitude_bits, 
 }
 
 /// The last steps of the rounding core for formats whose patterns fit words:
-/// `kept` is the significand already cut to the format's precision, with the
-/// first discarded bit and the sticky bit beside it. `biased` is the biased
-/// exponent of a normal result (above 0 and below the all-ones field); 0 or
-/// below marks a subnormal one, and it is ignored under `overflow`.
-inline void finish_in_words(format f, rounding_mode mode, bool negative, std::uint64_t kept,
-                            bool round_bit, bool sticky, long biased, bool overflow, QNumber& out) {
+/// `kept` is the significand already cut to the format's precision, `d` what
+/// was cut off. `biased` is the biased exponent of a normal result (above 0
+/// and below the all-ones field); 0 or below marks a subnormal one, and it is
+/// ignored under `overflow`.
+inline void finish_in_words(format f, RoundingContext& r, bool negative, std::uint64_t kept,
+                            Discarded d, long biased, bool overflow, QNumber& out) {
     const unsigned long m = f.mantissa_width;
     const long max_exponent = (long{1} << f.exponent_width) - 1;
-    if ((round_bit || sticky) && rounds_away(mode, negative, round_bit, sticky, kept & 1)) {
+    if (round_up(r, negative, d, kept & 1)) {
         ++kept;
         if (kept >> (m + 1)) { // rounded up to the next power of two
             kept >>= 1;
@@ -95,13 +176,14 @@ inline void finish_in_words(format f, rounding_mode mode, bool negative, std::ui
     std::uint64_t bits;
     if (overflow) {
         bits = static_cast<std::uint64_t>(max_exponent) << m;
-        if (overflow_saturates(mode, negative)) --bits;
+        if (overflow_saturates(r, negative)) --bits;
     } else if (biased > 0) {
         // The hidden bit of kept carries one into the exponent field.
         bits = (static_cast<std::uint64_t>(biased - 1) << m) + kept;
     } else {
         // Subnormal, or zero when everything was shifted out; one that rounded
         // up to 2^m lands on the smallest normal by the same carry.
+        note_tiny(r, negative, (kept >> m) != 0, d, f.exponent_width == 1);
         bits = kept;
     }
     store_packed(f, negative, bits, out);
@@ -110,7 +192,7 @@ inline void finish_in_words(format f, rounding_mode mode, bool negative, std::ui
 /// The rounding core on machine words, for word_rounding_format formats and
 /// exponents within word_exponent_limit: the steps of round_and_pack_exact
 /// with every number in a register.
-inline void round_and_pack_word(format f, rounding_mode mode, bool negative, long significand,
+inline void round_and_pack_word(format f, RoundingContext& r, bool negative, long significand,
                                 long exponent, QNumber& out) {
     std::uint64_t s = static_cast<std::uint64_t>(significand);
     if (significand < 0) {
@@ -128,25 +210,26 @@ inline void round_and_pack_word(format f, rounding_mode mode, bool negative, lon
     // A subnormal result keeps the minimum exponent and loses more bits.
     const long shift = biased > 0 ? delta : 1 - bias - exponent;
 
-    bool round_bit = false, sticky = false;
+    Discarded d;
     if (shift < 0) {
         s <<= -shift;
     } else if (shift > 64) {
-        sticky = true;
+        d.sticky = true;
         s = 0;
     } else if (shift > 0) {
-        round_bit = (s >> (shift - 1)) & 1;
-        sticky = (s & low_mask(static_cast<unsigned long>(shift - 1))) != 0;
+        d.round_bit = (s >> (shift - 1)) & 1;
+        d.fine_round_bit = shift >= 2 && ((s >> (shift - 2)) & 1);
+        d.sticky = (s & low_mask(static_cast<unsigned long>(shift - 1))) != 0;
         s = shift == 64 ? 0 : s >> shift;
     }
-    finish_in_words(f, mode, negative, s, round_bit, sticky, biased, biased >= max_exponent, out);
+    finish_in_words(f, r, negative, s, d, biased, biased >= max_exponent, out);
 }
 
 /// The rounding core on QNumbers, for every format and every size of result,
 /// with the contract of round_and_pack_float. Formats whose patterns fit
 /// words leave it, for finish_in_words, as soon as the significand has been
 /// cut to their precision. Out of line: it is the slow path.
-void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bool negative,
+void round_and_pack_exact(TempNumProvider& tmp, format f, RoundingContext& r, bool negative,
                           QNumber& exponent, QNumber& significand, QNumber& out);
 
 /// Rounds the exact result (-1)^negative * significand * 2^(exponent - m) to
@@ -168,15 +251,15 @@ void round_and_pack_exact(TempNumProvider& tmp, format f, rounding_mode mode, bo
 ///
 /// Results whose numbers fit machine words are rounded entirely in registers;
 /// the QNumber path handles everything else with identical results.
-inline void round_and_pack_float(TempNumProvider& tmp, format f, rounding_mode mode, bool negative,
+inline void round_and_pack_float(TempNumProvider& tmp, format f, RoundingContext& r, bool negative,
                                  QNumber& exponent, QNumber& significand, QNumber& out) {
     long s, x;
     if (word_rounding_format(f) && BVNumber::to_long(significand, &s) &&
         BVNumber::to_long(exponent, &x) && x > -word_exponent_limit && x < word_exponent_limit) {
-        round_and_pack_word(f, mode, negative, s, x, out);
+        round_and_pack_word(f, r, negative, s, x, out);
         return;
     }
-    round_and_pack_exact(tmp, f, mode, negative, exponent, significand, out);
+    round_and_pack_exact(tmp, f, r, negative, exponent, significand, out);
 }
 
 } // namespace tarn::ieeefloat_detail

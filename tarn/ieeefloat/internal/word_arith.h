@@ -226,6 +226,28 @@ template <class Bits>
     return o;
 }
 
+/// Whether an operand is a signaling NaN (first mantissa bit 0).
+template <class Bits>
+bool signaling(const WordFormat<Bits>& wf, const WordOperand<Bits>& o) {
+    return o.nan && ((o.bits >> (wf.m - 1)) & 1) == 0;
+}
+
+/// The packed result of an operation with a NaN operand: the first NaN as
+/// it stands. Raises invalid when either operand is a signaling NaN.
+template <class Bits>
+Bits nan_result(RoundingContext& r, const WordFormat<Bits>& wf, const WordOperand<Bits>& a,
+                const WordOperand<Bits>& b) {
+    if (signaling(wf, a) || signaling(wf, b)) r.flags |= FLAG_INVALID;
+    return a.nan ? a.bits : b.bits;
+}
+
+/// The library NaN of an invalid operation, raising invalid.
+template <class Bits>
+Bits invalid_result(RoundingContext& r, const WordFormat<Bits>& wf) {
+    r.flags |= FLAG_INVALID;
+    return wf.nan();
+}
+
 /// Gives a subnormal significand m + 1 bits, lowering its exponent to match.
 template <class Bits>
 void normalise(const WordFormat<Bits>& wf, WordOperand<Bits>& o) {
@@ -244,11 +266,11 @@ template <class Wide>
 }
 
 /// The packed bits, sign bit excluded, of (-1)^negative * sig * 2^(exp - m)
-/// rounded to the format under `mode`: the decisions of round_and_pack_float
-/// (normal, subnormal or overflow; round and sticky bits; the carry into the
-/// next binade), taken on words.
+/// rounded to the format in the direction of `r`, raising its flags: the
+/// decisions of round_and_pack_float (normal, subnormal or overflow; the
+/// discarded bits; the carry into the next binade), taken on words.
 template <class Bits, class Wide>
-[[gnu::always_inline]] inline Bits round_bits(const WordFormat<Bits>& wf, rounding_mode mode,
+[[gnu::always_inline]] inline Bits round_bits(const WordFormat<Bits>& wf, RoundingContext& r,
                                               bool negative, Wide sig, long exp) {
     if (sig == Wide{0}) return 0;
     const long delta = bit_length(sig) - static_cast<long>(wf.m + 1);
@@ -259,19 +281,20 @@ template <class Bits, class Wide>
     const long shift = biased > 0 ? delta : 1 - wf.bias - exp;
     exp += shift;
 
-    bool round_bit = false, sticky = false;
+    Discarded d;
     if (shift < 0) {
         sig = sig << -shift;
     } else if (shift > bits_of<Wide>) {
-        sticky = true;
+        d.sticky = true;
         sig = Wide{0};
     } else if (shift > 0) {
-        round_bit = bit_at(sig, shift - 1);
-        sticky = low_bits_set(sig, shift - 1);
+        d.round_bit = bit_at(sig, shift - 1);
+        d.fine_round_bit = shift >= 2 && bit_at(sig, shift - 2);
+        d.sticky = low_bits_set(sig, shift - 1);
         sig = shift == bits_of<Wide> ? Wide{0} : sig >> shift;
     }
 
-    if ((round_bit || sticky) && rounds_away(mode, negative, round_bit, sticky, bit_at(sig, 0))) {
+    if (round_up(r, negative, d, bit_at(sig, 0))) {
         sig = sig + Wide{1};
         if (bit_at(sig, wf.m + 1)) { // rounded up to the next power of two
             if (++biased >= wf.max_field) {
@@ -285,18 +308,19 @@ template <class Bits, class Wide>
 
     if (overflow) {
         const Bits inf = wf.inf(false);
-        return overflow_saturates(mode, negative) ? inf - 1 : inf;
+        return overflow_saturates(r, negative) ? inf - 1 : inf;
     }
     const auto s = static_cast<Bits>(sig);
+    if (biased <= 0) note_tiny(r, negative, (s >> wf.m) & 1, d);
     if ((s >> wf.m) & 1) return static_cast<Bits>(exp + wf.bias) << wf.m | (s & wf.mantissa_mask());
     return s; // subnormal, or zero when everything was shifted out
 }
 
 /// Rounds (-1)^negative * sig * 2^(exp - m) into the packed integer `out`.
 template <class Bits, class Wide>
-[[gnu::always_inline]] inline void round_into(const WordFormat<Bits>& wf, rounding_mode mode,
+[[gnu::always_inline]] inline void round_into(const WordFormat<Bits>& wf, RoundingContext& r,
                                               bool negative, Wide sig, long exp, QNumber& out) {
-    write_packed(round_bits(wf, mode, negative, sig, exp) | wf.signed_zero(negative), out);
+    write_packed(round_bits(wf, r, negative, sig, exp) | wf.signed_zero(negative), out);
 }
 
 } // namespace tarn::ieeefloat_detail
