@@ -12,7 +12,9 @@
 ///
 /// - **Rounding code.** The `round` argument selects the direction: 0 to nearest with ties to
 ///   even, 1 toward negative infinity, 2 toward positive infinity, 3 toward zero, 4 to nearest
-///   with ties away from zero, 5 to odd. Any other code
+///   with ties away from zero, 5 to odd (truncate, then set the last mantissa bit of an inexact
+///   result; an overflow stops at the largest finite magnitude; a result rounded to odd two or
+///   more bits beyond a narrower precision rounds correctly to that precision). Any other code
 ///   (the library passes -1 for a mode it does not know) rounds to nearest with ties to even, the
 ///   IEEE default, so that an unknown mode still yields a correctly rounded result.
 /// - **Exception flags.** Operations OR the IEEE exceptions they signal into
@@ -71,10 +73,7 @@ constexpr int round_toward_positive = 2;
 constexpr int round_toward_zero = 3;
 /// Round to nearest, ties away from zero.
 constexpr int round_nearest_away = 4;
-/// Round to odd: truncate toward zero, then set the last mantissa bit when the result is
-/// inexact. An overflow gives the largest finite magnitude of its sign. Rounding a result to
-/// odd at two or more bits beyond a narrower precision lets a later rounding to that precision
-/// give the correctly rounded answer, which is what makes it worth having.
+/// Round to odd: truncate, and set the last mantissa bit when inexact.
 constexpr int round_to_odd = 5;
 
 // ---------------------------------------------------------------------------------------------
