@@ -218,28 +218,45 @@ void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
     if (negative) mpz_setbit(o, fmt_.e + fmt_.m);
 }
 
-// Every operation first computes its result truncated to m+2 bits (w_, ternary t) in
-// MPFR's widest range, where nothing the formats reach overflows or underflows unseen.
-// One bit below those, set when t says something was cut off, stands for the rest:
-// strictly between two neighbours of m+2 bits, that value rounds as the exact one does
-// to any precision up to m+1, in every direction, subnormal or not. Rounding it to m+1
-// bits there gives the unbounded-exponent result that decides tininess and overflow,
-// and fit_to_format then brings it into the format. Returns the rounding's flags.
+// Each operation computes its result in MPFR's widest range, where nothing the formats
+// reach overflows or underflows unseen: at m+1 bits in the mode's MPFR direction
+// (toward zero for round-to-odd), which is the unbounded-exponent rounding that decides
+// tininess and overflow, and fit_to_format then brings it into the format.
+// Ties-away has no MPFR direction, so its result (`result(mode)` is w_) is truncated to
+// m+2 bits instead; one bit below those, set when something was cut off, stands for the
+// rest: strictly between two neighbours of m+2 bits, that value rounds as the exact one
+// does to any precision up to m+1, subnormal or not. Moved off an exact tie away from
+// zero, it then rounds to nearest-even the way ties-away wants.
+mpfr_rnd_t Emulator::begin(int mode) const {
+    const mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    enter_full_range();
+    return mode == NEAREST_AWAY ? MPFR_RNDZ : rnd;
+}
+
+// Returns the rounding's flags.
 unsigned Emulator::finish(mpz_class& out, int t, int mode) {
     const mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    if (mpfr_nan_p(w_) || mpfr_inf_p(w_) || (mpfr_zero_p(w_) && t == 0)) {
-        encode(out, w_);
+    const mpfr_ptr x = result(mode);
+    if (mpfr_nan_p(x) || mpfr_inf_p(x) || (mpfr_zero_p(x) && t == 0)) {
+        encode(out, x);
         return 0;
     }
-    mpfr_set(wide_, w_, MPFR_RNDN);
-    if (t != 0) nudge_away(wide_);
     bool tiny = false, huge = false;
-    int r = round_sticky(rnd, tiny, huge);
-    // Ties-away differs from nearest-even only on an exact tie; moved off it away
-    // from zero, the value rounds the way ties-away wants.
-    if (mode == NEAREST_AWAY && r != 0 && t == 0) {
-        nudge_away(wide_);
-        r = round_sticky(rnd, tiny, huge);
+    int r = 0;
+    const auto round_wide = [&] {
+        enter_full_range();
+        return fit(mpfr_set(r_, wide_, rnd), rnd, tiny, huge);
+    };
+    if (mode != NEAREST_AWAY) {
+        r = fit(t, rnd, tiny, huge);
+    } else {
+        mpfr_set(wide_, w_, MPFR_RNDN);
+        if (t != 0) nudge_away(wide_);
+        r = round_wide();
+        if (r != 0 && t == 0) {
+            nudge_away(wide_);
+            r = round_wide();
+        }
     }
     encode(out, r_);
     if (r == 0) return 0;
@@ -247,29 +264,25 @@ unsigned Emulator::finish(mpz_class& out, int t, int mode) {
     return FLAG_INEXACT | (huge ? FLAG_OVERFLOW : 0u) | (tiny ? FLAG_UNDERFLOW : 0u);
 }
 
-int Emulator::round_sticky(mpfr_rnd_t rnd, bool& tiny, bool& huge) {
-    enter_full_range();
-    const int t = mpfr_set(r_, wide_, rnd);
-    // The smallest normal 2^(1-bias) is 0.1 x 2^(2-bias) to MPFR. Only the widest
-    // formats can overflow MPFR's own range here.
+// r_, rounded to m+1 bits (ternary t) in the widest range, into the format. The smallest
+// normal 2^(1-bias) is 0.1 x 2^(2-bias) to MPFR; only the widest formats can leave
+// MPFR's own range.
+int Emulator::fit(int t, mpfr_rnd_t rnd, bool& tiny, bool& huge) {
     const bool regular = mpfr_regular_p(r_) != 0;
-    tiny = regular && mpfr_get_exp(r_) < 2 - bias_;
-    huge = !regular || mpfr_get_exp(r_) > emax_;
+    tiny = mpfr_zero_p(r_) || (regular && mpfr_get_exp(r_) < 2 - bias_);
+    huge = mpfr_inf_p(r_) || (regular && mpfr_get_exp(r_) > emax_);
     return fit_to_format(r_, t, rnd);
 }
 
 void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode, unsigned* flags) {
-    to_mpfr_rounding(mode);
-    enter_full_range();
-    const unsigned raised = finish(out, mpfr_set_q(w_, q.get_mpq_t(), MPFR_RNDZ), mode);
+    const int t = mpfr_set_q(result(mode), q.get_mpq_t(), begin(mode));
+    const unsigned raised = finish(out, t, mode);
     if (flags) *flags = raised;
 }
 
 bool Emulator::read(mpz_class& out, const std::string& text, int mode, unsigned* flags) {
-    to_mpfr_rounding(mode);
-    enter_full_range();
     char* end = nullptr;
-    const int t = mpfr_strtofr(w_, text.c_str(), &end, 0, MPFR_RNDZ);
+    const int t = mpfr_strtofr(result(mode), text.c_str(), &end, 0, begin(mode));
     if (text.empty() || end != text.c_str() + text.size()) return false;
     const unsigned raised = finish(out, t, mode);
     if (flags) *flags = raised;
@@ -278,8 +291,7 @@ bool Emulator::read(mpz_class& out, const std::string& text, int mode, unsigned*
 
 void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode,
                      unsigned* flags) {
-    to_mpfr_rounding(mode);
-    enter_full_range();
+    const mpfr_rnd_t rnd = begin(mode);
     const bool unary = op == Operation::Sqrt;
     decode(x_, a);
     if (!unary) decode(y_, b);
@@ -287,25 +299,20 @@ void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz
     unsigned raised =
         signaling(fmt_, x_, a) || (!unary && signaling(fmt_, y_, b)) ? FLAG_INVALID : 0;
     if (op == Operation::Div && mpfr_zero_p(y_) && mpfr_regular_p(x_)) raised |= FLAG_DIVBYZERO;
-    const auto run = [&](mpfr_rnd_t rnd) {
-        return op == Operation::Add   ? mpfr_add(w_, x_, y_, rnd)
-               : op == Operation::Sub ? mpfr_sub(w_, x_, y_, rnd)
-               : op == Operation::Mul ? mpfr_mul(w_, x_, y_, rnd)
-               : op == Operation::Div ? mpfr_div(w_, x_, y_, rnd)
-                                      : mpfr_sqrt(w_, x_, rnd);
-    };
-    const int t = run(MPFR_RNDZ);
-    // MPFR gives exact zeros IEEE's signs; only a cancellation's depends on the direction.
-    if (mode == TOWARD_NEGATIVE && mpfr_zero_p(w_) && t == 0) run(MPFR_RNDD);
-    if (mpfr_nan_p(w_) && !nan_operand) raised |= FLAG_INVALID;
+    const mpfr_ptr r = result(mode);
+    const int t = op == Operation::Add   ? mpfr_add(r, x_, y_, rnd)
+                  : op == Operation::Sub ? mpfr_sub(r, x_, y_, rnd)
+                  : op == Operation::Mul ? mpfr_mul(r, x_, y_, rnd)
+                  : op == Operation::Div ? mpfr_div(r, x_, y_, rnd)
+                                         : mpfr_sqrt(r, x_, rnd);
+    if (mpfr_nan_p(r) && !nan_operand) raised |= FLAG_INVALID;
     raised |= finish(out, t, mode);
     if (flags) *flags = raised;
 }
 
 void Emulator::fma(mpz_class& out, const mpz_class& a, const mpz_class& b, const mpz_class& c,
                    int mode, unsigned* flags) {
-    to_mpfr_rounding(mode);
-    enter_full_range();
+    const mpfr_rnd_t rnd = begin(mode);
     decode(x_, a);
     decode(y_, b);
     decode(z_, c);
@@ -316,17 +323,15 @@ void Emulator::fma(mpz_class& out, const mpz_class& a, const mpz_class& b, const
         zero_times_inf || signaling(fmt_, x_, a) || signaling(fmt_, y_, b) || signaling(fmt_, z_, c)
             ? FLAG_INVALID
             : 0;
-    const int t = mpfr_fma(w_, x_, y_, z_, MPFR_RNDZ);
-    if (mode == TOWARD_NEGATIVE && mpfr_zero_p(w_) && t == 0) mpfr_fma(w_, x_, y_, z_, MPFR_RNDD);
-    if (mpfr_nan_p(w_) && !nan_operand) raised |= FLAG_INVALID;
+    const int t = mpfr_fma(result(mode), x_, y_, z_, rnd);
+    if (mpfr_nan_p(result(mode)) && !nan_operand) raised |= FLAG_INVALID;
     raised |= finish(out, t, mode);
     if (flags) *flags = raised;
 }
 
 void Emulator::round_to_format(mpz_class& out, mpfr_srcptr x, int mode, unsigned* flags) {
-    to_mpfr_rounding(mode);
-    enter_full_range();
-    const unsigned raised = finish(out, mpfr_set(w_, x, MPFR_RNDZ), mode);
+    const int t = mpfr_set(result(mode), x, begin(mode));
+    const unsigned raised = finish(out, t, mode);
     if (flags) *flags = raised;
 }
 

@@ -226,14 +226,16 @@ public:
 
 private:
     void enter_range() const;
+    mpfr_rnd_t begin(int mode) const;
+    mpfr_ptr result(int mode) { return mode == NEAREST_AWAY ? w_ : r_; }
     unsigned finish(mpz_class& out, int t, int mode);
-    int round_sticky(mpfr_rnd_t rnd, bool& tiny, bool& huge);
+    int fit(int t, mpfr_rnd_t rnd, bool& tiny, bool& huge);
 
     Format fmt_;
     long bias_;
     mpfr_exp_t emin_, emax_;
     mpfr_t x_, y_, z_, r_;
-    mpfr_t w_;      // a result truncated to m+2 bits in MPFR's widest range
+    mpfr_t w_;      // ties-away: the result truncated to m+2 bits
     mpfr_t wide_;   // w_ with a sticky bit below it, at m+4 bits
     mpz_class sig_; // scratch of the codec, kept so that a call allocates nothing
 };
