@@ -97,6 +97,19 @@ ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, Finite
     }
 }
 
+/// Whether a NaN held in `repr` is signaling (its first mantissa bit is 0).
+template <class Held>
+bool held_nan_is_signaling(IEEEFloat::Repr repr, const Held& held, format f) {
+    switch (repr) {
+    case IEEEFloat::REPR_FLOAT32:
+        return ((held.bits32 >> 22) & 1) == 0;
+    case IEEEFloat::REPR_FLOAT64:
+        return ((held.bits64 >> 51) & 1) == 0;
+    default:
+        return nan_is_signaling(f, *held.packed);
+    }
+}
+
 /// An exact rational or decimal of a value of weight 2^k needs about |k|
 /// bits, so exponent fields wide enough could ask for integers of gigabytes
 /// from a single pattern. The same bound as for the alignment of addition
@@ -108,5 +121,28 @@ inline void check_exact_size(long k) {
     const long limit = static_cast<long>(max_alignment_distance);
     if (k > limit || k < -limit) throw_error(precision_limit_message);
 }
+
+/// The rounding of integer conversion under a stored mode: a mode number
+/// outside 0 to 3 truncates rather than failing, so that converting to an
+/// integer never throws for the mode.
+inline rounding integer_direction(rounding_mode mode) {
+    return static_cast<unsigned>(mode) <= 3u ? static_cast<rounding>(mode) : rounding::toward_zero;
+}
+
+/// A finite value's magnitude rounded to an integer: in `word` when below
+/// 2^64 (`in_word`), in `wide` otherwise.
+struct RoundedMagnitude {
+    bool inexact = false;
+    bool in_word = true;
+    std::uint64_t word = 0;
+    mpz_class wide;
+};
+
+/// The magnitude of p rounded to an integer in direction `dir`, the one
+/// rounding shared by the integer conversions and rounding to integral. With
+/// `word_only` a magnitude of 2^64 or more is reported (in_word false) but
+/// not built, decided from the exponent, so huge exponents cost nothing;
+/// otherwise it is built, within check_exact_size's bound.
+void round_magnitude(const FiniteParts& p, rounding dir, bool word_only, RoundedMagnitude& out);
 
 } // namespace tarn::ieeefloat_detail
