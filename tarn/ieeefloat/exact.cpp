@@ -85,28 +85,16 @@ QNumber IEEEFloat::to_integer(unsigned long width) const {
 namespace ieeefloat_detail {
 
 void round_magnitude(const FiniteParts& p, rounding dir, bool word_only, RoundedMagnitude& out) {
-    const RoundingContext r(dir);
-    if (p.in_word && p.exponent <= 0) {
-        const unsigned long shift = static_cast<unsigned long>(-p.exponent);
-        const bool round_bit = shift >= 1 && shift <= 64 && ((p.word >> (shift - 1)) & 1);
-        const bool sticky = shift >= 2 && (p.word & low_mask(shift - 1)) != 0;
-        out.in_word = true;
-        out.word = shift >= 64 ? 0 : p.word >> shift;
-        out.inexact = round_bit || sticky;
-        // The significand is below 2^63, so the increment cannot wrap.
-        if (out.inexact && rounds_away(r, p.negative, round_bit, sticky, out.word & 1)) ++out.word;
+    out.in_word = true;
+    if (p.in_word &&
+        round_word_magnitude(p.negative, p.word, p.exponent, dir, out.word, out.inexact))
         return;
-    }
-    if (p.in_word && p.exponent < 64 && (p.word >> (64 - p.exponent)) == 0) {
-        out.in_word = true;
-        out.word = p.word << p.exponent;
-        return;
-    }
+    out.in_word = false;
+    if (p.in_word && word_only) return;
     mpz_class& z = out.wide;
     z = p.in_word ? mpz_class(static_cast<unsigned long>(p.word)) : p.wide;
     // The magnitude lies in [2^(length - 1), 2^length) before rounding.
     const long length = static_cast<long>(mpz_sizeinbase(z.get_mpz_t(), 2)) + p.exponent;
-    out.in_word = false;
     if (word_only && length > 64) return;
     if (p.exponent >= 0) {
         check_exact_size(p.exponent);
@@ -117,7 +105,8 @@ void round_magnitude(const FiniteParts& p, rounding dir, bool word_only, Rounded
         const bool sticky = mpz_scan1(z.get_mpz_t(), 0) < shift - 1;
         mpz_fdiv_q_2exp(z.get_mpz_t(), z.get_mpz_t(), shift);
         out.inexact = round_bit || sticky;
-        if (out.inexact && rounds_away(r, p.negative, round_bit, sticky, mpz_odd_p(z.get_mpz_t())))
+        if (out.inexact && rounds_away(RoundingContext(dir), p.negative, round_bit, sticky,
+                                       mpz_odd_p(z.get_mpz_t())))
             mpz_add_ui(z.get_mpz_t(), z.get_mpz_t(), 1);
     }
     if (mpz_sizeinbase(z.get_mpz_t(), 2) <= 64) {

@@ -17,38 +17,70 @@ using namespace ieeefloat_detail;
 
 namespace {
 
-/// x rounded to Int in direction r. The range test reads the rounded
-/// magnitude, which round_magnitude reports as too large from the exponent
-/// alone, so a value of a huge binade builds no integer.
+/// The result of an invalid conversion to Int: the most negative value, or all ones.
+template <class Int>
+Int invalid_integer() {
+    using Limits = std::numeric_limits<Int>;
+    raise(FLAG_INVALID);
+    return Limits::is_signed ? Limits::min() : Limits::max();
+}
+
+/// (-1)^negative * magnitude as Int, when the magnitude is known (`in_word`)
+/// and within the range of the sign; -0 is fine for unsigned types.
+template <class Int>
+Int to_range(bool negative, bool in_word, std::uint64_t magnitude, bool inexact, bool exact) {
+    using Limits = std::numeric_limits<Int>;
+    const auto positive_limit = static_cast<std::uint64_t>(Limits::max());
+    const std::uint64_t limit =
+        negative ? (Limits::is_signed ? positive_limit + 1 : 0) : positive_limit;
+    if (!in_word || magnitude > limit) return invalid_integer<Int>();
+    if (exact && inexact) raise(FLAG_INEXACT);
+    using Unsigned = std::make_unsigned_t<Int>;
+    const auto m = static_cast<Unsigned>(magnitude);
+    return static_cast<Int>(negative ? static_cast<Unsigned>(0 - m) : m);
+}
+
+/// A binary32 or binary64 word rounded to Int, unpacked and rounded in
+/// registers.
+template <class Int, class Bits>
+Int word_to_fixed(Bits bits, format f, rounding r, bool exact) {
+    const WordFormat<Bits> wf(f);
+    const WordOperand<Bits> o = unpack(wf, bits);
+    if (o.nan || o.inf) return invalid_integer<Int>();
+    if (o.zero) return 0;
+    std::uint64_t magnitude;
+    bool inexact;
+    const bool in_word =
+        round_word_magnitude(o.sign, o.sig, o.exp - static_cast<long>(wf.m), r, magnitude, inexact);
+    return to_range<Int>(o.sign, in_word, magnitude, inexact, exact);
+}
+
+/// x rounded to Int in direction r. Beyond words, round_magnitude reports a
+/// magnitude of 2^64 or more from the exponent alone, so a value of a huge
+/// binade builds no integer.
 template <class Int>
 Int to_fixed(const IEEEFloat& x, rounding r, bool exact) {
-    using Limits = std::numeric_limits<Int>;
-    // The result of an invalid conversion: the most negative value, or all ones.
-    constexpr Int invalid_value = Limits::is_signed ? Limits::min() : Limits::max();
+    const auto& held = Access::held(x);
+    switch (x.get_repr()) {
+    case IEEEFloat::REPR_FLOAT32:
+        return word_to_fixed<Int>(held.bits32, binary32_format, r, exact);
+    case IEEEFloat::REPR_FLOAT64:
+        return word_to_fixed<Int>(held.bits64, binary64_format, r, exact);
+    default:
+        break;
+    }
     FiniteParts p;
-    switch (decode_value(x.get_repr(), Access::held(x), x.get_format(), p)) {
+    switch (decode_packed(x.get_format(), *held.packed, p)) {
     case ValueClass::zero:
         return 0;
     case ValueClass::finite:
         break;
     default:
-        raise(FLAG_INVALID);
-        return invalid_value;
+        return invalid_integer<Int>();
     }
     RoundedMagnitude n;
     round_magnitude(p, r, true, n);
-    // The largest magnitude of the value's sign; -0 is fine for unsigned types.
-    const auto positive_limit = static_cast<std::uint64_t>(Limits::max());
-    const std::uint64_t limit =
-        p.negative ? (Limits::is_signed ? positive_limit + 1 : 0) : positive_limit;
-    if (!n.in_word || n.word > limit) {
-        raise(FLAG_INVALID);
-        return invalid_value;
-    }
-    if (exact && n.inexact) raise(FLAG_INEXACT);
-    using Unsigned = std::make_unsigned_t<Int>;
-    const auto magnitude = static_cast<Unsigned>(n.word);
-    return static_cast<Int>(p.negative ? static_cast<Unsigned>(0 - magnitude) : magnitude);
+    return to_range<Int>(p.negative, n.in_word, n.word, n.inexact, exact);
 }
 
 /// (-1)^negative * magnitude rounded once to f in direction r.

@@ -58,8 +58,11 @@ inline ValueClass decode_word(std::uint64_t bits, unsigned long e, unsigned long
 inline ValueClass decode_packed(format f, const QNumber& packed, FiniteParts& out) {
     const unsigned long e = f.exponent_width, m = f.mantissa_width;
     if (e == 0) return ValueClass::zero; // no bias, no value but zero
-    std::uint64_t word;
-    if (e <= 62 && e + m <= 63 && as_word(packed, word)) return decode_word(word, e, m, out);
+    // A pattern of 64 bits with the sign set is beyond QNumber's small form
+    // but still a word.
+    std::uint64_t word, high;
+    if (e <= 62 && e + m <= 63 && BVNumber::to_words(packed, &word, &high) && high == 0)
+        return decode_word(word, e, m, out);
 
     TempNumProvider tmp;
     QNumber& exponent = tmp[0];
@@ -137,6 +140,28 @@ struct RoundedMagnitude {
     std::uint64_t word = 0;
     mpz_class wide;
 };
+
+/// The magnitude sig * 2^k (sig below 2^63) rounded to an integer in
+/// direction `dir`, into `magnitude`, on words: false, and nothing rounded,
+/// when it is 2^64 or more.
+inline bool round_word_magnitude(bool negative, std::uint64_t sig, long k, rounding dir,
+                                 std::uint64_t& magnitude, bool& inexact) {
+    if (k > 0) {
+        if (k >= 64 || (sig >> (64 - k)) != 0) return false;
+        magnitude = sig << k;
+        inexact = false;
+        return true;
+    }
+    const auto shift = static_cast<unsigned long>(-k);
+    const bool round_bit = shift >= 1 && shift <= 64 && ((sig >> (shift - 1)) & 1);
+    const bool sticky = shift >= 2 && (sig & low_mask(shift - 1)) != 0;
+    magnitude = shift >= 64 ? 0 : sig >> shift;
+    inexact = round_bit || sticky;
+    // The significand is below 2^63, so the increment cannot wrap.
+    if (inexact && rounds_away(RoundingContext(dir), negative, round_bit, sticky, magnitude & 1))
+        ++magnitude;
+    return true;
+}
 
 /// The magnitude of p rounded to an integer in direction `dir`, the one
 /// rounding shared by the integer conversions and rounding to integral. With
