@@ -48,8 +48,8 @@ Int word_to_fixed(Bits bits, format f, rounding r, bool exact) {
     const WordOperand<Bits> o = unpack(wf, bits);
     if (o.nan || o.inf) return invalid_integer<Int>();
     if (o.zero) return 0;
-    std::uint64_t magnitude;
-    bool inexact;
+    std::uint64_t magnitude = 0;
+    bool inexact = false;
     const bool in_word =
         round_word_magnitude(o.sign, o.sig, o.exp - static_cast<long>(wf.m), r, magnitude, inexact);
     return to_range<Int>(o.sign, in_word, magnitude, inexact, exact);
