@@ -146,20 +146,28 @@ INSTANTIATE_TEST_SUITE_P(, Exhaustive, testing::ValuesIn(tiny_cases()), name_of)
 // ---- Random -----------------------------------------------------------------------
 
 /// The reference against the host FPU on binary32 and binary64 words, for the
-/// operations the host has: a witness that shares nothing with MPFR.
+/// operations and directions the host has, results and flags: a witness that
+/// shares nothing with MPFR.
 std::string against_host(const Row& r, const Setting& s, const Operands& in) {
-    if (!s.word() || !s.valid_mode() || (r.input != Input::Pair && r.input != Input::Root))
+    const bool fma = r.input == Input::Triple, integral = r.check == rows::integral;
+    const int direction = r.directed ? in.direction : s.mode;
+    if (!s.word() || direction < 0 || direction > 3 ||
+        (r.input != Input::Pair && r.input != Input::Root && !fma && !integral))
         return "";
-    const auto host = [&] {
-        // The soft-float component numbers the directions nearest, down, up, toward zero.
-        const swflt_oracle::HostRounding rounding(std::array{0, 3, 2, 1}[s.mode]);
-        return swflt_oracle::host(static_cast<swflt_oracle::Op>(r.op), int(s.ofmt().width()),
-                                  oracle::to_word(in.a), oracle::to_word(in.b))
-            .bits;
-    };
-    const std::string wrong =
-        rows::mismatch(s.ofmt(), oracle::apply(s.ofmt(), r.op, in.a, in.b, s.mode),
-                       mpz_class(static_cast<unsigned long>(host())));
+    using swflt_oracle::Op;
+    const Op op = fma ? Op::fma : integral ? (in.flag ? Op::rint : Op::nearbyint) : Op(r.op);
+    // The soft-float component numbers the directions nearest, down, up, toward zero.
+    const swflt_oracle::HostRounding rounding(std::array{0, 3, 2, 1}[direction]);
+    const swflt_oracle::Outcome host =
+        swflt_oracle::host(op, int(s.ofmt().width()), oracle::to_word(in.a), oracle::to_word(in.b),
+                           oracle::to_word(in.c));
+    unsigned flags = 0;
+    const mpz_class want =
+        fma        ? oracle::fma(s.ofmt(), in.a, in.b, in.c, direction, &flags)
+        : integral ? oracle::round_to_integral(s.ofmt(), in.a, direction, in.flag, &flags)
+                   : oracle::apply(s.ofmt(), r.op, in.a, in.b, direction, &flags);
+    const std::string wrong = rows::mismatch(s.ofmt(), want, mpz_class(host.bits)) +
+                              rows::flag_mismatch(flags, host.flags);
     return wrong.empty() ? "" : "host FPU against the reference" + wrong;
 }
 

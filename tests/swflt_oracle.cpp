@@ -60,6 +60,8 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b, std::uint64_t c) {
     if (op == Op::div) r = x / y;
     if (op == Op::sqrt) r = std::sqrt(x);
     if (op == Op::fma) r = std::fma(x, y, z);
+    if (op == Op::nearbyint) r = std::nearbyint(x);
+    if (op == Op::rint) r = std::rint(x);
     if (op == Op::lt) truth = x < y;
     if (op == Op::le) truth = x <= y;
     // The relational operators signal on quiet NaNs; == does not, so build it from two. When

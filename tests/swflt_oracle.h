@@ -6,7 +6,7 @@
 
 namespace swflt_oracle {
 
-enum class Op { add, sub, mul, div, sqrt, convert, lt, le, eq, fma };
+enum class Op { add, sub, mul, div, sqrt, convert, lt, le, eq, fma, nearbyint, rint };
 
 /// A result word (0 or 1 for comparisons) and the IEEE flags raised, as soft-float flag bits.
 struct Outcome {
