@@ -517,6 +517,16 @@ IEEEFloat sqrt(const IEEEFloat& a, rounding r);
 /// x converted to `f` in direction r, held in get_best_repr(f), as set_format converts.
 IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding r);
 
+/// a * b + c rounded once, under a's rounding mode. An exact zero result is
+/// +0 when the product and c have opposite signs (-0 under
+/// ROUND_TOWARD_NEGATIVE), and their common sign otherwise. 0 x inf raises
+/// invalid whatever c is, a quiet NaN included. Any exponents are accepted:
+/// a term far below the other enters the rounding as a sticky bit, so the
+/// work stays within twice the format's precision.
+IEEEFloat fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c);
+/// a * b + c rounded once in direction r.
+IEEEFloat fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c, rounding r);
+
 /// Writes the value as to_float_str does for finite values, and "nan", "inf"
 /// or "-inf" for the others; the stream's width and fill apply to the whole
 /// text. Passes on to_float_str's precision-limit error.
