@@ -171,8 +171,5 @@ void print_ratios(const tarn_bench::MedianTimes& times) {
 } // namespace
 
 int main(int argc, char** argv) {
-    tarn_bench::MedianTimes times;
-    if (!tarn_bench::run_benchmarks(argc, argv, times)) return 1;
-    print_ratios(times);
-    return 0;
+    return tarn_bench::run_and_print(argc, argv, print_ratios);
 }

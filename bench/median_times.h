@@ -47,4 +47,13 @@ inline bool run_benchmarks(int argc, char** argv, MedianTimes& reporter) {
     return true;
 }
 
+/// The body of every comparison program's main: runs the registered
+/// benchmarks, then `print_ratios` on their times; 1 on a bad argument.
+inline int run_and_print(int argc, char** argv, void (*print_ratios)(const MedianTimes&)) {
+    MedianTimes times;
+    if (!run_benchmarks(argc, argv, times)) return 1;
+    print_ratios(times);
+    return 0;
+}
+
 } // namespace tarn_bench

@@ -26,20 +26,6 @@ void check_alignment_distance(unsigned long distance) {
     if (distance > max_alignment_distance) throw_error(precision_limit_message);
 }
 
-/// The exact product of two significands, in the path's intermediate type.
-template <class Wide, class Bits>
-inline Wide wide_product(Bits a, Bits b) {
-    return Wide{a} * Wide{b};
-}
-template <>
-inline U256 wide_product<U256, u128>(u128 a, u128 b) {
-    const u128 mask = ~std::uint64_t{0};
-    const u128 a0 = a & mask, a1 = a >> 64, b0 = b & mask, b1 = b >> 64;
-    const u128 low = a0 * b0, mid1 = a0 * b1, mid2 = a1 * b0, high = a1 * b1;
-    const u128 mid = (low >> 64) + (mid1 & mask) + (mid2 & mask);
-    return {high + (mid1 >> 64) + (mid2 >> 64) + (mid >> 64), (mid << 64) | (low & mask)};
-}
-
 /// floor(n / d), and whether the division leaves a remainder (d > 0).
 template <class Wide, class Divisor>
 inline Wide divide(Wide n, Divisor d, bool& inexact) {

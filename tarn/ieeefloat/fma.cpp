@@ -84,22 +84,6 @@ long extra_low_bits(bool close, long x_exp_minus_y_exp, long x_length, unsigned 
 
 // ---- Machine words ------------------------------------------------------------
 
-/// The exact product of two significands of a one-word format.
-template <class Wide, class Bits>
-Wide product(Bits a, Bits b) {
-    return Wide{a} * Wide{b};
-}
-/// The exact product of two significands of a two-word format, by GMP's
-/// two-limb multiplication.
-template <>
-U256 product<U256, u128>(u128 a, u128 b) {
-    const mp_limb_t x[2] = {static_cast<mp_limb_t>(a), static_cast<mp_limb_t>(a >> 64)};
-    const mp_limb_t y[2] = {static_cast<mp_limb_t>(b), static_cast<mp_limb_t>(b >> 64)};
-    mp_limb_t p[4];
-    mpn_mul_n(p, x, y, 2);
-    return from_limbs(p, 4);
-}
-
 /// One term of the sum: (-1)^negative * sig * 2^(exp - m).
 template <class Wide>
 struct Term {
@@ -171,7 +155,7 @@ void fma_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits
     case Outcome::finite:
         break;
     }
-    const Term<Wide> p{product<Wide>(a.sig, b.sig), a.exp + b.exp - static_cast<long>(wf.m),
+    const Term<Wide> p{wide_product<Wide>(a.sig, b.sig), a.exp + b.exp - static_cast<long>(wf.m),
                        s.negative};
     if (c.zero) return round_into(wf, r, p.negative, p.sig, p.exp, out);
     sum_words<Bits, Wide>(wf, r, p, Term<Wide>{Wide{c.sig}, c.exp, c.sign}, out);
