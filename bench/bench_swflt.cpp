@@ -61,6 +61,19 @@ void run_binary(benchmark::State& state, Op op) {
 }
 
 template <class Word, class Op>
+void run_ternary(benchmark::State& state, Op op) {
+    std::vector<Word> const a = operands<Word>(1, false);
+    std::vector<Word> const b = operands<Word>(2, false);
+    std::vector<Word> const c = operands<Word>(4, false);
+    std::size_t i = 0;
+    for (auto _ : state) {
+        auto r = op(a[i], b[i], c[i]);
+        benchmark::DoNotOptimize(r);
+        i = (i + 1) & (operand_count - 1);
+    }
+}
+
+template <class Word, class Op>
 void run_unary(benchmark::State& state, Op op) {
     std::vector<Word> const a = operands<Word>(3, true);
     std::size_t i = 0;
@@ -119,6 +132,22 @@ UNARY(sqrt64, W64, sw::float64_sqrt(a, 0), std::sqrt(f64(a)))
 UNARY(narrow, W64, sw::float64_to_float32(a, 0), static_cast<float>(f64(a)))
 UNARY(widen, W32, sw::float32_to_float64(a), static_cast<double>(f32(a)))
 
+// The fused operation against a multiplication followed by an addition, on both sides.
+#define TERNARY(name, Word, soft_expr, hard_expr)                                                  \
+    void soft_##name(benchmark::State& s) {                                                        \
+        run_ternary<Word>(s, [](Word a, Word b, Word c) { return soft_expr; });                    \
+    }                                                                                              \
+    void hard_##name(benchmark::State& s) {                                                        \
+        run_ternary<Word>(s, [](Word a, Word b, Word c) { return hard_expr; });                    \
+    }                                                                                              \
+    BENCHMARK(soft_##name);                                                                        \
+    BENCHMARK(hard_##name);
+
+TERNARY(fma32, W32, sw::float32_mul_add(a, b, c, 0), std::fma(f32(a), f32(b), f32(c)))
+TERNARY(mul_add32, W32, sw::float32_add(sw::float32_mul(a, b, 0), c, 0), f32(a) * f32(b) + f32(c))
+TERNARY(fma64, W64, sw::float64_mul_add(a, b, c, 0), std::fma(f64(a), f64(b), f64(c)))
+TERNARY(mul_add64, W64, sw::float64_add(sw::float64_mul(a, b, 0), c, 0), f64(a) * f64(b) + f64(c))
+
 // Prints the usual console output, then a soft/hard table from the same runs.
 /// One row per operation: the soft-float time, the hardware time, their ratio.
 void print_ratios(const tarn_bench::MedianTimes& times) {
@@ -130,6 +159,12 @@ void print_ratios(const tarn_bench::MedianTimes& times) {
         if (!hard_ns) continue;
         std::printf("%-8s %10.2f %10.2f %7.1fx\n", op.c_str(), soft_ns, *hard_ns,
                     soft_ns / *hard_ns);
+    }
+    // A fused multiply-add should cost little more than the two operations it replaces.
+    for (const char* width : {"32", "64"}) {
+        const double* fused = times.find(std::string("soft_fma") + width);
+        const double* apart = times.find(std::string("soft_mul_add") + width);
+        if (fused && apart) std::printf("fma%s / (mul then add): %.2f\n", width, *fused / *apart);
     }
 }
 

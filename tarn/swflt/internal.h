@@ -78,15 +78,20 @@ inline int leading_zeros(std::uint32_t x) {
 inline int leading_zeros(std::uint64_t x) {
     return __builtin_clzll(x);
 }
+inline int leading_zeros(u128 x) {
+    auto const high = static_cast<std::uint64_t>(x >> 64);
+    return high != 0 ? __builtin_clzll(high) : 64 + __builtin_clzll(static_cast<std::uint64_t>(x));
+}
 
 /// x shifted right by n >= 0 places, with every bit shifted out ORed into bit 0. Bit 0 stays
 /// below every rounding boundary, so it records "something non-zero was here" without moving
 /// the value across a boundary, and it makes the value odd, so a discarded remainder can never
 /// look like an exact tie. x must be below 2^(width - 1): a shift by width - 1 then already
 /// leaves only the sticky bit, so longer shifts are clamped to it and no branch is needed.
+/// Word may also be the double-width type that holds a product.
 template <class Word>
 inline Word shift_right_jam(Word x, int n) {
-    constexpr int width = Fmt<Word>::width;
+    constexpr int width = static_cast<int>(sizeof(Word) * 8);
     n = n < width - 1 ? n : width - 1;
     Word const lost = x & ((Word(1) << n) - 1);
     return (x >> n) | Word(lost != 0);
@@ -121,19 +126,21 @@ struct Fields {
     }
 };
 
-/// A rounding code outside 0..3 rounds to nearest even.
+/// A rounding code outside 0..5 rounds to nearest even.
 inline int checked_mode(int round) {
-    return static_cast<unsigned>(round) <= 3u ? round : round_nearest_even;
+    return static_cast<unsigned>(round) <= 5u ? round : round_nearest_even;
 }
 
 /// What to add to a working significand before truncating its `extra` low bits: half a unit
-/// to round to nearest, all-but-one unit to round away from zero, nothing to truncate.
+/// to round to nearest, all-but-one unit to round away from zero, nothing to truncate (round
+/// to odd truncates too and then marks an inexact result in the last bit).
 template <class Word>
 inline Word round_increment(bool sign, int mode) {
     constexpr Word half = Word(1) << (Fmt<Word>::extra - 1);
     constexpr Word almost_one = (Word(1) << Fmt<Word>::extra) - 1;
     switch (mode) {
     case round_nearest_even:
+    case round_nearest_away:
         return half;
     case round_toward_negative:
         return sign ? almost_one : 0;
@@ -151,7 +158,9 @@ inline Word round_increment(bool sign, int mode) {
 /// exponent field comes from adding the rounded significand, hidden bit included, to
 /// exp << mantissa_bits, which makes a rounding carry roll into the exponent for free. A
 /// negative `exp` gives a subnormal (or zero) result; underflow is raised when that result is
-/// inexact and tiny after rounding.
+/// inexact and tiny after rounding. Adding half a unit is all that rounding to nearest with
+/// ties away needs; ties to even then clear the last bit of an exact tie, and round to odd
+/// sets it when anything was cut off, which can never carry into the next binade.
 template <class Word>
 Word round_pack(bool sign, int exp, Word sig, int mode) {
     using F = Fmt<Word>;
@@ -178,6 +187,7 @@ Word round_pack(bool sign, int exp, Word sig, int mode) {
     if (round_bits != 0) flags |= flag_inexact;
     sig = (sig + increment) >> F::extra;
     if (mode == round_nearest_even && round_bits == half) sig &= ~Word(1);
+    if (mode == round_to_odd) sig |= Word(round_bits != 0);
     float_exception_flags |= flags;
     return signed_zero<Word>(sign) + (Word(exp) << F::mantissa_bits) + sig;
 }

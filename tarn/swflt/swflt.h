@@ -11,7 +11,10 @@
 /// Behaviour that IEEE-754 leaves open is settled as follows.
 ///
 /// - **Rounding code.** The `round` argument selects the direction: 0 to nearest with ties to
-///   even, 1 toward negative infinity, 2 toward positive infinity, 3 toward zero. Any other code
+///   even, 1 toward negative infinity, 2 toward positive infinity, 3 toward zero, 4 to nearest
+///   with ties away from zero, 5 to odd (truncate, then set the last mantissa bit of an inexact
+///   result; an overflow stops at the largest finite magnitude; a result rounded to odd two or
+///   more bits beyond a narrower precision rounds correctly to that precision). Any other code
 ///   (the library passes -1 for a mode it does not know) rounds to nearest with ties to even, the
 ///   IEEE default, so that an unknown mode still yields a correctly rounded result.
 /// - **Exception flags.** Operations OR the IEEE exceptions they signal into
@@ -26,6 +29,11 @@
 ///   canonical NaN of `float32_make_nan` / `float64_make_nan`: sign clear, exponent field all
 ///   ones, only the quiet bit set in the mantissa field (0x7FC00000 and 0x7FF8000000000000).
 ///   Converting a NaN keeps its sign and the leading bits of its payload and makes it quiet.
+/// - **Fused multiply-add.** a * b + c with a NaN operand returns the first NaN of a, b, c made
+///   quiet. 0 * inf + c signals invalid unless c is a quiet NaN, which is then simply returned:
+///   the choice x86 hardware makes where the IEEE rules leave it open, so results and flags match
+///   the host's `fma`. An exact zero sum of opposite-signed terms is +0 (-0 rounding toward
+///   negative); a zero product plus a zero of the same sign keeps that sign.
 /// - **Comparisons.** `lt`, `le` and `eq_signaling` are the signalling predicates: a NaN
 ///   operand, quiet or not, makes them false and signals invalid.
 ///
@@ -81,6 +89,8 @@ std::uint32_t float32_mul(std::uint32_t a, std::uint32_t b, int round);
 std::uint32_t float32_div(std::uint32_t a, std::uint32_t b, int round);
 /// The square root of a; sqrt(-0) is -0.
 std::uint32_t float32_sqrt(std::uint32_t a, int round);
+/// a * b + c, rounded once.
+std::uint32_t float32_mul_add(std::uint32_t a, std::uint32_t b, std::uint32_t c, int round);
 
 /// a + b.
 std::uint64_t float64_add(std::uint64_t a, std::uint64_t b, int round);
@@ -92,6 +102,8 @@ std::uint64_t float64_mul(std::uint64_t a, std::uint64_t b, int round);
 std::uint64_t float64_div(std::uint64_t a, std::uint64_t b, int round);
 /// The square root of a; sqrt(-0) is -0.
 std::uint64_t float64_sqrt(std::uint64_t a, int round);
+/// a * b + c, rounded once.
+std::uint64_t float64_mul_add(std::uint64_t a, std::uint64_t b, std::uint64_t c, int round);
 
 // ---------------------------------------------------------------------------------------------
 // Conversions between the two widths.
