@@ -6,20 +6,41 @@
 #include "tests/oracle/operands.h"
 
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
 using namespace oracle;
 
+using Outcome = std::pair<mpz_class, unsigned>; // a result and its flags
+
 // Every non-negative finite value of a tiny format in increasing order, and rounding
-// by searching them: shares nothing with MPFR.
+// by searching them: shares nothing with MPFR. The format with one more exponent bit
+// rounds every value of this one's range as an unbounded exponent would, which
+// decides tininess and overflow.
 class BruteForce {
 public:
-    explicit BruteForce(Format fmt) : fmt_(fmt), beyond_(mpz_class(1) << (fmt.bias() + 1)) {
+    explicit BruteForce(Format fmt, bool with_flags = true)
+        : fmt_(fmt), beyond_(mpz_class(1) << (fmt.bias() + 1)),
+          min_normal_(times_pow2(1, 1 - fmt.bias())) {
         for (mpz_class p = 0; p <= max_pattern(fmt, false); ++p)
             values_.push_back(to_rational(fmt, p));
+        if (with_flags) wide_ = std::make_unique<BruteForce>(Format{fmt.e + 1, fmt.m}, false);
+    }
+
+    Outcome rounded(const mpq_class& r, int mode, bool zero_negative) const {
+        const mpz_class got = round(r, mode, zero_negative);
+        const bool inexact = !is_finite(fmt_, got) || to_rational(fmt_, got) != r;
+        return {got, flags(wide_->round(r, mode, false), inexact)};
+    }
+
+    Outcome rooted(const mpq_class& v, int mode) const {
+        const mpz_class got = root(v, mode);
+        const mpq_class g = to_rational(fmt_, got);
+        return {got, flags(wide_->root(v, mode), g * g != v)};
     }
 
     // r rounded under `mode`; an exact zero gets the sign `zero_negative`.
@@ -33,8 +54,10 @@ public:
         bool beyond = magnitude >= beyond_;
         int nearer = beyond ? 1 : cmp(magnitude - values_[lo], high - magnitude);
         bool up = mode == NEAREST_EVEN      ? nearer > 0 || (nearer == 0 && odd(lo))
+                  : mode == NEAREST_AWAY    ? nearer >= 0
                   : mode == TOWARD_POSITIVE ? !negative
                   : mode == TOWARD_NEGATIVE ? negative
+                  : mode == TO_ODD          ? !odd(lo)
                                             : false;
         return pattern(up ? lo + 1 : lo, negative);
     }
@@ -44,13 +67,21 @@ public:
         std::size_t lo = last_not_above([&](const mpq_class& r) { return r * r <= v; });
         if (values_[lo] * values_[lo] == v) return pattern(lo, false);
         mpq_class mid = (values_[lo] + values_[lo + 1]) / 2;
-        int above = cmp(v, mid * mid);
-        bool up = mode == TOWARD_POSITIVE ||
-                  (mode == NEAREST_EVEN && (above > 0 || (above == 0 && odd(lo))));
+        int above = cmp(v, mid * mid); // never 0: no midpoint squares to a value
+        bool up = mode == TOWARD_POSITIVE || (mode == TO_ODD && !odd(lo)) ||
+                  ((mode == NEAREST_EVEN || mode == NEAREST_AWAY) && above > 0);
         return pattern(up ? lo + 1 : lo, false);
     }
 
 private:
+    unsigned flags(const mpz_class& unbounded, bool inexact) const {
+        const Format w = wide_->fmt_;
+        const mpq_class v = is_finite(w, unbounded) ? abs(to_rational(w, unbounded)) : beyond_;
+        return inexact ? FLAG_INEXACT | (v >= beyond_ ? FLAG_OVERFLOW : 0) |
+                             (v < min_normal_ ? FLAG_UNDERFLOW : 0)
+                       : 0;
+    }
+
     template <class Below>
     std::size_t last_not_above(Below below) const {
         std::size_t lo = 0;
@@ -72,9 +103,24 @@ private:
     }
 
     Format fmt_;
-    mpq_class beyond_;
+    mpq_class beyond_, min_normal_;
     std::vector<mpq_class> values_;
+    std::unique_ptr<BruteForce> wide_;
 };
+
+// x rounded to an integer in direction `mode`: of the two neighbouring integers, the
+// odd one for round-to-odd.
+mpz_class integer_of(const mpq_class& x, int mode, bool& changed) {
+    mpz_class lo;
+    mpz_fdiv_q(lo.get_mpz_t(), x.get_num_mpz_t(), x.get_den_mpz_t());
+    const mpq_class frac = x - lo;
+    changed = frac != 0;
+    const int half = cmp(frac, mpq_class(1, 2));
+    const bool odd = mpz_odd_p(lo.get_mpz_t()) != 0;
+    const bool up[] = {half > 0 || (half == 0 && odd),
+                       x<0, true, false, half> 0 || (half == 0 && x > 0), !odd};
+    return changed && up[mode] ? mpz_class(lo + 1) : lo;
+}
 
 class AgainstBruteForce : public ::testing::TestWithParam<Format> {};
 
@@ -84,11 +130,13 @@ TEST_P(AgainstBruteForce, EveryPairOfFiniteOperands) {
     std::vector<mpz_class> finite;
     for (mpz_class p = 0; p < mpz_class(1) << fmt.width(); ++p)
         if (is_finite(fmt, p)) finite.push_back(p);
+    unsigned f = 0;
     for (const auto& a : finite) {
         const mpq_class x = to_rational(fmt, a);
-        for (int mode : all_modes) {
+        for (int mode : all_directions) {
             if (!sign_of(fmt, a)) {
-                ASSERT_EQ(apply(fmt, Operation::Sqrt, a, 0, mode), brute.root(x, mode))
+                ASSERT_EQ((Outcome{apply(fmt, Operation::Sqrt, a, 0, mode, &f), f}),
+                          brute.rooted(x, mode))
                     << describe(fmt, a);
             }
             for (const auto& b : finite) {
@@ -108,13 +156,103 @@ TEST_P(AgainstBruteForce, EveryPairOfFiniteOperands) {
                                 {Operation::Div, y == 0 ? mpq_class(0) : x / y, sa != sb}};
                 for (const auto& e : expected) {
                     if (e.op == Operation::Div && y == 0) continue;
-                    ASSERT_EQ(apply(fmt, e.op, a, b, mode),
-                              brute.round(e.exact, mode, e.zero_negative))
+                    ASSERT_EQ((Outcome{apply(fmt, e.op, a, b, mode, &f), f}),
+                              brute.rounded(e.exact, mode, e.zero_negative))
                         << to_string(e.op) << " mode " << mode << "\n  a " << describe(fmt, a)
                         << "\n  b " << describe(fmt, b);
                 }
+                // Every triple where that stays quick; an exact zero keeps the sign that
+                // the product and c share, else it is -0 only toward -infinity.
+                for (std::size_t k = 0; fmt.width() <= 5 && k < finite.size(); ++k) {
+                    const mpq_class z = to_rational(fmt, finite[k]), p = x * y;
+                    const bool sp = sa != sb, sc = sign_of(fmt, finite[k]);
+                    const bool zero_sign = p == 0 && z == 0 && sp == sc ? sp : mode == 3;
+                    ASSERT_EQ((Outcome{oracle::fma(fmt, a, b, finite[k], mode, &f), f}),
+                              brute.rounded(p + z, mode, zero_sign))
+                        << "fma mode " << mode << "\n  a " << describe(fmt, a) << "\n  b "
+                        << describe(fmt, b) << "\n  c " << describe(fmt, finite[k]);
+                }
             }
         }
+    }
+}
+
+// Rounding to an integral value and to an integer type, for every pattern of formats
+// that reach 2^32 and 2^64, against the rounding of exact rationals.
+TEST(Oracle, IntegersAgainstExactRounding) {
+    for (const Format fmt : {Format{6, 2}, Format{7, 1}}) {
+        const BruteForce brute(fmt, false);
+        for (mpz_class a = 0; a < mpz_class(1) << fmt.width(); ++a) {
+            const bool finite = is_finite(fmt, a), nonzero = classify(fmt, a) != Kind::Zero;
+            const mpq_class x = finite ? to_rational(fmt, a) : 0;
+            const unsigned invalid = is_signaling(fmt, a) ? FLAG_INVALID : 0;
+            for (int mode : all_directions) {
+                bool changed = false;
+                const mpz_class n = integer_of(x, mode, changed);
+                for (bool exact : {false, true}) {
+                    const unsigned inexact = exact && changed ? FLAG_INEXACT : 0;
+                    unsigned f = 0;
+                    ASSERT_EQ((Outcome{round_to_integral(fmt, a, mode, exact, &f), f}),
+                              (finite && nonzero
+                                   ? Outcome{brute.round(n, mode, sign_of(fmt, a)), inexact}
+                                   : Outcome{a, invalid}))
+                        << describe(fmt, a) << " mode " << mode;
+                    for (unsigned width : {32u, 64u}) {
+                        for (bool is_signed : {false, true}) {
+                            const mpz_class low = is_signed ? mpz_class(-pow2(width - 1)) : 0;
+                            const mpz_class high = pow2(width - is_signed) - 1;
+                            const bool fits = finite && low <= n && n <= high;
+                            ASSERT_EQ(
+                                (Outcome{to_int(fmt, a, mode, width, is_signed, exact, &f), f}),
+                                (fits ? Outcome{n, inexact}
+                                      : Outcome{is_signed ? low : high, FLAG_INVALID}))
+                                << describe(fmt, a) << " mode " << mode << " " << width;
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Invalid and divide-by-zero, which the finite operands above never raise; and a few
+// results that MPFR and IEEE might disagree on. Format (2,2): 1 is 0x4, 0x0c is +inf,
+// 0x0e a quiet NaN, 0x0d a signaling one, 0x10 is -0.
+TEST(Oracle, FlagsOfSpecialOperands) {
+    const Format fmt{2, 2};
+    enum Kind { Add, Sub, Mul, Div, Sqrt, Fma, Less, Equal, Convert };
+    const struct {
+        Kind op;
+        unsigned a, b, c, want, flags;
+    } rows[] = {
+        {Add, 0x0c, 0x1c, 0, 0x0e, FLAG_INVALID},
+        {Mul, 0x10, 0x0c, 0, 0x0e, FLAG_INVALID},
+        {Div, 0x00, 0x10, 0, 0x0e, FLAG_INVALID},
+        {Div, 0x0c, 0x1c, 0, 0x0e, FLAG_INVALID},
+        {Div, 0x14, 0x00, 0, 0x1c, FLAG_DIVBYZERO},
+        {Sqrt, 0x14, 0, 0, 0x0e, FLAG_INVALID},
+        {Add, 0x0d, 0x04, 0, 0x0e, FLAG_INVALID},
+        {Fma, 0x00, 0x0c, 0x0e, 0x0e, FLAG_INVALID},
+        {Fma, 0x0c, 0x04, 0x1c, 0x0e, FLAG_INVALID},
+        {Fma, 0x04, 0x04, 0x0d, 0x0e, FLAG_INVALID},
+        {Fma, 0x0c, 0x14, 0x04, 0x1c, 0},
+        {Less, 0x0e, 0x04, 0, 0, FLAG_INVALID},
+        {Equal, 0x0e, 0x04, 0, 0, 0},
+        {Equal, 0x04, 0x0d, 0, 0, FLAG_INVALID},
+        {Convert, 0x0d, 0, 0, 0x1f, FLAG_INVALID},
+        {Convert, 0x0e, 0, 0, 0x1f, 0},
+    };
+    for (const auto& row : rows) {
+        unsigned f = 0;
+        const mpz_class a = row.a, b = row.b, c = row.c, want = row.want;
+        const mpz_class got = row.op == Fma       ? oracle::fma(fmt, a, b, c, 0, &f)
+                              : row.op == Convert ? convert(fmt, a, Format{3, 1}, 0, &f)
+                              : row.op <= Sqrt
+                                  ? apply(fmt, static_cast<Operation>(row.op), a, b, 0, &f)
+                                  : (f = compare_flags(fmt, a, b, row.op == Less), 0);
+        const Format to = row.op == Convert ? Format{3, 1} : fmt;
+        EXPECT_TRUE(same_result(to, got, want) && f == row.flags)
+            << row.op << ": " << describe(to, got) << " flags " << f;
     }
 }
 
@@ -132,13 +270,24 @@ INSTANTIATE_TEST_SUITE_P(Oracle, AgainstBruteForce,
 TEST(OperandGenerators, ReachTheHardCases) {
     for (const Format fmt : {Format{5, 10}, Format{11, 52}, Format{15, 112}}) {
         OperandGenerator gen(fmt, 42);
-        int ties[4] = {}, exact_zeros = 0, subnormal_products = 0, absorbed = 0, twice = 0;
+        int ties[5] = {}, exact_zeros = 0, subnormal_products = 0, absorbed = 0, twice = 0;
+        int halves = 0;
         const int n = 4000;
         for (int i = 0; i < n; ++i) {
             Operation op = static_cast<Operation>(i % 4);
             auto [a, b] = gen.pair(op);
             mpq_class q = gen.rational();
             twice += from_number_model(q, fmt, 0) != from_rational(q, fmt, 0);
+            const mpz_class n = gen.integral_operand();
+            // Only exact ties n + 1/2 round differently under the two nearest modes.
+            halves +=
+                round_to_integral(fmt, n, NEAREST_EVEN) != round_to_integral(fmt, n, NEAREST_AWAY);
+            const auto [fa, fb, fc] = gen.triple();
+            const mpz_class fma_down = oracle::fma(fmt, fa, fb, fc, TOWARD_NEGATIVE);
+            const mpz_class fma_up = oracle::fma(fmt, fa, fb, fc, TOWARD_POSITIVE);
+            ties[4] += is_finite(fmt, fma_down) && is_finite(fmt, fma_up) && fma_down != fma_up &&
+                       to_rational(fmt, fma_down) + to_rational(fmt, fma_up) ==
+                           2 * (to_rational(fmt, fa) * to_rational(fmt, fb) + to_rational(fmt, fc));
             if (!is_finite(fmt, a) || !is_finite(fmt, b) || classify(fmt, b) == Kind::Zero)
                 continue;
             mpz_class down = apply(fmt, op, a, b, TOWARD_NEGATIVE);
@@ -158,7 +307,8 @@ TEST(OperandGenerators, ReachTheHardCases) {
                     2 * exact == to_rational(fmt, down) + to_rational(fmt, up);
             }
         }
-        for (int count : {ties[0], ties[2], exact_zeros, subnormal_products, absorbed, twice})
+        for (int count :
+             {ties[0], ties[2], ties[4], exact_zeros, subnormal_products, absorbed, twice, halves})
             EXPECT_GT(count, n / 400) << fmt;
         EXPECT_GT(ties[3], 0) << fmt << ": no quotient landed on a subnormal tie";
     }

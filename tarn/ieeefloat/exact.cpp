@@ -1,9 +1,9 @@
-// Conversion to exact numbers and integers; rounding to integral.
+// Conversion to exact numbers and integers, and the rounding of a value to an
+// integer that every integer conversion shares.
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/decode.h"
-#include "tarn/ieeefloat/internal/held.h"
-#include "tarn/ieeefloat/internal/swflt_glue.h"
+#include "tarn/ieeefloat/internal/flag_state.h"
 
 #include <cstdint>
 #include <gmp.h>
@@ -44,67 +44,6 @@ QNumber exact_value(const FiniteParts& p) {
     return QNumber(numerator, denominator);
 }
 
-/// Whether dropping the fraction of a magnitude rounds it up to the next
-/// integer. Unlike the rounding core, an unknown mode number truncates
-/// instead of failing: integer conversion never raises for the mode.
-bool integer_rounds_up(rounding_mode mode, bool negative, bool round_bit, bool sticky, bool odd) {
-    if (!round_bit && !sticky) return false;
-    switch (mode) {
-    case IEEEFloat::ROUND_NEAREST_EVEN:
-        return round_bit && (sticky || odd);
-    case IEEEFloat::ROUND_TOWARD_POSITIVE:
-        return !negative;
-    case IEEEFloat::ROUND_TOWARD_NEGATIVE:
-        return negative;
-    default:
-        return false;
-    }
-}
-
-/// The value rounded to an integer under `mode`, its magnitude reduced to
-/// its low `width` bits when width is not 0.
-QNumber rounded_integer(const FiniteParts& p, rounding_mode mode, unsigned long width) {
-    const bool word_sized =
-        p.in_word && (p.exponent <= 0 || (p.exponent < 64 && (p.word >> (64 - p.exponent)) == 0));
-    if (word_sized && p.exponent > 0) {
-        std::uint64_t magnitude = p.word << p.exponent;
-        if (width > 0) magnitude &= low_mask(width);
-        QNumber result = integer_from_word(magnitude);
-        if (p.negative) result.self_neg();
-        return result;
-    }
-    if (word_sized) {
-        const unsigned long shift = static_cast<unsigned long>(-p.exponent);
-        const std::uint64_t sig = p.word;
-        const bool round_bit = shift >= 1 && shift <= 64 && ((sig >> (shift - 1)) & 1);
-        const bool sticky = shift >= 2 && (sig & low_mask(shift - 1)) != 0;
-        std::uint64_t magnitude = shift >= 64 ? 0 : sig >> shift;
-        magnitude += integer_rounds_up(mode, p.negative, round_bit, sticky, magnitude & 1);
-        if (width > 0) magnitude &= low_mask(width);
-        QNumber result = integer_from_word(magnitude);
-        if (p.negative) result.self_neg();
-        return result;
-    }
-    if (p.exponent > 0 && width > 0 && static_cast<unsigned long>(p.exponent) >= width)
-        return QNumber(0L); // every kept bit lies below the significand
-    if (p.exponent > 0) check_exact_size(p.exponent);
-    mpz_class magnitude = p.in_word ? mpz_class(static_cast<unsigned long>(p.word)) : p.wide;
-    mpz_ptr z = magnitude.get_mpz_t();
-    if (p.exponent >= 0) {
-        mpz_mul_2exp(z, z, static_cast<mp_bitcnt_t>(p.exponent));
-    } else {
-        const mp_bitcnt_t shift = static_cast<mp_bitcnt_t>(-p.exponent);
-        const bool round_bit = mpz_tstbit(z, shift - 1);
-        const bool sticky = mpz_scan1(z, 0) < shift - 1;
-        mpz_fdiv_q_2exp(z, z, shift);
-        if (integer_rounds_up(mode, p.negative, round_bit, sticky, mpz_odd_p(z)))
-            mpz_add_ui(z, z, 1);
-    }
-    if (width > 0) mpz_fdiv_r_2exp(z, z, width);
-    if (p.negative) mpz_neg(z, z);
-    return QNumber(magnitude);
-}
-
 } // namespace
 
 QNumber IEEEFloat::to_number() const {
@@ -125,22 +64,57 @@ QNumber IEEEFloat::to_number() const {
 
 QNumber IEEEFloat::to_integer(unsigned long width) const {
     FiniteParts parts;
-    if (decode_value(get_repr(), value, fmt, parts) != ValueClass::finite) return QNumber(0L);
-    return rounded_integer(parts, get_rounding_mode(), width);
-}
-
-IEEEFloat round(const IEEEFloat& x) {
-    FiniteParts parts;
-    if (decode_value(x.get_repr(), x.value, x.fmt, parts) != ValueClass::finite) return x;
-    // A value whose lowest significand bit weighs 1 or more is an integer
-    // already; converting it back would give the same bits.
-    if (parts.exponent >= 0 && x.get_repr() == best_repr(x.fmt)) return x;
-    const rounding_mode mode = x.get_rounding_mode();
-    IEEEFloat result = IEEEFloat::from_number(rounded_integer(parts, mode, 0), x.fmt, mode);
-    if (held_is_zero(result.get_repr(), result.value, result.fmt))
-        set_held_sign(result.get_repr(), result.value, result.fmt,
-                      held_sign(x.get_repr(), x.value, x.fmt));
+    const ValueClass c = decode_value(get_repr(), value, fmt, parts);
+    if (c == ValueClass::nan || c == ValueClass::infinite) raise(FLAG_INVALID);
+    if (c != ValueClass::finite) return QNumber(0L);
+    if (parts.exponent > 0 && width > 0 && static_cast<unsigned long>(parts.exponent) >= width)
+        return QNumber(0L); // every kept bit lies below the significand
+    RoundedMagnitude n;
+    round_magnitude(parts, integer_direction(get_rounding_mode()), false, n);
+    QNumber result;
+    if (n.in_word) {
+        result = integer_from_word(width > 0 ? n.word & low_mask(width) : n.word);
+    } else {
+        if (width > 0) mpz_fdiv_r_2exp(n.wide.get_mpz_t(), n.wide.get_mpz_t(), width);
+        result = QNumber(n.wide);
+    }
+    if (parts.negative) result.self_neg();
     return result;
 }
+
+namespace ieeefloat_detail {
+
+void round_magnitude(const FiniteParts& p, rounding dir, bool word_only, RoundedMagnitude& out) {
+    out.in_word = true;
+    if (p.in_word &&
+        round_word_magnitude(p.negative, p.word, p.exponent, dir, out.word, out.inexact))
+        return;
+    out.in_word = false;
+    if (p.in_word && word_only) return;
+    mpz_class& z = out.wide;
+    z = p.in_word ? mpz_class(static_cast<unsigned long>(p.word)) : p.wide;
+    // The magnitude lies in [2^(length - 1), 2^length) before rounding.
+    const long length = static_cast<long>(mpz_sizeinbase(z.get_mpz_t(), 2)) + p.exponent;
+    if (word_only && length > 64) return;
+    if (p.exponent >= 0) {
+        check_exact_size(p.exponent);
+        mpz_mul_2exp(z.get_mpz_t(), z.get_mpz_t(), static_cast<mp_bitcnt_t>(p.exponent));
+    } else {
+        const mp_bitcnt_t shift = static_cast<mp_bitcnt_t>(-p.exponent);
+        const bool round_bit = mpz_tstbit(z.get_mpz_t(), shift - 1);
+        const bool sticky = mpz_scan1(z.get_mpz_t(), 0) < shift - 1;
+        mpz_fdiv_q_2exp(z.get_mpz_t(), z.get_mpz_t(), shift);
+        out.inexact = round_bit || sticky;
+        if (out.inexact && rounds_away(RoundingContext(dir), p.negative, round_bit, sticky,
+                                       mpz_odd_p(z.get_mpz_t())))
+            mpz_add_ui(z.get_mpz_t(), z.get_mpz_t(), 1);
+    }
+    if (mpz_sizeinbase(z.get_mpz_t(), 2) <= 64) {
+        out.in_word = true;
+        out.word = mpz_get_ui(z.get_mpz_t());
+    }
+}
+
+} // namespace ieeefloat_detail
 
 } // namespace tarn

@@ -67,8 +67,10 @@ bool operator==(const IEEEFloat& a, const IEEEFloat& b);
 /// equal (+0 and -0 included), -2 when they are unordered (a NaN is involved).
 int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
 /// x rounded to an integral value of its own format under its own rounding
-/// mode. Zeros, NaNs and infinities come back unchanged; a value that rounds to
-/// zero keeps its sign.
+/// mode, as round_to_integral rounds (a mode number other than 0 to 3
+/// truncates, as for to_integer), held in the format's usual representation.
+/// Zeros, NaNs and infinities come back unchanged; a value that rounds to
+/// zero keeps its sign. Only a signaling NaN raises a flag (invalid).
 IEEEFloat round(const IEEEFloat& x);
 
 /// One value of an IEEE-754 binary floating-point format chosen at run time.
@@ -364,12 +366,11 @@ public:
     /// 26 exponent bits is below that bound.
     QNumber to_number() const;
     /// The value rounded to an integer under its own mode; 0 for zeros, NaNs
-    /// and infinities. A mode number other than 0 to 3 rounds toward zero and
-    /// is not an error here. A non-zero `width` keeps the low `width` bits of
-    /// the magnitude and puts the sign back (sign-and-magnitude, never a
-    /// two's-complement wrap). Throws "reached limit on float precision" only
-    /// when the weight of the lowest significand bit does not fit a signed
-    /// 64-bit word, or when the integer itself would exceed to_number's bound.
+    /// and infinities, the last two raising invalid. A mode number other than 0 to 3 rounds toward
+    /// zero and is not an error here. A non-zero `width` keeps the low `width` bits of the
+    /// magnitude and puts the sign back (sign-and-magnitude, never a two's-complement wrap). Throws
+    /// "reached limit on float precision" only when the weight of the lowest significand bit does
+    /// not fit a signed 64-bit word, or when the integer itself would exceed to_number's bound.
     QNumber to_integer(unsigned long width = 0) const;
 
     // ---- Neighbours ---------------------------------------------------------
@@ -516,6 +517,36 @@ IEEEFloat div(const IEEEFloat& a, const IEEEFloat& b, rounding r);
 IEEEFloat sqrt(const IEEEFloat& a, rounding r);
 /// x converted to `f` in direction r, held in get_best_repr(f), as set_format converts.
 IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding r);
+
+/// x rounded to an integral value of its format in direction r (to_odd
+/// picks the odd neighbour of an inexact value). Zeros, infinities and NaNs
+/// come back as they are and a value that rounds to zero keeps its sign.
+/// Only a signaling NaN raises a flag (invalid), unless `exact` is true:
+/// then a changed value raises inexact too (IEEE's roundToIntegralExact).
+/// In a format whose largest finite value is not an integer (m > bias, as
+/// in (2, 3)), an integer beyond it is rounded back into the format in
+/// direction r as from_number would round it: infinity, or the largest
+/// finite value, without overflow.
+IEEEFloat round_to_integral(const IEEEFloat& x, rounding r, bool exact = false);
+
+/// x rounded to an integer in direction r. A NaN, an infinity or a rounded
+/// value outside the type raises invalid and gives the type's most negative
+/// value; `exact` raises inexact when rounding changed the value.
+std::int32_t to_int32(const IEEEFloat& x, rounding r, bool exact = false);
+/// As to_int32, for the 64-bit type.
+std::int64_t to_int64(const IEEEFloat& x, rounding r, bool exact = false);
+/// As to_int32 for the unsigned type, whose invalid result is all ones. A
+/// negative value that rounds to 0 is not out of range.
+std::uint32_t to_uint32(const IEEEFloat& x, rounding r, bool exact = false);
+/// As to_uint32, for the 64-bit type.
+std::uint64_t to_uint64(const IEEEFloat& x, rounding r, bool exact = false);
+
+/// v rounded once to `f` in direction r, held in get_best_repr(f). Its
+/// stored rounding mode is r when r is one of the first four directions,
+/// ROUND_NEAREST_EVEN otherwise.
+IEEEFloat from_int64(std::int64_t v, IEEEFloat::format f, rounding r);
+/// As from_int64, for an unsigned integer.
+IEEEFloat from_uint64(std::uint64_t v, IEEEFloat::format f, rounding r);
 
 /// Writes the value as to_float_str does for finite values, and "nan", "inf"
 /// or "-inf" for the others; the stream's width and fill apply to the whole

@@ -5,6 +5,8 @@
 // step is an increment or decrement of the magnitude bits.
 
 #include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/decode.h"
+#include "tarn/ieeefloat/internal/flag_state.h"
 #include "tarn/ieeefloat/internal/held.h"
 #include "tarn/numbers/bvnumber.h"
 
@@ -35,8 +37,14 @@ Word step_magnitude(Word bits, Word sign_bit, bool away) {
 // Stepping inward from an infinity keeps the value's own rounding mode and
 // representation, like every other step: an in-place operation should not
 // change how the value rounds or how it is held.
+//
+// A NaN stays as it is; a signaling one raises invalid, the one flag a step
+// can raise: every finite value has both neighbours in the format.
 void IEEEFloat::next_representable(bool up) {
-    if (held_is_nan(get_repr(), value, fmt)) return;
+    if (held_is_nan(get_repr(), value, fmt)) {
+        if (held_nan_is_signaling(get_repr(), value, fmt)) raise(FLAG_INVALID);
+        return;
+    }
     const bool negative = held_sign(get_repr(), value, fmt);
     const unsigned long sign_bit = fmt.exponent_width + fmt.mantissa_width;
     if (held_is_zero(get_repr(), value, fmt)) {

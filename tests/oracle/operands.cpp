@@ -181,6 +181,79 @@ std::pair<mpz_class, mpz_class> OperandGenerator::add_pair() {
     return {random_value(sa, ea), random_value(sb, ea + uniform(-2, 2))};
 }
 
+std::tuple<mpz_class, mpz_class, mpz_class> OperandGenerator::triple() {
+    const long m = fmt_.m;
+    const long roll = uniform(0, 7);
+    if (roll < 2) return {operand(), operand(), operand()};
+    if (roll == 2) {
+        const mpz_class zero = make_pattern(fmt_, coin(), 0, 0);
+        const mpz_class other = one_in(2)   ? inf_pattern(fmt_, coin())
+                                : one_in(2) ? make_pattern(fmt_, coin(), 0, 0)
+                                            : operand();
+        const mpz_class c = one_in(2) ? special() : operand();
+        if (coin()) return {zero, other, c};
+        return {other, zero, c};
+    }
+    // P = p 2^k, its leading bit at `lead`; the factors share the exponent evenly so that
+    // both stay in range wherever the product lands.
+    const mpz_class sa = random_significand(), sb = random_significand(), p = sa * sb;
+    const long lead = roll == 3   ? uniform(min_exponent_ - 2, 1 - bias_)
+                      : roll == 4 ? bias_ + uniform(-1, 0)
+                                  : random_normal_exponent();
+    const long k = lead - long(bit_length(p)) + 1, ka = (k - uniform(-2, 2)) / 2;
+    const bool na = coin(), nb = coin(), np = na != nb;
+    const mpz_class a = value(na, sa, ka), b = value(nb, sb, k - ka);
+    const long which = uniform(0, 3);
+    if (which == 0) return {a, b, negate(fmt_, step(fmt_, value(np, p, k), uniform(-2, 2)))};
+    if (which == 1 && long(bit_length(p)) >= m + 2) {
+        // c = T - P for T, the product's leading m+2 bits with the last one set: a tie,
+        // or one unit of the product's last bit off it. c has at most m+1 bits.
+        const unsigned long drop = bit_length(p) - (m + 2);
+        const mpz_class t = ((p >> drop) | 1) << drop, diff = t - p + uniform(-1, 1);
+        return {a, b, value(np != (diff < 0), abs(diff), k)};
+    }
+    const bool nc = coin();
+    if (which == 2) return {a, b, random_value(nc, lead - m - 3 - uniform(0, 2 * m + 8))};
+    const long lead_c = coin() ? lead + uniform(-2, 2) : 1 - bias_ - uniform(0, m);
+    return {a, b, random_value(nc, lead_c)};
+}
+
+mpz_class OperandGenerator::integral_operand() {
+    const long roll = uniform(0, 5);
+    const bool negative = coin();
+    if (roll == 0) return operand();
+    if (roll == 1) return random_value(negative, uniform(std::min(bias_, 60L), bias_));
+    const unsigned long edges[] = {31, 32, 63, 64};
+    const mpz_class edge = pow2(edges[uniform(0, 3)]);
+    mpq_class q = roll == 2   ? mpq_class(uniform(-20, 20))
+                  : roll == 3 ? mpq_class(-uniform(1, 1000), 1001)
+                  : roll == 4 ? mpq_class(2 * random_bits(uniform(1, fmt_.m + 1)) + 1, 2)
+                              : edge + mpq_class(uniform(-3, 3), 2);
+    q.canonicalize();
+    if (roll > 3 && negative) q = -q;
+    const long ulps = one_in(3) ? uniform(-2, 2) : 0;
+    return step(fmt_, from_rational(q, fmt_, TOWARD_ZERO), ulps);
+}
+
+mpz_class OperandGenerator::integer(unsigned width, bool is_signed) {
+    const mpz_class low = is_signed ? mpz_class(-pow2(width - 1)) : 0;
+    const mpz_class high = pow2(is_signed ? width - 1 : width) - 1;
+    const long roll = uniform(0, 5);
+    const long m = fmt_.m, room = long(width) - m - 2;
+    const bool negative = coin();
+    const long nudge = uniform(-2, 2);
+    mpz_class v = random_bits(width) + low;
+    if (roll == 0) v = nudge;
+    if (roll == 1) v = (negative ? low : high) + nudge;
+    if (roll == 2) v = pow2(uniform(0, width - 1)) + nudge / 2;
+    if (roll == 3 && room > 0) {
+        const unsigned long shift = uniform(1, room);
+        v = (random_significand() << shift) + pow2(shift - 1) + nudge / 2;
+    }
+    if (roll > 1 && roll < 4 && is_signed && negative) v = -v;
+    return std::clamp(v, low, high);
+}
+
 // Two factors whose exact product is a rounding tie. Normal range: the odd parts of
 // the significands multiply to exactly m+2 bits, ending in the half-unit bit.
 // Subnormal range: the odd product has at most m+1 bits and its last bit is worth

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace oracle {
@@ -46,6 +47,25 @@ public:
     /// An operand for square root: edge-biased values, negative values, exact squares
     /// and values whose root lies next to a rounding tie.
     mpz_class sqrt_operand();
+
+    /// Operands a, b, c for a x b + c. Besides independent operands: a product of up to
+    /// 2m+2 bits (in the normal range, in or below the subnormal range, or at the
+    /// overflow edge) with a c that nearly cancels it, that puts the sum exactly on a
+    /// rounding tie or one unit of the product's last bit off it, that lies far below
+    /// it (sticky only), or that is of its size or tiny; and zeros of both signs, with
+    /// 0 x infinity against a NaN or a finite c.
+    std::tuple<mpz_class, mpz_class, mpz_class> triple();
+
+    /// An operand for rounding to an integral value and converting to an integer: small
+    /// integers, values at and one step around n + 1/2, values in (-1, 0), values near
+    /// +-2^31, +-2^32, +-2^63 and +-2^64 (the largest finite value where the format
+    /// does not reach them), huge values and the edge-biased operands.
+    mpz_class integral_operand();
+
+    /// An integer of a `width`-bit type (signed or not) to convert into the format: 0,
+    /// +-1, the type's ends, powers of two and their neighbours, values a few bits wider
+    /// than the precision on and next to a rounding tie, random values.
+    mpz_class integer(unsigned width, bool is_signed);
 
     /// A rational for conversion into the format: integers (also wider than the
     /// precision, and integer ties), fractions with small and with wide numerators

@@ -11,11 +11,26 @@ namespace oracle {
 
 namespace {
 
+// The MPFR direction each mode rounds with: ties-away is nearest-even moved off exact
+// ties, and round-to-odd is toward zero with the last bit set afterwards.
 mpfr_rnd_t to_mpfr_rounding(int mode) {
-    if (mode < NEAREST_EVEN || mode > TOWARD_NEGATIVE)
+    if (mode < NEAREST_EVEN || mode > TO_ODD)
         throw std::invalid_argument("oracle: rounding mode " + std::to_string(mode));
-    const mpfr_rnd_t rounding[] = {MPFR_RNDN, MPFR_RNDZ, MPFR_RNDU, MPFR_RNDD};
+    const mpfr_rnd_t rounding[] = {MPFR_RNDN, MPFR_RNDZ, MPFR_RNDU,
+                                   MPFR_RNDD, MPFR_RNDN, MPFR_RNDZ};
     return rounding[mode];
+}
+
+// One ulp of x's precision further from zero.
+void nudge_away(mpfr_ptr x) {
+    if (mpfr_signbit(x))
+        mpfr_nextbelow(x);
+    else
+        mpfr_nextabove(x);
+}
+
+bool signaling(Format fmt, mpfr_srcptr decoded, const mpz_class& bits) {
+    return mpfr_nan_p(decoded) && mpz_tstbit(bits.get_mpz_t(), fmt.m - 1) == 0;
 }
 
 // Intermediate results (a decoded operand of another format, a rational) are rounded
@@ -87,6 +102,10 @@ Kind classify(Format fmt, const mpz_class& bits) {
     return Kind::Normal;
 }
 
+bool is_signaling(Format fmt, const mpz_class& bits) {
+    return classify(fmt, bits) == Kind::NaN && mpz_tstbit(bits.get_mpz_t(), fmt.m - 1) == 0;
+}
+
 mpz_class make_pattern(Format fmt, bool negative, const mpz_class& biased_exponent,
                        const mpz_class& mantissa) {
     mpz_class field, bits;
@@ -128,11 +147,14 @@ Emulator::Emulator(Format fmt) : fmt_(fmt) {
     // 0.11..1 × 2^(bias+1) and its smallest subnormal 0.1 × 2^(2-bias-m).
     emax_ = bias_ + 1;
     emin_ = 2 - bias_ - static_cast<long>(fmt.m);
-    mpfr_inits2(static_cast<mpfr_prec_t>(fmt.m) + 1, x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
+    const auto precision = static_cast<mpfr_prec_t>(fmt.m) + 1;
+    mpfr_inits2(precision, x_, y_, z_, r_, static_cast<mpfr_ptr>(nullptr));
+    mpfr_init2(w_, precision + 1);
+    mpfr_init2(wide_, precision + 3);
 }
 
 Emulator::~Emulator() {
-    mpfr_clears(x_, y_, r_, static_cast<mpfr_ptr>(nullptr));
+    mpfr_clears(x_, y_, z_, r_, w_, wide_, static_cast<mpfr_ptr>(nullptr));
 }
 
 void Emulator::enter_range() const {
@@ -140,10 +162,10 @@ void Emulator::enter_range() const {
     mpfr_set_emax(emax_);
 }
 
-void Emulator::fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const {
+int Emulator::fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const {
     enter_range();
     t = mpfr_check_range(x, t, rnd);
-    mpfr_subnormalize(x, t, rnd);
+    return mpfr_subnormalize(x, t, rnd);
 }
 
 void Emulator::decode(mpfr_ptr dst, const mpz_class& bits) {
@@ -196,43 +218,121 @@ void Emulator::encode(mpz_class& out, mpfr_srcptr src) {
     if (negative) mpz_setbit(o, fmt_.e + fmt_.m);
 }
 
-void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+// Each operation computes its result in MPFR's widest range, where nothing the formats
+// reach overflows or underflows unseen: at m+1 bits in the mode's MPFR direction
+// (toward zero for round-to-odd), which is the unbounded-exponent rounding that decides
+// tininess and overflow, and fit_to_format then brings it into the format.
+// Ties-away has no MPFR direction, so its result (`result(mode)` is w_) is truncated to
+// m+2 bits instead; one bit below those, set when something was cut off, stands for the
+// rest: strictly between two neighbours of m+2 bits, that value rounds as the exact one
+// does to any precision up to m+1, subnormal or not. Moved off an exact tie away from
+// zero, it then rounds to nearest-even the way ties-away wants.
+mpfr_rnd_t Emulator::begin(int mode) const {
+    const mpfr_rnd_t rnd = to_mpfr_rounding(mode);
     enter_full_range();
-    fit_to_format(r_, mpfr_set_q(r_, q.get_mpq_t(), rnd), rnd);
-    encode(out, r_);
+    return mode == NEAREST_AWAY ? MPFR_RNDZ : rnd;
 }
 
-bool Emulator::read(mpz_class& out, const std::string& text, int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_full_range();
-    char* end = nullptr;
-    int t = mpfr_strtofr(r_, text.c_str(), &end, 0, rnd);
-    if (text.empty() || end != text.c_str() + text.size()) return false;
-    fit_to_format(r_, t, rnd);
+// Returns the rounding's flags.
+unsigned Emulator::finish(mpz_class& out, int t, int mode) {
+    const mpfr_rnd_t rnd = to_mpfr_rounding(mode);
+    const mpfr_ptr x = result(mode);
+    if (mpfr_nan_p(x) || mpfr_inf_p(x) || (mpfr_zero_p(x) && t == 0)) {
+        encode(out, x);
+        return 0;
+    }
+    bool tiny = false, huge = false;
+    int r = 0;
+    const auto round_wide = [&] {
+        enter_full_range();
+        return fit(mpfr_set(r_, wide_, rnd), rnd, tiny, huge);
+    };
+    if (mode != NEAREST_AWAY) {
+        r = fit(t, rnd, tiny, huge);
+    } else {
+        mpfr_set(wide_, w_, MPFR_RNDN);
+        if (t != 0) nudge_away(wide_);
+        r = round_wide();
+        if (r != 0 && t == 0) {
+            nudge_away(wide_);
+            r = round_wide();
+        }
+    }
     encode(out, r_);
+    if (r == 0) return 0;
+    if (mode == TO_ODD && (fmt_.m > 0 || mpfr_zero_p(r_))) mpz_setbit(out.get_mpz_t(), 0);
+    return FLAG_INEXACT | (huge ? FLAG_OVERFLOW : 0u) | (tiny ? FLAG_UNDERFLOW : 0u);
+}
+
+// r_, rounded to m+1 bits (ternary t) in the widest range, into the format. The smallest
+// normal 2^(1-bias) is 0.1 x 2^(2-bias) to MPFR; only the widest formats can leave
+// MPFR's own range.
+int Emulator::fit(int t, mpfr_rnd_t rnd, bool& tiny, bool& huge) {
+    const bool regular = mpfr_regular_p(r_) != 0;
+    tiny = mpfr_zero_p(r_) || (regular && mpfr_get_exp(r_) < 2 - bias_);
+    huge = mpfr_inf_p(r_) || (regular && mpfr_get_exp(r_) > emax_);
+    return fit_to_format(r_, t, rnd);
+}
+
+void Emulator::from_rational(mpz_class& out, const mpq_class& q, int mode, unsigned* flags) {
+    const int t = mpfr_set_q(result(mode), q.get_mpq_t(), begin(mode));
+    const unsigned raised = finish(out, t, mode);
+    if (flags) *flags = raised;
+}
+
+bool Emulator::read(mpz_class& out, const std::string& text, int mode, unsigned* flags) {
+    char* end = nullptr;
+    const int t = mpfr_strtofr(result(mode), text.c_str(), &end, 0, begin(mode));
+    if (text.empty() || end != text.c_str() + text.size()) return false;
+    const unsigned raised = finish(out, t, mode);
+    if (flags) *flags = raised;
     return true;
 }
 
-void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b,
-                     int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    enter_range();
+void Emulator::apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode,
+                     unsigned* flags) {
+    const mpfr_rnd_t rnd = begin(mode);
+    const bool unary = op == Operation::Sqrt;
     decode(x_, a);
-    if (op != Operation::Sqrt) decode(y_, b);
-    int t = op == Operation::Add   ? mpfr_add(r_, x_, y_, rnd)
-            : op == Operation::Sub ? mpfr_sub(r_, x_, y_, rnd)
-            : op == Operation::Mul ? mpfr_mul(r_, x_, y_, rnd)
-            : op == Operation::Div ? mpfr_div(r_, x_, y_, rnd)
-                                   : mpfr_sqrt(r_, x_, rnd);
-    mpfr_subnormalize(r_, t, rnd);
-    encode(out, r_);
+    if (!unary) decode(y_, b);
+    const bool nan_operand = mpfr_nan_p(x_) || (!unary && mpfr_nan_p(y_));
+    unsigned raised =
+        signaling(fmt_, x_, a) || (!unary && signaling(fmt_, y_, b)) ? FLAG_INVALID : 0;
+    if (op == Operation::Div && mpfr_zero_p(y_) && mpfr_regular_p(x_)) raised |= FLAG_DIVBYZERO;
+    const mpfr_ptr r = result(mode);
+    const int t = op == Operation::Add   ? mpfr_add(r, x_, y_, rnd)
+                  : op == Operation::Sub ? mpfr_sub(r, x_, y_, rnd)
+                  : op == Operation::Mul ? mpfr_mul(r, x_, y_, rnd)
+                  : op == Operation::Div ? mpfr_div(r, x_, y_, rnd)
+                                         : mpfr_sqrt(r, x_, rnd);
+    if (mpfr_nan_p(r) && !nan_operand) raised |= FLAG_INVALID;
+    raised |= finish(out, t, mode);
+    if (flags) *flags = raised;
 }
 
-void Emulator::round_to_format(mpz_class& out, mpfr_srcptr x, int mode) {
-    mpfr_rnd_t rnd = to_mpfr_rounding(mode);
-    fit_to_format(r_, mpfr_set(r_, x, rnd), rnd);
-    encode(out, r_);
+void Emulator::fma(mpz_class& out, const mpz_class& a, const mpz_class& b, const mpz_class& c,
+                   int mode, unsigned* flags) {
+    const mpfr_rnd_t rnd = begin(mode);
+    decode(x_, a);
+    decode(y_, b);
+    decode(z_, c);
+    const bool nan_operand = mpfr_nan_p(x_) || mpfr_nan_p(y_) || mpfr_nan_p(z_);
+    const bool zero_times_inf =
+        (mpfr_zero_p(x_) && mpfr_inf_p(y_)) || (mpfr_inf_p(x_) && mpfr_zero_p(y_));
+    unsigned raised =
+        zero_times_inf || signaling(fmt_, x_, a) || signaling(fmt_, y_, b) || signaling(fmt_, z_, c)
+            ? FLAG_INVALID
+            : 0;
+    const int t = mpfr_fma(result(mode), x_, y_, z_, rnd);
+    if (mpfr_nan_p(result(mode)) && !nan_operand) raised |= FLAG_INVALID;
+    raised |= finish(out, t, mode);
+    if (flags) *flags = raised;
+}
+
+void Emulator::round_to_format(mpz_class& out, mpfr_srcptr x, int mode, unsigned* flags) {
+    const int t = mpfr_set(result(mode), x, begin(mode));
+    const unsigned raised = finish(out, t, mode);
+    if (flags) *flags = raised;
 }
 
 // ---------------------------------------------------------------------------
@@ -265,40 +365,58 @@ struct Decoded {
 
 } // namespace
 
-mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode) {
+mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode,
+                unsigned* flags) {
     mpz_class r;
-    emulator_for(fmt).apply(op, r, a, b, mode);
+    emulator_for(fmt).apply(op, r, a, b, mode, flags);
     return r;
 }
 
-mpz_class convert(Format from, const mpz_class& bits, Format to, int mode) {
+mpz_class fma(Format fmt, const mpz_class& a, const mpz_class& b, const mpz_class& c, int mode,
+              unsigned* flags) {
+    mpz_class r;
+    emulator_for(fmt).fma(r, a, b, c, mode, flags);
+    return r;
+}
+
+mpz_class convert(Format from, const mpz_class& bits, Format to, int mode, unsigned* flags) {
+    const unsigned invalid = is_signaling(from, bits) ? FLAG_INVALID : 0;
+    if (flags) *flags = invalid;
     if (from == to) return bits;
     const Decoded value(from, bits);
     mpz_class r;
-    emulator_for(to).round_to_format(r, value.v, mode);
+    emulator_for(to).round_to_format(r, value.v, mode, flags);
+    if (flags) *flags |= invalid;
     return r;
 }
 
-mpz_class from_rational(const mpq_class& q, Format fmt, int mode) {
+mpz_class from_rational(const mpq_class& q, Format fmt, int mode, unsigned* flags) {
     mpz_class r;
-    emulator_for(fmt).from_rational(r, q, mode);
+    emulator_for(fmt).from_rational(r, q, mode, flags);
     return r;
 }
 
-mpz_class read_numeral(Format fmt, const std::string& text, int mode) {
+mpz_class from_integer(const mpz_class& v, Format fmt, int mode, unsigned* flags) {
+    return from_rational(mpq_class(v), fmt, mode, flags);
+}
+
+mpz_class read_numeral(Format fmt, const std::string& text, int mode, unsigned* flags) {
     mpz_class r;
-    if (!emulator_for(fmt).read(r, text, mode))
+    if (!emulator_for(fmt).read(r, text, mode, flags))
         throw std::invalid_argument("oracle: MPFR does not read \"" + text + "\"");
     return r;
 }
 
-mpz_class from_number_model(const mpq_class& q, Format fmt, int mode) {
-    if (q.get_den() == 1) return from_rational(q, fmt, mode);
+mpz_class from_number_model(const mpq_class& q, Format fmt, int mode, unsigned* flags) {
+    if (q.get_den() == 1) return from_rational(q, fmt, mode, flags);
     unsigned long wide_m = std::max(
         {bit_length(q.get_num()), bit_length(q.get_den()), static_cast<unsigned long>(fmt.m)});
     unsigned long wide_e = std::max(bit_length(wide_m), static_cast<unsigned long>(fmt.e)) + 1;
     Format common{static_cast<unsigned>(wide_e), static_cast<unsigned>(wide_m)};
-    return convert(common, from_rational(q, common, mode), fmt, mode);
+    unsigned first = 0;
+    const mpz_class r = convert(common, from_rational(q, common, mode, &first), fmt, mode, flags);
+    if (flags) *flags |= first;
+    return r;
 }
 
 mpq_class to_rational(Format fmt, const mpz_class& bits) {
@@ -311,31 +429,75 @@ mpq_class to_rational(Format fmt, const mpz_class& bits) {
     return f.negative ? mpq_class(-value) : value;
 }
 
+namespace {
+
+// A finite non-zero value rounded to the integer n in direction `mode` (0..5); returns
+// whether that changed the value.
+bool round_integer(mpfr_srcptr v, int mode, mpz_class& n) {
+    // An integer below 2^E needs E bits; one more holds a round-up to 2^E.
+    mpfr_t integral;
+    mpfr_init2(integral, std::max<mpfr_exp_t>(mpfr_get_exp(v), 1) + 1);
+    const int t = mode == NEAREST_AWAY ? mpfr_round(integral, v)
+                  : mode == TO_ODD     ? mpfr_trunc(integral, v)
+                                       : mpfr_rint(integral, v, to_mpfr_rounding(mode));
+    mpfr_get_z(n.get_mpz_t(), integral, MPFR_RNDN);
+    mpfr_clear(integral);
+    if (mode == TO_ODD && t != 0 && mpz_even_p(n.get_mpz_t())) n += mpfr_signbit(v) ? -1 : 1;
+    return t != 0;
+}
+
+} // namespace
+
 mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long width) {
     if (!is_finite(fmt, bits) || classify(fmt, bits) == Kind::Zero) return 0;
     const Decoded value(fmt, bits);
-    // An integer below 2^E needs E bits; one more holds a round-up to 2^E.
-    mpfr_t integral;
-    mpfr_init2(integral, std::max<mpfr_exp_t>(mpfr_get_exp(value.v), 1) + 1);
-    mpfr_rint(integral, value.v, to_mpfr_rounding(mode >= 0 && mode <= 3 ? mode : TOWARD_ZERO));
     mpz_class n;
-    mpfr_get_z(n.get_mpz_t(), integral, MPFR_RNDN);
-    mpfr_clear(integral);
+    round_integer(value.v, mode >= 0 && mode <= 3 ? mode : TOWARD_ZERO, n);
     if (width > 0) mpz_tdiv_r_2exp(n.get_mpz_t(), n.get_mpz_t(), width);
     return n;
 }
 
-mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode) {
+mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode, bool exact,
+                            unsigned* flags) {
+    if (flags) *flags = is_signaling(fmt, bits) ? FLAG_INVALID : 0;
     if (!is_finite(fmt, bits) || classify(fmt, bits) == Kind::Zero) return bits;
-    mpz_class r = from_rational(mpq_class(to_integer(fmt, bits, mode, 0)), fmt, mode);
+    const Decoded value(fmt, bits);
+    // Spares the digits of huge values, which are all integers.
+    if (mpfr_integer_p(value.v)) return bits;
+    mpz_class n;
+    if (round_integer(value.v, mode, n) && exact && flags) *flags |= FLAG_INEXACT;
+    mpz_class r = from_rational(mpq_class(n), fmt, mode);
     if (classify(fmt, r) == Kind::Zero) r = make_pattern(fmt, sign_of(fmt, bits), 0, 0);
     return r;
+}
+
+mpz_class to_int(Format fmt, const mpz_class& bits, int mode, unsigned width, bool is_signed,
+                 bool exact, unsigned* flags) {
+    to_mpfr_rounding(mode);
+    const mpz_class low = is_signed ? mpz_class(-pow2(width - 1)) : mpz_class(0);
+    const mpz_class high = pow2(is_signed ? width - 1 : width) - 1;
+    mpz_class n = 0;
+    bool changed = false, fits = is_finite(fmt, bits);
+    if (fits && classify(fmt, bits) != Kind::Zero) {
+        const Decoded value(fmt, bits);
+        // From 2^(width+1) on nothing fits, and the digits need not be computed.
+        fits = mpfr_get_exp(value.v) <= static_cast<long>(width) + 1;
+        if (fits) changed = round_integer(value.v, mode, n);
+        fits = fits && low <= n && n <= high;
+    }
+    if (flags) *flags = !fits ? FLAG_INVALID : exact && changed ? FLAG_INEXACT : 0;
+    return fits ? n : is_signed ? low : high;
 }
 
 int compare(Format fmt, const mpz_class& a, const mpz_class& b) {
     const Decoded x(fmt, a), y(fmt, b);
     if (mpfr_unordered_p(x.v, y.v)) return -2;
     return (mpfr_cmp(x.v, y.v) > 0) - (mpfr_cmp(x.v, y.v) < 0);
+}
+
+unsigned compare_flags(Format fmt, const mpz_class& a, const mpz_class& b, bool signaling) {
+    const bool nan = classify(fmt, a) == Kind::NaN || classify(fmt, b) == Kind::NaN;
+    return is_signaling(fmt, a) || is_signaling(fmt, b) || (signaling && nan) ? FLAG_INVALID : 0;
 }
 
 mpz_class next_representable(Format fmt, const mpz_class& bits, bool up) {

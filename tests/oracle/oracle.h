@@ -14,8 +14,17 @@
 // brute-force check of the reference on tiny formats vouches for every width.
 //
 // Rounding modes are the integers 0 (nearest, ties to even), 1 (toward zero),
-// 2 (toward +infinity) and 3 (toward -infinity). The arithmetic functions reject
-// any other number with std::invalid_argument.
+// 2 (toward +infinity), 3 (toward -infinity), 4 (nearest, ties away from zero) and
+// 5 (round to odd). The arithmetic functions reject any other number with
+// std::invalid_argument.
+//
+// Status flags. The functions that round take an optional `unsigned* flags`; when
+// given, it is set (not or-ed) to the FLAG_ bits that IEEE 754-2019 default exception
+// handling raises for that operation. Underflow is detected after rounding: the
+// result is tiny when the exact value rounded to m+1 significant bits with an
+// unbounded exponent lies below 2^(1-bias) in magnitude, and underflow is raised when
+// it is tiny and the delivered result inexact. Overflow is raised when that unbounded
+// rounding exceeds the largest finite value (inexact comes with it).
 //
 // NaN results carry no payload: they are reported as the canonical pattern
 // `nan_pattern(fmt)` (sign 1, exponent field all ones, mantissa 1), and
@@ -73,10 +82,25 @@ enum Mode : int {
     TOWARD_ZERO = 1,
     TOWARD_POSITIVE = 2,
     TOWARD_NEGATIVE = 3,
+    /// Nearest; a tie goes to the neighbour of larger magnitude, so it overflows to
+    /// infinity from half a unit above the largest finite value.
+    NEAREST_AWAY = 4,
+    /// Toward zero, then the last significand bit is set when the result is inexact;
+    /// an overflow gives the largest finite value of its sign. With m = 0 every normal
+    /// significand is already odd, so only an inexact zero changes: it becomes the
+    /// smallest normal value.
+    TO_ODD = 5,
 };
 
-/// All four valid rounding modes, for loops in tests.
+/// The four directions every format has had, for loops in tests.
 constexpr int all_modes[] = {NEAREST_EVEN, TOWARD_ZERO, TOWARD_POSITIVE, TOWARD_NEGATIVE};
+/// All six rounding directions.
+constexpr int all_directions[] = {NEAREST_EVEN,    TOWARD_ZERO,  TOWARD_POSITIVE,
+                                  TOWARD_NEGATIVE, NEAREST_AWAY, TO_ODD};
+
+/// IEEE 754 status flags, as bits of the `flags` out-parameters.
+constexpr unsigned FLAG_INEXACT = 0x01, FLAG_UNDERFLOW = 0x02, FLAG_OVERFLOW = 0x04,
+                   FLAG_DIVBYZERO = 0x08, FLAG_INVALID = 0x10;
 
 /// The correctly rounded operations, for code that picks one at run time.
 enum class Operation { Add, Sub, Mul, Div, Sqrt };
@@ -112,6 +136,10 @@ enum class Kind { Zero, Subnormal, Normal, Infinite, NaN };
 
 /// Class of `bits` in `fmt` (any bits above the sign are ignored).
 Kind classify(Format fmt, const mpz_class& bits);
+
+/// A NaN whose first mantissa bit is 0. With m = 1 the only NaNs are quiet, and
+/// formats with m = 0 have no NaN at all.
+bool is_signaling(Format fmt, const mpz_class& bits);
 
 /// Neither an infinity nor a NaN.
 inline bool is_finite(Format fmt, const mpz_class& bits) {
@@ -163,13 +191,21 @@ public:
     /// Correctly rounded a+b, a-b, a*b, a/b or sqrt(a) (b is ignored) under `mode`,
     /// IEEE-754 special cases included (x - x is +0, or -0 toward -infinity; sqrt(-0)
     /// is -0; NaN results are `nan_pattern`). `out` may be the same object as an operand.
-    void apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode);
+    /// Flags: invalid for a signaling NaN operand, inf - inf, 0 x inf, 0/0, inf/inf and
+    /// the root of a value below zero; divide-by-zero for finite non-zero / zero.
+    void apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode,
+               unsigned* flags = nullptr);
+    /// a x b + c rounded once. Invalid for a signaling NaN operand, for 0 x inf whatever
+    /// c is (a quiet NaN too) and for inf - inf; an exact zero is +0 (-0 toward
+    /// -infinity) unless the product and c are zeros of one sign, which it keeps.
+    void fma(mpz_class& out, const mpz_class& a, const mpz_class& b, const mpz_class& c, int mode,
+             unsigned* flags = nullptr);
     /// The exact rational q rounded once to the format.
-    void from_rational(mpz_class& out, const mpq_class& q, int mode);
+    void from_rational(mpz_class& out, const mpq_class& q, int mode, unsigned* flags = nullptr);
     /// The numeral `text` as MPFR reads it in base 0 (decimal, "0x" hexadecimal with
     /// an optional "p" exponent, "inf", "infinity", "nan") rounded once to the format.
     /// Returns false, leaving `out` alone, when MPFR does not read the whole text.
-    bool read(mpz_class& out, const std::string& text, int mode);
+    bool read(mpz_class& out, const std::string& text, int mode, unsigned* flags = nullptr);
 
     /// @name Register access for composite references
     /// Decode a pattern exactly into `dst` (whose precision must be at least m+1) and
@@ -181,20 +217,26 @@ public:
     /// Rounds `x`, the correctly rounded (ternary `t`, mode `rnd`) value of some real
     /// computed in a wider exponent range at the precision of the format, into the
     /// format's range: overflow, underflow and subnormal rounding. Leaves the range
-    /// set to the format's.
-    void fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const;
+    /// set to the format's. Returns the ternary value of the result.
+    int fit_to_format(mpfr_ptr x, int t, mpfr_rnd_t rnd) const;
     /// `x`, a value of any precision, rounded once to the format and encoded; MPFR's
     /// exponent range must hold `x` and the format's range (the widest does).
-    void round_to_format(mpz_class& out, mpfr_srcptr x, int mode);
+    void round_to_format(mpz_class& out, mpfr_srcptr x, int mode, unsigned* flags = nullptr);
     /// @}
 
 private:
     void enter_range() const;
+    mpfr_rnd_t begin(int mode) const;
+    mpfr_ptr result(int mode) { return mode == NEAREST_AWAY ? w_ : r_; }
+    unsigned finish(mpz_class& out, int t, int mode);
+    int fit(int t, mpfr_rnd_t rnd, bool& tiny, bool& huge);
 
     Format fmt_;
     long bias_;
     mpfr_exp_t emin_, emax_;
-    mpfr_t x_, y_, r_;
+    mpfr_t x_, y_, z_, r_;
+    mpfr_t w_;      // ties-away: the result truncated to m+2 bits
+    mpfr_t wide_;   // w_ with a sticky bit below it, at m+4 bits
     mpz_class sig_; // scratch of the codec, kept so that a call allocates nothing
 };
 
@@ -205,27 +247,37 @@ private:
 // ---------------------------------------------------------------------------
 
 /// `op` applied to a and b (b is ignored for Sqrt), correctly rounded as Emulator.
-mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode);
+mpz_class apply(Format fmt, Operation op, const mpz_class& a, const mpz_class& b, int mode,
+                unsigned* flags = nullptr);
+
+/// a x b + c rounded once, as Emulator::fma.
+mpz_class fma(Format fmt, const mpz_class& a, const mpz_class& b, const mpz_class& c, int mode,
+              unsigned* flags = nullptr);
 
 /// `bits` of format `from` converted to format `to`: what changing the format of a
 /// value must give. A NaN becomes `nan_pattern(to)`; when from == to, patterns are
-/// returned unchanged (NaN payloads included).
-mpz_class convert(Format from, const mpz_class& bits, Format to, int mode);
+/// returned unchanged (NaN payloads included). Invalid only for a signaling NaN.
+mpz_class convert(Format from, const mpz_class& bits, Format to, int mode,
+                  unsigned* flags = nullptr);
 
 /// The rational q correctly rounded (once) to `fmt`. Zero gives +0.
-mpz_class from_rational(const mpq_class& q, Format fmt, int mode);
+mpz_class from_rational(const mpq_class& q, Format fmt, int mode, unsigned* flags = nullptr);
+
+/// The integer v rounded once to `fmt`.
+mpz_class from_integer(const mpz_class& v, Format fmt, int mode, unsigned* flags = nullptr);
 
 /// The numeral `text` (decimal or "0x" hexadecimal, with exponent, or "inf",
 /// "infinity", "nan") correctly rounded once to `fmt` under `mode`, as MPFR reads it.
-/// A NaN gives `nan_pattern`. Throws std::invalid_argument when MPFR does not read the
-/// whole text.
-mpz_class read_numeral(Format fmt, const std::string& text, int mode);
+/// A NaN gives `nan_pattern` and raises nothing. Throws std::invalid_argument when
+/// MPFR does not read the whole text.
+mpz_class read_numeral(Format fmt, const std::string& text, int mode, unsigned* flags = nullptr);
 
 /// What the library's conversion of an exact number gives. An integer is rounded
 /// once. A non-integer ±N/D (lowest terms) is rounded twice: first correctly to the
 /// common format (e', m') with m' = max(bitlen N, bitlen D, m) and
 /// e' = max(bitlen m', e) + 1, then that value is converted to (e, m), both under `mode`.
-mpz_class from_number_model(const mpq_class& q, Format fmt, int mode);
+/// The flags are those of the two roundings or-ed together.
+mpz_class from_number_model(const mpq_class& q, Format fmt, int mode, unsigned* flags = nullptr);
 
 /// The exact value of a finite pattern (±0 give 0). Throws std::domain_error for
 /// NaN and infinities. Beware: for wide exponent fields the rational can be huge.
@@ -237,14 +289,30 @@ mpq_class to_rational(Format fmt, const mpz_class& bits);
 mpz_class to_integer(Format fmt, const mpz_class& bits, int mode, unsigned long width);
 
 /// Rounding to an integral value of the same format: zeros, NaN and infinities are
-/// returned unchanged; otherwise the integer of `to_integer(.., mode, 0)` rounded to
-/// the format under `mode` (it can overflow in formats whose largest finite value is
-/// not an integer), keeping the operand's sign when the result is zero.
-mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode);
+/// returned unchanged; otherwise the value rounded to an integer in direction `mode`
+/// (0..5; TO_ODD takes the odd one of the two neighbouring integers of an inexact
+/// value), rounded to the format under `mode` (it can overflow in formats whose
+/// largest finite value is not an integer), keeping the operand's sign when the
+/// result is zero. Flags: invalid for a signaling NaN only, and inexact when `exact`
+/// is set and the value changed.
+mpz_class round_to_integral(Format fmt, const mpz_class& bits, int mode, bool exact = false,
+                            unsigned* flags = nullptr);
+
+/// IEEE convertToInteger into a `width`-bit (32 or 64) integer, signed or not: the value
+/// rounded to an integer in direction `mode` (0..5, as round_to_integral). A NaN, an
+/// infinity or a rounded value outside the type raises invalid and gives the type's
+/// most negative value when signed, 2^width - 1 when not. With `exact`, a changed
+/// value that fits raises inexact.
+mpz_class to_int(Format fmt, const mpz_class& bits, int mode, unsigned width, bool is_signed,
+                 bool exact, unsigned* flags = nullptr);
 
 /// IEEE-754 comparison of two patterns: -1 when a < b, 0 when a = b (+0 equals -0),
 /// 1 when a > b, and -2 when they are unordered (either is a NaN).
 int compare(Format fmt, const mpz_class& a, const mpz_class& b);
+
+/// The flags of comparing a and b: invalid for any NaN when `signaling` (as < and <=
+/// are), else only for a signaling NaN (as == and the quiet compare are).
+unsigned compare_flags(Format fmt, const mpz_class& a, const mpz_class& b, bool signaling);
 
 /// The neighbour of `bits` toward +infinity (`up`) or -infinity: zeros step to the
 /// smallest subnormal of the direction's sign, the smallest subnormal steps to the

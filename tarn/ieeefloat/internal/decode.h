@@ -58,8 +58,11 @@ inline ValueClass decode_word(std::uint64_t bits, unsigned long e, unsigned long
 inline ValueClass decode_packed(format f, const QNumber& packed, FiniteParts& out) {
     const unsigned long e = f.exponent_width, m = f.mantissa_width;
     if (e == 0) return ValueClass::zero; // no bias, no value but zero
-    std::uint64_t word;
-    if (e <= 62 && e + m <= 63 && as_word(packed, word)) return decode_word(word, e, m, out);
+    // A pattern of 64 bits with the sign set is beyond QNumber's small form
+    // but still a word.
+    std::uint64_t word, high;
+    if (e <= 62 && e + m <= 63 && BVNumber::to_words(packed, &word, &high) && high == 0)
+        return decode_word(word, e, m, out);
 
     TempNumProvider tmp;
     QNumber& exponent = tmp[0];
@@ -97,6 +100,19 @@ ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, Finite
     }
 }
 
+/// Whether a NaN held in `repr` is signaling (its first mantissa bit is 0).
+template <class Held>
+bool held_nan_is_signaling(IEEEFloat::Repr repr, const Held& held, format f) {
+    switch (repr) {
+    case IEEEFloat::REPR_FLOAT32:
+        return ((held.bits32 >> 22) & 1) == 0;
+    case IEEEFloat::REPR_FLOAT64:
+        return ((held.bits64 >> 51) & 1) == 0;
+    default:
+        return nan_is_signaling(f, *held.packed);
+    }
+}
+
 /// An exact rational or decimal of a value of weight 2^k needs about |k|
 /// bits, so exponent fields wide enough could ask for integers of gigabytes
 /// from a single pattern. The same bound as for the alignment of addition
@@ -108,5 +124,50 @@ inline void check_exact_size(long k) {
     const long limit = static_cast<long>(max_alignment_distance);
     if (k > limit || k < -limit) throw_error(precision_limit_message);
 }
+
+/// The rounding of integer conversion under a stored mode: a mode number
+/// outside 0 to 3 truncates rather than failing, so that converting to an
+/// integer never throws for the mode.
+inline rounding integer_direction(rounding_mode mode) {
+    return static_cast<unsigned>(mode) <= 3u ? static_cast<rounding>(mode) : rounding::toward_zero;
+}
+
+/// A finite value's magnitude rounded to an integer: in `word` when below
+/// 2^64 (`in_word`), in `wide` otherwise.
+struct RoundedMagnitude {
+    bool inexact = false;
+    bool in_word = true;
+    std::uint64_t word = 0;
+    mpz_class wide;
+};
+
+/// The magnitude sig * 2^k (sig below 2^63) rounded to an integer in
+/// direction `dir`, into `magnitude`, on words: false, and nothing rounded,
+/// when it is 2^64 or more.
+inline bool round_word_magnitude(bool negative, std::uint64_t sig, long k, rounding dir,
+                                 std::uint64_t& magnitude, bool& inexact) {
+    if (k > 0) {
+        if (k >= 64 || (sig >> (64 - k)) != 0) return false;
+        magnitude = sig << k;
+        inexact = false;
+        return true;
+    }
+    const auto shift = static_cast<unsigned long>(-k);
+    const bool round_bit = shift >= 1 && shift <= 64 && ((sig >> (shift - 1)) & 1);
+    const bool sticky = shift >= 2 && (sig & low_mask(shift - 1)) != 0;
+    magnitude = shift >= 64 ? 0 : sig >> shift;
+    inexact = round_bit || sticky;
+    // The significand is below 2^63, so the increment cannot wrap.
+    if (inexact && rounds_away(RoundingContext(dir), negative, round_bit, sticky, magnitude & 1))
+        ++magnitude;
+    return true;
+}
+
+/// The magnitude of p rounded to an integer in direction `dir`, the one
+/// rounding shared by the integer conversions and rounding to integral. With
+/// `word_only` a magnitude of 2^64 or more is reported (in_word false) but
+/// not built, decided from the exponent, so huge exponents cost nothing;
+/// otherwise it is built, within check_exact_size's bound.
+void round_magnitude(const FiniteParts& p, rounding dir, bool word_only, RoundedMagnitude& out);
 
 } // namespace tarn::ieeefloat_detail
