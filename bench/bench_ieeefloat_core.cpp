@@ -62,7 +62,8 @@ void BM_tarn(benchmark::State& state, unsigned long e, unsigned long m) {
     for (auto _ : state) {
         significand = r.s[k];
         exponent = r.x[k];
-        detail::round_and_pack_float(tmp, r.f, mode, false, exponent, significand, out);
+        detail::RoundingContext context = detail::RoundingContext::of_mode(mode);
+        detail::round_and_pack_float(tmp, r.f, context, false, exponent, significand, out);
         benchmark::DoNotOptimize(out);
         k = (k + 1) % sample_count;
     }

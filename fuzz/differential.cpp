@@ -74,10 +74,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     operands.a = consume_pattern(in, s.ofmt());
     if (row.input == rows::Input::Pair || row.input == rows::Input::Root || op == 9)
         operands.b = consume_pattern(in, s.ofmt());
-    if (op == 5) operands.to = consume_format(in);
+    if (row.input == rows::Input::Triple) {
+        operands.b = consume_pattern(in, s.ofmt());
+        operands.c = consume_pattern(in, s.ofmt());
+    }
+    if (row.input == rows::Input::Integer) {
+        const mpz_class magnitude = fuzzing::consume_bits(in, 64);
+        operands.n =
+            in.ConsumeBool() ? mpz_class(magnitude >> 1) - (mpz_class(1) << 63) : magnitude;
+    }
+    operands.direction = in.ConsumeIntegralInRange(0, 5);
+    if (op == 5 || row.directed) operands.to = consume_format(in);
     if (op == 6) operands.q = consume_rational(in);
     if (op == 7) operands.width = in.ConsumeBool() ? 0 : in.ConsumeIntegralInRange(1UL, 130UL);
-    if (op == 10 || op == 11 || op == 14) operands.flag = in.ConsumeBool();
+    if (op == 10 || op == 11 || op == 14 || row.directed) operands.flag = in.ConsumeBool();
     if (row.input == rows::Input::Numeral)
         operands.text =
             oracle::OperandGenerator(s.ofmt(), in.ConsumeIntegral<std::uint64_t>()).numeral();

@@ -74,10 +74,14 @@ Operands draw(const Row& r, oracle::OperandGenerator& gen) {
     if (r.input == Input::Compare) in.b = gen.related(in.a);
     if (r.input == Input::Rational) in.q = gen.rational();
     if (r.input == Input::Numeral) in.text = gen.numeral();
+    if (r.input == Input::Triple) std::tie(in.a, in.b, in.c) = gen.triple();
+    if (r.input == Input::Integral) in.a = gen.integral_operand();
+    if (r.input == Input::Integer) in.n = gen.integer(64, gen.uniform(0, 1) == 1);
     static const unsigned long widths[] = {0, 1, 8, 64, 100};
     in.to = destinations[gen.uniform(0, 11)];
     in.width = gen.uniform(0, 5) == 0 ? gen.uniform(1, 130) : widths[gen.uniform(0, 4)];
     in.flag = gen.uniform(0, 1) == 1;
+    in.direction = static_cast<int>(gen.uniform(0, 5));
     return in;
 }
 
@@ -89,9 +93,12 @@ std::vector<Case> tiny_cases() {
         for (const Format f : {Format{1, 1}, Format{1, 2}, Format{1, 3}, Format{2, 0}, Format{2, 1},
                                Format{2, 3}, Format{3, 2}, Format{2, 4}, Format{2, 6}, Format{4, 3},
                                Format{5, 2}, Format{6, 4}, Format{8, 7}, Format{5, 10}}) {
-            const unsigned long limit = r.input == Input::Pair                               ? 6
-                                        : r.input == Input::Single || r.input == Input::Root ? 16
-                                                                                             : 8;
+            const bool single =
+                r.input == Input::Single || r.input == Input::Root || r.input == Input::Integral;
+            const unsigned long limit = r.input == Input::Triple ? 5
+                                        : r.input == Input::Pair ? 6
+                                        : single                 ? 16
+                                                                 : 8;
             if (f.exponent_width + f.mantissa_width + 1 <= limit)
                 cases.push_back({f, generic, 0, &r});
         }
@@ -106,24 +113,31 @@ TEST_P(Exhaustive, Rows) {
     const unsigned long count = 1UL << (f.exponent_width + f.mantissa_width + 1);
     // Under the sanitizers the wider formats are sampled, every seventh pattern.
     const unsigned long step = sanitized() && count > 4096 ? 7 : 1;
-    const bool pairs = r.input == Input::Pair || r.input == Input::Compare;
-    const bool drawn = r.input == Input::Rational || r.input == Input::Numeral;
+    const bool triples = r.input == Input::Triple;
+    const bool pairs = r.input == Input::Pair || r.input == Input::Compare || triples;
+    const bool drawn =
+        r.input == Input::Rational || r.input == Input::Numeral || r.input == Input::Integer;
     oracle::OperandGenerator gen(to_oracle(f), count);
     Report report{case_name(GetParam()) + " seed " + std::to_string(count)};
     for (unsigned long i = 0; i < count; i += step)
-        for (unsigned long j = 0; j < (pairs ? count : 1); ++j) {
-            // Rationals and numerals come from the generator, as many as the patterns.
+        for (unsigned long j = 0; j < (pairs ? count : 1) * (triples ? count : 1); ++j) {
+            // Rationals, numerals and integers come from the generator, as many as the patterns.
             Operands in = drawn ? draw(r, gen) : Operands{};
             in.a = i;
-            in.b = j;
+            in.b = j % count;
+            in.c = j / count;
             in.to = destinations[i % 12];
             in.width = std::array{0UL, 1UL, 3UL, 8UL, 64UL}[i % 5];
             in.flag = (i + j) % 2 == 1;
-            // Rows that do not round see each mode on every fifth pattern.
+            // Rows that do not round see each mode on every fifth pattern; rows
+            // with an explicit direction see all six.
             const int modes[] = {0, 1, 2, 3, bad_mode};
-            for (unsigned long k = 0; k < (r.rounds ? 5 : 1); ++k)
-                report(rows::run(r, {f, generic, modes[r.rounds ? k : (i + j) % 5]}, in),
-                       long(i * count + j));
+            const unsigned long runs = r.directed ? 6 : r.rounds ? 5 : 1;
+            for (unsigned long k = 0; k < runs; ++k) {
+                in.direction = static_cast<int>(k);
+                const int mode = modes[r.rounds ? k % 5 : (i + j) % 5];
+                report(rows::run(r, {f, generic, mode}, in), long(i * count + j));
+            }
         }
 }
 
@@ -132,20 +146,28 @@ INSTANTIATE_TEST_SUITE_P(, Exhaustive, testing::ValuesIn(tiny_cases()), name_of)
 // ---- Random -----------------------------------------------------------------------
 
 /// The reference against the host FPU on binary32 and binary64 words, for the
-/// operations the host has: a witness that shares nothing with MPFR.
+/// operations and directions the host has, results and flags: a witness that
+/// shares nothing with MPFR.
 std::string against_host(const Row& r, const Setting& s, const Operands& in) {
-    if (!s.word() || !s.valid_mode() || (r.input != Input::Pair && r.input != Input::Root))
+    const bool fma = r.input == Input::Triple, integral = r.check == rows::integral;
+    const int direction = r.directed ? in.direction : s.mode;
+    if (!s.word() || direction < 0 || direction > 3 ||
+        (r.input != Input::Pair && r.input != Input::Root && !fma && !integral))
         return "";
-    const auto host = [&] {
-        // The soft-float component numbers the directions nearest, down, up, toward zero.
-        const swflt_oracle::HostRounding rounding(std::array{0, 3, 2, 1}[s.mode]);
-        return swflt_oracle::host(static_cast<swflt_oracle::Op>(r.op), int(s.ofmt().width()),
-                                  oracle::to_word(in.a), oracle::to_word(in.b))
-            .bits;
-    };
-    const std::string wrong =
-        rows::mismatch(s.ofmt(), oracle::apply(s.ofmt(), r.op, in.a, in.b, s.mode),
-                       mpz_class(static_cast<unsigned long>(host())));
+    using swflt_oracle::Op;
+    const Op op = fma ? Op::fma : integral ? (in.flag ? Op::rint : Op::nearbyint) : Op(r.op);
+    // The soft-float component numbers the directions nearest, down, up, toward zero.
+    const swflt_oracle::HostRounding rounding(std::array{0, 3, 2, 1}[direction]);
+    const swflt_oracle::Outcome host =
+        swflt_oracle::host(op, int(s.ofmt().width()), oracle::to_word(in.a), oracle::to_word(in.b),
+                           oracle::to_word(in.c));
+    unsigned flags = 0;
+    const mpz_class want =
+        fma        ? oracle::fma(s.ofmt(), in.a, in.b, in.c, direction, &flags)
+        : integral ? oracle::round_to_integral(s.ofmt(), in.a, direction, in.flag, &flags)
+                   : oracle::apply(s.ofmt(), r.op, in.a, in.b, direction, &flags);
+    const std::string wrong = rows::mismatch(s.ofmt(), want, mpz_class(host.bits)) +
+                              rows::flag_mismatch(flags, host.flags);
     return wrong.empty() ? "" : "host FPU against the reference" + wrong;
 }
 

@@ -62,18 +62,21 @@ inline std::string describe(const Setting& s, const mpz_class& bits) {
 
 /// The operands of one case; each row reads the ones its input kind provides.
 struct Operands {
-    mpz_class a, b;         ///< patterns of the setting's format
+    mpz_class a, b, c;      ///< patterns of the setting's format (c: Input::Triple)
+    mpz_class n;            ///< Input::Integer, a 64-bit integer of either sign
     mpq_class q;            ///< Input::Rational
     std::string text;       ///< Input::Numeral
     Format to{};            ///< set_format's destination
     unsigned long width{0}; ///< to_integer's width
     bool flag{false};       ///< a direction or a sign
+    int direction{0};       ///< a tarn::rounding, for the explicit-direction operations
 };
 
 /// What a row needs drawn: `Pair` two patterns built for `Row::op`, `Root` a square
 /// root operand, `Single` one pattern, `Compare` a pattern and one related to it,
-/// `Rational` q, `Numeral` text; `to`, `width` and `flag` are always drawn.
-enum class Input { Pair, Root, Single, Compare, Rational, Numeral };
+/// `Rational` q, `Numeral` text, `Triple` three patterns for fma, `Integral` one
+/// around integers, `Integer` n; `to`, `width`, `flag` and `direction` are always drawn.
+enum class Input { Pair, Root, Single, Compare, Rational, Numeral, Triple, Integral, Integer };
 
 #define ROW_EXPECT(condition, what)                                                                \
     if (condition) {                                                                               \
@@ -84,6 +87,19 @@ enum class Input { Pair, Root, Single, Compare, Rational, Numeral };
 inline std::string mismatch(oracle::Format f, const mpz_class& got, const mpz_class& want) {
     if (oracle::same_result(f, got, want)) return "";
     return "\n  got  " + oracle::describe(f, got) + "\n  want " + oracle::describe(f, want);
+}
+
+/// The flags an operation raises: cleared before it, read after it.
+inline unsigned flags_of(const std::function<void()>& op) {
+    tarn::clear_ieee_flags();
+    op();
+    return tarn::ieee_flags();
+}
+
+/// "" when the raised flags are the reference's, else both.
+inline std::string flag_mismatch(unsigned got, unsigned want) {
+    if (got == want) return "";
+    return "\n  flags got " + std::to_string(got) + " want " + std::to_string(want);
 }
 
 /// The reference's result of an operation in a format under a mode.
@@ -197,26 +213,39 @@ inline std::string set_format(const Setting& s, const Operands& in) {
 
 /// A value made from scratch in the format's usual representation, as the readers
 /// of numbers and numerals make it.
+/// With a valid mode its flags must be the reference's `flags()`.
 inline std::string made(const Setting& s, bool lenient,
                         const std::function<IEEEFloat(IEEEFloat::rounding_mode)>& maker,
-                        const Reference& reference) {
+                        const Reference& reference, const std::function<unsigned()>& flags) {
     const auto mode = static_cast<IEEEFloat::rounding_mode>(s.mode);
     IEEEFloat x(s.format, mode);
-    return check_rounded(
+    const std::string wrong = check_rounded(
         s, {s.format, IEEEFloat::get_best_repr(s.format), s.mode}, false, lenient, x,
         [&](IEEEFloat& v) { v = maker(mode); }, reference);
+    if (!wrong.empty() || !s.valid_mode()) return wrong;
+    return flag_mismatch(flags_of([&] { maker(mode); }), flags());
 }
 
 inline std::string from_number(const Setting& s, const Operands& in) {
     return made(
         s, false, [&](auto mode) { return IEEEFloat::from_number(QNumber(in.q), s.format, mode); },
-        [&](oracle::Format f, int mode) { return oracle::from_number_model(in.q, f, mode); });
+        [&](oracle::Format f, int mode) { return oracle::from_number_model(in.q, f, mode); },
+        [&] {
+            unsigned flags = 0;
+            oracle::from_number_model(in.q, s.ofmt(), s.mode, &flags);
+            return flags;
+        });
 }
 
 inline std::string from_string(const Setting& s, const Operands& in) {
     return made(
         s, true, [&](auto mode) { return IEEEFloat::from_string(in.text, s.format, mode); },
-        [&](oracle::Format f, int mode) { return oracle::read_numeral(f, in.text, mode); });
+        [&](oracle::Format f, int mode) { return oracle::read_numeral(f, in.text, mode); },
+        [&] {
+            unsigned flags = 0;
+            oracle::read_numeral(s.ofmt(), in.text, s.mode, &flags);
+            return flags;
+        });
 }
 
 inline std::string to_integer(const Setting& s, const Operands& in) {
@@ -246,15 +275,26 @@ inline std::string round_to_integral(const Setting& s, const Operands& in) {
 
 inline std::string compare(const Setting& s, const Operands& in) {
     const IEEEFloat x = make(s, in.a), y = make(s, in.b);
-    const int want = oracle::compare(s.ofmt(), in.a, in.b);
-    const std::string with = " with " + oracle::describe(s.ofmt(), in.b);
+    const mpz_class a = bits_of(x), b = bits_of(y);
+    const int want = oracle::compare(s.ofmt(), a, b);
+    const std::string with = " with " + oracle::describe(s.ofmt(), b);
     tarn::swflt::float_exception_flags = 0;
     ROW_EXPECT(ieee_cmp(x, y) == want,
                "ieee_cmp" + with + " gave " + std::to_string(ieee_cmp(x, y)));
     ROW_EXPECT((x < y) == (want == -1), "<" + with);
     ROW_EXPECT((x <= y) == (want == -1 || want == 0), "<=" + with);
     ROW_EXPECT((x == y) == (want == 0), "==" + with);
-    ROW_EXPECT(tarn::swflt::float_exception_flags == 0, "a comparison raised a flag" + with);
+    ROW_EXPECT(tarn::swflt::float_exception_flags == 0,
+               "a comparison left the component's flags" + with);
+    const unsigned quiet = oracle::compare_flags(s.ofmt(), a, b, false);
+    const unsigned ordered = oracle::compare_flags(s.ofmt(), a, b, true);
+    const unsigned raised[] = {flags_of([&] { ieee_cmp(x, y); }), flags_of([&] { (void)(x < y); }),
+                               flags_of([&] { (void)(x <= y); }),
+                               flags_of([&] { (void)(x == y); })};
+    ROW_EXPECT(
+        raised[0] == quiet && raised[1] == ordered && raised[2] == ordered && raised[3] == quiet,
+        "flags of ieee_cmp, <, <=, == " + std::to_string(raised[0]) + std::to_string(raised[1]) +
+            std::to_string(raised[2]) + std::to_string(raised[3]) + with);
     return "";
 }
 
@@ -341,6 +381,108 @@ inline std::string classes(const Setting& s, const Operands& in) {
     return "";
 }
 
+/// An operation in the explicit direction `in.direction`: the bits and flags of
+/// `op`'s result against the reference's, and the format, representation and
+/// stored mode that the result must take from its first operand (`result`).
+inline std::string directed(const Operands& in, const Setting& result,
+                            const std::function<IEEEFloat(tarn::rounding)>& op,
+                            const std::function<mpz_class(unsigned*)>& reference) {
+    const auto direction = static_cast<tarn::rounding>(in.direction);
+    IEEEFloat x;
+    const unsigned raised = flags_of([&] { x = op(direction); });
+    unsigned flags = 0;
+    const mpz_class want = reference(&flags);
+    const std::string wrong = mismatch(result.ofmt(), bits_of(x), want);
+    ROW_EXPECT(wrong.empty(), "direction " + std::to_string(in.direction) + wrong);
+    ROW_EXPECT(raised == flags,
+               "direction " + std::to_string(in.direction) + flag_mismatch(raised, flags));
+    ROW_EXPECT(x.get_format() == result.format && x.get_repr() == result.repr &&
+                   x.get_rounding_mode() == result.mode,
+               "format, representation or mode of the result");
+    return "";
+}
+
+template <Operation op>
+std::string directed_arithmetic(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a), y = make(s, in.b);
+    // The reference reads the patterns the values hold (from_bits folds NaNs).
+    const mpz_class a = bits_of(x), b = bits_of(y);
+    return directed(
+        in, s,
+        [&](tarn::rounding r) {
+            switch (op) {
+            case Operation::Add:
+                return add(x, y, r);
+            case Operation::Sub:
+                return sub(x, y, r);
+            case Operation::Mul:
+                return mul(x, y, r);
+            case Operation::Div:
+                return div(x, y, r);
+            default:
+                return sqrt(x, r);
+            }
+        },
+        [&](unsigned* flags) { return oracle::apply(s.ofmt(), op, a, b, in.direction, flags); });
+}
+
+inline std::string directed_convert(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a);
+    const Setting result{in.to, in.to == s.format ? s.repr : IEEEFloat::get_best_repr(in.to),
+                         s.mode};
+    return directed(
+        in, result, [&](tarn::rounding r) { return convert(x, in.to, r); },
+        [&](unsigned* flags) {
+            return oracle::convert(s.ofmt(), bits_of(x), to_oracle(in.to), in.direction, flags);
+        });
+}
+
+inline std::string integral(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a);
+    return directed(
+        in, s, [&](tarn::rounding r) { return round_to_integral(x, r, in.flag); },
+        [&](unsigned* flags) {
+            return oracle::round_to_integral(s.ofmt(), bits_of(x), in.direction, in.flag, flags);
+        });
+}
+
+inline std::string to_integers(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a);
+    const auto r = static_cast<tarn::rounding>(in.direction);
+    const bool exact = in.flag;
+    const std::function<mpz_class()> conversions[] = {
+        [&] { return mpz_class(static_cast<long>(tarn::to_int32(x, r, exact))); },
+        [&] { return mpz_class(static_cast<long>(tarn::to_int64(x, r, exact))); },
+        [&] { return mpz_class(static_cast<unsigned long>(tarn::to_uint32(x, r, exact))); },
+        [&] { return mpz_class(static_cast<unsigned long>(tarn::to_uint64(x, r, exact))); }};
+    for (int k = 0; k < 4; ++k) {
+        mpz_class got;
+        const unsigned raised = flags_of([&] { got = conversions[k](); });
+        unsigned flags = 0;
+        const mpz_class want = oracle::to_int(s.ofmt(), bits_of(x), in.direction, k % 2 ? 64 : 32,
+                                              k < 2, exact, &flags);
+        const std::string what = std::string(k < 2 ? "int" : "uint") + (k % 2 ? "64" : "32") +
+                                 " direction " + std::to_string(in.direction);
+        ROW_EXPECT(got == want, what + " got " + got.get_str() + " want " + want.get_str());
+        ROW_EXPECT(raised == flags, what + flag_mismatch(raised, flags));
+    }
+    return "";
+}
+
+inline std::string from_integers(const Setting& s, const Operands& in) {
+    const Setting result{s.format, IEEEFloat::get_best_repr(s.format),
+                         in.direction <= 3 ? in.direction : 0};
+    return directed(
+        in, result,
+        [&](tarn::rounding r) {
+            // Non-negative integers below 2^63 go either way.
+            if (in.n < 0 || (in.flag && in.n.fits_slong_p()))
+                return tarn::from_int64(in.n.get_si(), s.format, r);
+            return tarn::from_uint64(mpz_getlimbn(in.n.get_mpz_t(), 0), s.format, r);
+        },
+        [&](unsigned* flags) { return oracle::from_integer(in.n, s.ofmt(), in.direction, flags); });
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -351,6 +493,7 @@ struct Row {
     Operation op;
     bool rounds; ///< whether the value's mode matters
     std::string (*check)(const Setting&, const Operands&);
+    bool directed = false; ///< whether Operands::direction matters
 };
 
 /// Rows 0 to 14 are in the order the fuzz corpus was recorded in; new rows go last.
@@ -372,6 +515,16 @@ inline const Row table[] = {
     {"classes", Input::Single, Operation::Add, false, classes},
     {"from_string", Input::Numeral, Operation::Add, true, from_string},
     {"hex_read_back", Input::Single, Operation::Add, false, hex_read_back},
+    {"add_directed", Input::Pair, Operation::Add, false, directed_arithmetic<Operation::Add>, true},
+    {"sub_directed", Input::Pair, Operation::Sub, false, directed_arithmetic<Operation::Sub>, true},
+    {"mul_directed", Input::Pair, Operation::Mul, false, directed_arithmetic<Operation::Mul>, true},
+    {"div_directed", Input::Pair, Operation::Div, false, directed_arithmetic<Operation::Div>, true},
+    {"sqrt_directed", Input::Root, Operation::Sqrt, false, directed_arithmetic<Operation::Sqrt>,
+     true},
+    {"convert", Input::Single, Operation::Add, false, directed_convert, true},
+    {"round_to_integral", Input::Integral, Operation::Add, false, integral, true},
+    {"to_int", Input::Integral, Operation::Add, false, to_integers, true},
+    {"from_int", Input::Integer, Operation::Add, false, from_integers, true},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];
@@ -381,9 +534,12 @@ inline std::string run(const Row& r, const Setting& s, const Operands& in) {
     std::string wrong = r.check(s, in);
     if (wrong.empty()) return "";
     const bool pair = r.input == Input::Pair || r.input == Input::Compare;
+    const bool triple = r.input == Input::Triple;
     return std::string(r.name) + " " + describe(s, in.a) +
-           (pair ? ", " + oracle::describe(s.ofmt(), in.b) : "") + " q " + in.q.get_str() +
-           " text \"" + in.text + "\" to " + oracle::to_string(to_oracle(in.to)) + " width " +
+           (pair || triple ? ", " + oracle::describe(s.ofmt(), in.b) : "") +
+           (triple ? ", " + oracle::describe(s.ofmt(), in.c) : "") + " n " + in.n.get_str() +
+           " direction " + std::to_string(in.direction) + " q " + in.q.get_str() + " text \"" +
+           in.text + "\" to " + oracle::to_string(to_oracle(in.to)) + " width " +
            std::to_string(in.width) + ": " + wrong;
 }
 

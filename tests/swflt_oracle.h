@@ -6,7 +6,7 @@
 
 namespace swflt_oracle {
 
-enum class Op { add, sub, mul, div, sqrt, convert, lt, le, eq, fma };
+enum class Op { add, sub, mul, div, sqrt, convert, lt, le, eq, fma, nearbyint, rint };
 
 /// A result word (0 or 1 for comparisons) and the IEEE flags raised, as soft-float flag bits.
 struct Outcome {
@@ -15,14 +15,14 @@ struct Outcome {
 };
 
 /// Performs `op` once on the hardware in binary32 (width 32) or binary64 (width 64) under the
-/// current host rounding. `convert` narrows a binary64 word for width 32 and widens a binary32
-/// word for width 64; sqrt and convert ignore b; eq is the signalling equality; only fma reads c.
+/// host rounding that HostRounding chose. `convert` narrows a binary64 word for width 32 and widens
+/// a binary32 word for width 64; sqrt and convert ignore b; eq is the signalling equality; only fma
+/// reads c.
 Outcome host(Op op, int width, std::uint64_t a, std::uint64_t b, std::uint64_t c = 0);
 
-/// Sets the host rounding direction from a soft-float rounding code for the current scope.
-/// The hardware has no direction for codes 4 (ties away) and 5 (to odd): under them `host`
-/// derives the result from the toward-zero, nearest-even and upward or downward results, with
-/// MPFR deciding whether the exact value is a tie.
+/// Chooses the host rounding direction of `host` from a soft-float rounding code (0 to 3, any
+/// other code rounding to nearest) for the current scope. The hardware has no direction for
+/// codes 4 (ties away) and 5 (to odd); the library's word rows check them against MPFR.
 class HostRounding {
 public:
     explicit HostRounding(int code);

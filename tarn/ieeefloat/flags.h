@@ -16,6 +16,10 @@
 //    with an unbounded exponent range it lies strictly between -2^emin and 2^emin), and inexact;
 //  - inexact: the delivered result differs from the exact one.
 //
+// A format of one exponent bit has no normal range: its finite results are all tiny, and one
+// that rounding carries onto infinity is its overflow. Converting a value to its own format
+// changes nothing and raises nothing, a signaling NaN included.
+//
 // The bits are those of the soft-float component, so its flags pass through unchanged. The
 // component's own flag byte is left at 0 after every IEEEFloat operation.
 #pragma once

@@ -3,11 +3,15 @@
 //
 // The rest of IEEEFloat has one unit per group of operations:
 //   format.cpp       format constants and the named formats
-//   conversion.cpp   from_number, set_format
-//   arithmetic.cpp   + - * /
+//   flags.cpp        the status flags of each thread
+//   conversion.cpp   from_number, set_format, convert
+//   arithmetic.cpp   + - * / and add, sub, mul, div
+//   fma.cpp          fused multiply-add
 //   sqrt.cpp         square root
 //   compare.cpp      < <= == and ieee_cmp
-//   exact.cpp        to_number, to_integer, round
+//   exact.cpp        to_number, to_integer
+//   round_to_integral.cpp      round, round_to_integral
+//   integer_conversion.cpp     to_int32 ... to_uint64, from_int64, from_uint64
 //   neighbour.cpp    next_representable, packed_next
 //   text.cpp         to_float_str, to_str, operator<<
 //   hex_text.cpp     to_hex_str
@@ -17,11 +21,14 @@
 // What they share sits in internal/, never installed, bottom-up: bits.h
 // (machine-word helpers), errors.h, codec.h (the packed integer split into
 // sign, exponent and significand, classified and joined again), rounding.h
-// (any exact result to the packed integer of its correctly rounded value),
+// (the rounding context: a direction and the flags raised; any exact result
+// to the packed integer of its correctly rounded value), flag_state.h (the
+// thread's flags),
 // word_arith.h (the arithmetic of formats up to 128 bits on machine words),
 // decode.h (finite values split for exact work), held.h (class and sign of
 // the held bits, inline across units), swflt_glue.h (the binary32 and
-// binary64 words' soft-float component) and ascii.h.
+// binary64 words' soft-float component), access.h (the free operations'
+// reach into a value) and ascii.h.
 //
 // Throughout, a finite value is (-1)^s * M * 2^(E - m): M the integer
 // significand (with the hidden bit 2^m for a normal value) and E the unbiased

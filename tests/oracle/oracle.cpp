@@ -260,6 +260,12 @@ unsigned Emulator::finish(mpz_class& out, int t, int mode) {
     }
     encode(out, r_);
     if (r == 0) return 0;
+    // Formats of one exponent bit have no normal range: a finite result that lands
+    // on infinity is their overflow, the rest of their results are tiny.
+    if (classify(fmt_, out) == Kind::Infinite) {
+        huge = true;
+        tiny = false;
+    }
     if (mode == TO_ODD && (fmt_.m > 0 || mpfr_zero_p(r_))) mpz_setbit(out.get_mpz_t(), 0);
     return FLAG_INEXACT | (huge ? FLAG_OVERFLOW : 0u) | (tiny ? FLAG_UNDERFLOW : 0u);
 }
@@ -317,8 +323,9 @@ void Emulator::fma(mpz_class& out, const mpz_class& a, const mpz_class& b, const
     decode(y_, b);
     decode(z_, c);
     const bool nan_operand = mpfr_nan_p(x_) || mpfr_nan_p(y_) || mpfr_nan_p(z_);
-    const bool zero_times_inf =
-        (mpfr_zero_p(x_) && mpfr_inf_p(y_)) || (mpfr_inf_p(x_) && mpfr_zero_p(y_));
+    // 0 x inf + a quiet NaN gives the NaN quietly, as the hardware's fma does.
+    const bool zero_times_inf = !mpfr_nan_p(z_) && ((mpfr_zero_p(x_) && mpfr_inf_p(y_)) ||
+                                                    (mpfr_inf_p(x_) && mpfr_zero_p(y_)));
     unsigned raised =
         zero_times_inf || signaling(fmt_, x_, a) || signaling(fmt_, y_, b) || signaling(fmt_, z_, c)
             ? FLAG_INVALID
@@ -380,7 +387,8 @@ mpz_class fma(Format fmt, const mpz_class& a, const mpz_class& b, const mpz_clas
 }
 
 mpz_class convert(Format from, const mpz_class& bits, Format to, int mode, unsigned* flags) {
-    const unsigned invalid = is_signaling(from, bits) ? FLAG_INVALID : 0;
+    // Converting to the value's own format changes nothing and raises nothing.
+    const unsigned invalid = is_signaling(from, bits) && !(from == to) ? FLAG_INVALID : 0;
     if (flags) *flags = invalid;
     if (from == to) return bits;
     const Decoded value(from, bits);

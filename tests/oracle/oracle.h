@@ -195,8 +195,8 @@ public:
     /// the root of a value below zero; divide-by-zero for finite non-zero / zero.
     void apply(Operation op, mpz_class& out, const mpz_class& a, const mpz_class& b, int mode,
                unsigned* flags = nullptr);
-    /// a x b + c rounded once. Invalid for a signaling NaN operand, for 0 x inf whatever
-    /// c is (a quiet NaN too) and for inf - inf; an exact zero is +0 (-0 toward
+    /// a x b + c rounded once. Invalid for a signaling NaN operand, for 0 x inf unless
+    /// c is a quiet NaN (as the hardware's fma) and for inf - inf; an exact zero is +0 (-0 toward
     /// -infinity) unless the product and c are zeros of one sign, which it keeps.
     void fma(mpz_class& out, const mpz_class& a, const mpz_class& b, const mpz_class& c, int mode,
              unsigned* flags = nullptr);
