@@ -136,6 +136,7 @@ void mul_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits
                a.exp + b.exp - static_cast<long>(wf.m), out);
 }
 
+/// a / b; `two_bit_ties` keeps the compound operator's m = 1 quotients.
 template <class Bits, class Wide>
 void div_words(const WordFormat<Bits>& wf, RoundingContext& r, bool two_bit_ties, Bits a_bits,
                Bits b_bits, QNumber& out) {

@@ -6,10 +6,6 @@
 
 namespace tarn {
 
-namespace ieeefloat_detail {
-thread_local unsigned raised_flags = 0;
-} // namespace ieeefloat_detail
-
 unsigned ieee_flags() noexcept {
     return ieeefloat_detail::raised_flags;
 }

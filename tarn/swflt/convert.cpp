@@ -1,12 +1,10 @@
-// Conversions between binary32 and binary64, and the thread's exception flags.
+// Conversions between binary32 and binary64.
 
 #include "tarn/swflt/internal.h"
 #include "tarn/swflt/swflt.h"
 
 namespace tarn {
 namespace swflt {
-
-thread_local std::uint8_t float_exception_flags = 0;
 
 namespace {
 using namespace detail;

@@ -49,7 +49,9 @@ namespace swflt {
 
 /// Sticky IEEE exception flags of the calling thread: a bitwise OR of the `flag_` constants
 /// for every exception signalled since the caller last cleared it.
-extern thread_local std::uint8_t float_exception_flags;
+/// Defined here with its constant initial value, so that every access is a plain thread-local
+/// load or store rather than a call that checks for a dynamic initialisation.
+inline thread_local std::uint8_t float_exception_flags = 0;
 
 /// The result was rounded: it differs from the exact mathematical result.
 constexpr std::uint8_t flag_inexact = 0x01;

@@ -4,8 +4,9 @@
 namespace tarn::ieeefloat_detail {
 
 /// The sticky flags of the calling thread, which ieee_flags() reads. Operations OR into it
-/// directly, so that raising costs one instruction on the paths where nothing is raised.
-extern thread_local unsigned raised_flags;
+/// directly. Defined here with its constant initial value, so that every access is a plain
+/// thread-local load or store rather than a call that checks for a dynamic initialisation.
+inline thread_local unsigned raised_flags = 0;
 
 /// Raises `flags`; most operations raise nothing, and then nothing is written.
 inline void raise(unsigned flags) {

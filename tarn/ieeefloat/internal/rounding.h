@@ -70,8 +70,8 @@ struct Discarded {
 /// Whether an inexact result moves one unit away from zero, given what was
 /// discarded and whether the kept significand is odd. Rounding to odd
 /// truncates and then makes the significand odd: it moves only an even one.
-inline bool rounds_away(const RoundingContext& r, bool negative, bool round_bit, bool sticky,
-                        bool odd) {
+[[gnu::always_inline]] inline bool rounds_away(const RoundingContext& r, bool negative,
+                                               bool round_bit, bool sticky, bool odd) {
     switch (r.direction) {
     case rounding::nearest_even:
         return round_bit && (sticky || odd);
@@ -90,7 +90,8 @@ inline bool rounds_away(const RoundingContext& r, bool negative, bool round_bit,
 }
 
 /// rounds_away for a result that may be exact, raising inexact when it is not.
-inline bool round_up(RoundingContext& r, bool negative, Discarded d, bool odd) {
+[[gnu::always_inline]] inline bool round_up(RoundingContext& r, bool negative, Discarded d,
+                                            bool odd) {
     if (!d.inexact()) return false;
     r.flags |= FLAG_INEXACT;
     return rounds_away(r, negative, d.round_bit, d.sticky, odd);
@@ -119,20 +120,22 @@ inline bool overflow_saturates(RoundingContext& r, bool negative) {
 /// magnitude (`carried`) and rounding at the format's full precision, one
 /// bit finer, would have carried too: that needs a round bit of 1 below a
 /// kept significand of all ones (odd), and the finer rounding of the bits
-/// below it to move away.
-///
-/// In a format with one exponent bit (`no_normals`) the carry lands on
-/// infinity instead, and is its overflow.
-inline void note_tiny(RoundingContext& r, bool negative, bool carried, Discarded d,
-                      bool no_normals = false) {
-    if (!d.inexact()) return;
-    if (carried && no_normals) {
-        r.flags |= FLAG_OVERFLOW | FLAG_INEXACT;
-        return;
-    }
-    const bool full_precision_carries = carried && d.round_bit && d.sticky &&
-                                        rounds_away(r, negative, d.fine_round_bit, d.sticky, true);
-    if (!full_precision_carries) r.flags |= FLAG_UNDERFLOW;
+/// below it to move away. In a format with one exponent bit (`no_normals`)
+/// the carry lands on infinity instead, and is its overflow. Out of line and
+/// cold, with the discarded bits one by one: subnormal results are rare, and
+/// the hot paths stay small enough to inline what they need.
+/// The context is taken and the flags returned by value, so that a caller's
+/// context can live in registers.
+[[gnu::cold, gnu::noinline]] unsigned tiny_flags(RoundingContext r, bool negative, bool carried,
+                                                 bool round_bit, bool fine_round_bit, bool sticky,
+                                                 bool no_normals);
+
+/// Raises tiny_flags for a result that may be exact.
+[[gnu::always_inline]] inline void note_tiny(RoundingContext& r, bool negative, bool carried,
+                                             Discarded d, bool no_normals = false) {
+    if (d.inexact())
+        r.flags |=
+            tiny_flags(r, negative, carried, d.round_bit, d.fine_round_bit, d.sticky, no_normals);
 }
 
 /// Formats whose rounding fits machine words: exponents, significands and

@@ -145,10 +145,10 @@ inline bool read_packed(const QNumber& packed, unsigned sign_bit, u128& bits) {
     return (bits >> sign_bit) <= 1;
 }
 
-inline void write_packed(std::uint64_t bits, QNumber& out) {
+[[gnu::always_inline]] inline void write_packed(std::uint64_t bits, QNumber& out) {
     out = QNumber(static_cast<long>(bits));
 }
-inline void write_packed(u128 bits, QNumber& out) {
+[[gnu::always_inline]] inline void write_packed(u128 bits, QNumber& out) {
     BVNumber::assign_words(static_cast<std::uint64_t>(bits), static_cast<std::uint64_t>(bits >> 64),
                            &out);
 }
