@@ -437,6 +437,23 @@ inline std::string directed_convert(const Setting& s, const Operands& in) {
         });
 }
 
+inline std::string fused(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a), y = make(s, in.b), z = make(s, in.c);
+    const mpz_class a = bits_of(x), b = bits_of(y), c = bits_of(z);
+    const std::string wrong = directed(
+        in, s, [&](tarn::rounding r) { return fma(x, y, z, r); },
+        [&](unsigned* flags) { return oracle::fma(s.ofmt(), a, b, c, in.direction, flags); });
+    ROW_EXPECT(wrong.empty(), wrong);
+    IEEEFloat v = x;
+    return check_rounded(
+        s, s, s.word(), true, v, [&](IEEEFloat& w) { w = fma(w, y, z); },
+        [&](oracle::Format f, int mode) {
+            return oracle::fma(f, oracle::convert(s.ofmt(), a, f, mode),
+                               oracle::convert(s.ofmt(), b, f, mode),
+                               oracle::convert(s.ofmt(), c, f, mode), mode);
+        });
+}
+
 inline std::string integral(const Setting& s, const Operands& in) {
     const IEEEFloat x = make(s, in.a);
     return directed(
@@ -522,6 +539,7 @@ inline const Row table[] = {
     {"sqrt_directed", Input::Root, Operation::Sqrt, false, directed_arithmetic<Operation::Sqrt>,
      true},
     {"convert", Input::Single, Operation::Add, false, directed_convert, true},
+    {"fma", Input::Triple, Operation::Add, true, fused, true},
     {"round_to_integral", Input::Integral, Operation::Add, false, integral, true},
     {"to_int", Input::Integral, Operation::Add, false, to_integers, true},
     {"from_int", Input::Integer, Operation::Add, false, from_integers, true},

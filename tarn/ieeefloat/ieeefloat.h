@@ -518,6 +518,17 @@ IEEEFloat sqrt(const IEEEFloat& a, rounding r);
 /// x converted to `f` in direction r, held in get_best_repr(f), as set_format converts.
 IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding r);
 
+/// a * b + c rounded once, under a's rounding mode. An exact zero result is
+/// +0 when the product and c have opposite signs (-0 under
+/// ROUND_TOWARD_NEGATIVE), and their common sign otherwise. 0 x inf raises
+/// invalid unless c is a quiet NaN, which is then the result, as hardware
+/// fused multiply-adds do. Any exponents are accepted:
+/// a term far below the other enters the rounding as a sticky bit, so the
+/// work stays within twice the format's precision.
+IEEEFloat fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c);
+/// a * b + c rounded once in direction r.
+IEEEFloat fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c, rounding r);
+
 /// x rounded to an integral value of its format in direction r (to_odd
 /// picks the odd neighbour of an inexact value). Zeros, infinities and NaNs
 /// come back as they are and a value that rounds to zero keeps its sign.

@@ -282,6 +282,7 @@ template <class Bits, class Wide>
     exp += shift;
 
     Discarded d;
+    const Wide unrounded = sig;
     if (shift < 0) {
         sig = sig << -shift;
     } else if (shift > bits_of<Wide>) {
@@ -289,7 +290,6 @@ template <class Bits, class Wide>
         sig = Wide{0};
     } else if (shift > 0) {
         d.round_bit = bit_at(sig, shift - 1);
-        d.fine_round_bit = shift >= 2 && bit_at(sig, shift - 2);
         d.sticky = low_bits_set(sig, shift - 1);
         sig = shift == bits_of<Wide> ? Wide{0} : sig >> shift;
     }
@@ -311,7 +311,11 @@ template <class Bits, class Wide>
         return overflow_saturates(r, negative) ? inf - 1 : inf;
     }
     const auto s = static_cast<Bits>(sig);
-    if (biased <= 0) note_tiny(r, negative, (s >> wf.m) & 1, d);
+    if (biased <= 0) {
+        // Only the tininess of a subnormal result needs the second discarded bit.
+        d.fine_round_bit = shift >= 2 && shift <= bits_of<Wide> && bit_at(unrounded, shift - 2);
+        note_tiny(r, negative, (s >> wf.m) & 1, d);
+    }
     if ((s >> wf.m) & 1) return static_cast<Bits>(exp + wf.bias) << wf.m | (s & wf.mantissa_mask());
     return s; // subnormal, or zero when everything was shifted out
 }
