@@ -16,9 +16,8 @@ using tarn::QNumber;
 
 constexpr IEEEFloat::format binary16{5, 10};
 
-IEEEFloat eval(const std::string& text,
-               IEEEFloat::rounding_mode mode = IEEEFloat::ROUND_NEAREST_EVEN) {
-    return fpcalc::evaluate(*fpcalc::parse(text), binary16, mode);
+IEEEFloat eval(const std::string& text, tarn::rounding r = tarn::rounding::nearest_even) {
+    return fpcalc::evaluate(*fpcalc::parse(text), binary16, r).number;
 }
 
 // Every intermediate result is exact in binary16, so these check the shape of
@@ -43,10 +42,36 @@ TEST(Fpcalc, GroupsAsArithmeticDoesAndReadsSpecials) {
 TEST(Fpcalc, RoundsEachNumeralAndOperationOnceInTheMode) {
     for (int m = 0; m < 4; ++m) {
         const auto mode = static_cast<IEEEFloat::rounding_mode>(m);
-        EXPECT_EQ(eval("-1/3", mode).get_bits(),
+        const auto r = static_cast<tarn::rounding>(m);
+        EXPECT_EQ(eval("-1/3", r).get_bits(),
                   IEEEFloat::from_number(QNumber(-1, 3), binary16, mode).get_bits());
-        EXPECT_EQ(eval("-0.1", mode).get_bits(),
+        EXPECT_EQ(eval("-0.1", r).get_bits(),
                   IEEEFloat::from_string("-0.1", binary16, mode).get_bits());
+    }
+}
+
+// fma rounds once (unfused, 0.1 * 10 - 1 is 0); a numeral is rounded to odd
+// or with ties away as written; an integer conversion's invalid result comes
+// back into the format rounded in the direction, to_odd keeping it finite.
+TEST(Fpcalc, FunctionsDirectionsAndFlags) {
+    using tarn::rounding;
+    const std::tuple<const char*, rounding, QNumber, unsigned> cases[] = {
+        {"fma(0.1, 10, -1)", rounding::nearest_even, QNumber(-1, 4096), tarn::FLAG_INEXACT},
+        {"-2049", rounding::to_odd, -2050, tarn::FLAG_INEXACT},
+        {"2049", rounding::nearest_away, 2050, tarn::FLAG_INEXACT},
+        {"1e9", rounding::to_odd, 65504, tarn::FLAG_OVERFLOW | tarn::FLAG_INEXACT},
+        {"INT32(-2.5) * 2", rounding::nearest_away, -6, tarn::FLAG_INEXACT},
+        {"rint(2.5) + uint64(0.5)", rounding::to_odd, 4, tarn::FLAG_INEXACT},
+        {"1e-7", rounding::nearest_even, QNumber(1, 1 << 23),
+         tarn::FLAG_UNDERFLOW | tarn::FLAG_INEXACT},
+        {"1 / (1 / 0)", rounding::nearest_even, 0, tarn::FLAG_DIVBYZERO},
+        {"int32(nan)", rounding::to_odd, -65504,
+         tarn::FLAG_INVALID | tarn::FLAG_OVERFLOW | tarn::FLAG_INEXACT},
+    };
+    for (const auto& [text, r, value, flags] : cases) {
+        tarn::clear_ieee_flags();
+        EXPECT_EQ(eval(text, r).to_number(), value) << text;
+        EXPECT_EQ(tarn::ieee_flags(), flags) << text;
     }
 }
 
@@ -58,9 +83,10 @@ TEST(Fpcalc, ErrorsPointAtTheOffendingText) {
     for (int i = 0; i < 5000; ++i)
         chain += "+1";
     const std::tuple<std::string, std::size_t, const char*> cases[] = {
-        {"1 +", 3, "a number is missing"},   {"2 * (1 + 2", 4, "not closed"},
-        {"sqrt 2", 5, "'(' expected"},       {"3 * -1e", 4, "invalid number: \"-1e\""},
-        {nested, 1000, "nested too deeply"}, {chain, 4096, "expression too long"},
+        {"1 +", 3, "a number is missing"},    {"2 * (1 + 2", 4, "not closed"},
+        {"sqrt 2", 5, "'(' expected"},        {"3 * -1e", 4, "invalid number: \"-1e\""},
+        {"fma(1, 2)", 8, "fma takes 3"},      {nested, 1000, "nested too deeply"},
+        {chain, 4096, "expression too long"},
     };
     for (const auto& [text, column, message] : cases) {
         try {

@@ -1,6 +1,8 @@
 #include "expression.h"
 
 #include <cctype>
+#include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace fpcalc {
@@ -8,6 +10,7 @@ namespace fpcalc {
 namespace {
 
 using tarn::IEEEFloat;
+using tarn::QNumber;
 
 bool is_digit(char c) {
     return std::isdigit(static_cast<unsigned char>(c)) != 0;
@@ -33,11 +36,31 @@ bool equals_ignoring_case(std::string_view a, std::string_view b) {
     return true;
 }
 
+struct Function {
+    std::string_view name;
+    Node::Kind kind;
+    int arity;
+};
+
+constexpr Function functions[] = {
+    {"sqrt", Node::Kind::sqrt, 1},     {"fma", Node::Kind::fma, 3},
+    {"rint", Node::Kind::rint, 1},     {"int32", Node::Kind::int32, 1},
+    {"int64", Node::Kind::int64, 1},   {"uint32", Node::Kind::uint32, 1},
+    {"uint64", Node::Kind::uint64, 1},
+};
+
+const Function* function_named(std::string_view name) {
+    for (const Function& f : functions)
+        if (equals_ignoring_case(f.name, name)) return &f;
+    return nullptr;
+}
+
 // A recursive-descent reader over the text, one method per precedence level:
 //   expression := term (('+' | '-') term)*
 //   term       := unary (('*' | '/') unary)*
 //   unary      := ('-' | '+') unary | primary
-//   primary    := numeral | '(' expression ')' | 'sqrt' '(' expression ')'
+//   primary    := numeral | '(' expression ')' | name '(' arguments ')'
+//   arguments  := expression (',' expression)*, as many as the function takes
 // Numerals are only delimited here; their syntax is the library's business,
 // so the calculator accepts exactly what IEEEFloat::from_string accepts.
 class Parser {
@@ -123,7 +146,7 @@ private:
         if (is_digit(peek()) || peek() == '.') return numeral(column);
         if (is_alpha(peek())) {
             const std::string_view word = scan_word();
-            if (equals_ignoring_case(word, "sqrt")) return call_sqrt(column);
+            if (const Function* f = function_named(word)) return call(*f, column);
             if (is_numeral_word(word)) return leaf(word, column);
             throw InputError("unknown name '" + std::string(word) + "'", column);
         }
@@ -131,12 +154,22 @@ private:
         throw InputError(unexpected("a number"), pos_);
     }
 
-    std::unique_ptr<Node> call_sqrt(std::size_t column) {
-        if (peek() != '(') throw InputError("'(' expected after sqrt", pos_);
+    std::unique_ptr<Node> call(const Function& f, std::size_t column) {
+        const std::string name(f.name);
+        if (peek() != '(') throw InputError("'(' expected after " + name, pos_);
         const std::size_t open = pos_;
         advance();
-        auto node = make(Node::Kind::sqrt, column);
-        node->lhs = parse_expression();
+        auto node = make(f.kind, column);
+        std::unique_ptr<Node>* const operands[] = {&node->lhs, &node->rhs, &node->addend};
+        for (int i = 0; i < f.arity; ++i) {
+            if (i > 0) {
+                if (peek() != ',')
+                    throw InputError(name + " takes " + std::to_string(f.arity) + " arguments",
+                                     pos_);
+                advance();
+            }
+            *operands[i] = parse_expression();
+        }
         expect_closing(open);
         return node;
     }
@@ -176,9 +209,10 @@ private:
         return leaf(text, column);
     }
 
+    // A name: a letter, then letters and digits ("int32").
     std::string_view scan_word() {
         const std::size_t start = pos_;
-        while (pos_ < text_.size() && is_alpha(text_[pos_]))
+        while (pos_ < text_.size() && is_alnum(text_[pos_]))
             ++pos_;
         const std::string_view word = text_.substr(start, pos_ - start);
         skip_blanks();
@@ -234,32 +268,108 @@ private:
     std::size_t depth_ = 0;
 };
 
-IEEEFloat read_numeral(const Node& leaf, IEEEFloat::format fmt, IEEEFloat::rounding_mode mode) {
+// from_string rounds only in the four directions a value can store. In the
+// other two the numeral is first rounded to odd, that is truncated with its
+// last bit set when the truncation is inexact, in a format with three more
+// mantissa bits and one more exponent bit, and that is rounded into the
+// format. Rounding to odd with two or more extra bits and then rounding again
+// in any direction gives the one rounding of the exact value. The wider
+// exponent range holds the format's subnormals as normal numbers and reaches
+// far beyond its largest value, so tininess and overflow are decided as for
+// the exact value too (truncating in the same range would turn every overflow
+// into the largest value, which to_odd keeps). A numeral exact in the format,
+// inf and nan among them, is taken as read. Lowers the thread's flags and
+// leaves raised those of the delivered rounding alone.
+IEEEFloat read_rounding_to_odd_first(std::string_view text, IEEEFloat::format fmt,
+                                     tarn::rounding r) {
+    tarn::clear_ieee_flags();
+    IEEEFloat x = IEEEFloat::from_string(text, fmt, IEEEFloat::ROUND_TOWARD_ZERO);
+    if ((tarn::ieee_flags() & tarn::FLAG_INEXACT) == 0) return x;
+    const IEEEFloat::format wide{fmt.exponent_width + 1, fmt.mantissa_width + 3};
+    tarn::clear_ieee_flags();
+    x = IEEEFloat::from_string(text, wide, IEEEFloat::ROUND_TOWARD_ZERO);
+    if ((tarn::ieee_flags() & tarn::FLAG_INEXACT) != 0) {
+        // The sign is the pattern's top bit, so adding 1 sets the last mantissa bit of either sign.
+        const QNumber bits = x.get_bits();
+        if (mpz_even_p(bits.to_mpq().get_num_mpz_t())) x = IEEEFloat::from_bits(bits + 1, wide);
+    }
+    tarn::clear_ieee_flags();
+    return tarn::convert(x, fmt, r);
+}
+
+IEEEFloat read_numeral(const Node& leaf, IEEEFloat::format fmt, tarn::rounding r) {
     try {
-        return IEEEFloat::from_string(leaf.text, fmt, mode);
+        if (r == tarn::rounding::nearest_away || r == tarn::rounding::to_odd)
+            return read_rounding_to_odd_first(leaf.text, fmt, r);
+        return IEEEFloat::from_string(leaf.text, fmt, static_cast<IEEEFloat::rounding_mode>(r));
     } catch (const IEEEFloat::error& e) {
         throw InputError(e.what(), leaf.column);
     }
 }
 
-// Applies a binary operation in place on `lhs`, whose mode rounds the result.
-void apply(Node::Kind kind, IEEEFloat& lhs, const IEEEFloat& rhs) {
-    switch (kind) {
+// An integer result: its decimal text, and the integer rounded back into the
+// format, so that it can take part in further arithmetic.
+Value integer(std::int64_t n, IEEEFloat::format fmt, tarn::rounding r) {
+    return {tarn::from_int64(n, fmt, r), std::to_string(n)};
+}
+Value integer(std::uint64_t n, IEEEFloat::format fmt, tarn::rounding r) {
+    return {tarn::from_uint64(n, fmt, r), std::to_string(n)};
+}
+
+// The operation of `node` on its evaluated operands, rounded once in r. The
+// integer conversions and rint are exact ones: a changed value raises inexact.
+Value operate(const Node& node, const IEEEFloat& a, const IEEEFloat* b, const IEEEFloat* c,
+              IEEEFloat::format fmt, tarn::rounding r) {
+    switch (node.kind) {
     case Node::Kind::add:
-        lhs += rhs;
-        break;
+        return {tarn::add(a, *b, r)};
     case Node::Kind::subtract:
-        lhs -= rhs;
-        break;
+        return {tarn::sub(a, *b, r)};
     case Node::Kind::multiply:
-        lhs *= rhs;
-        break;
+        return {tarn::mul(a, *b, r)};
     case Node::Kind::divide:
-        lhs /= rhs;
-        break;
-    default:
-        break;
+        return {tarn::div(a, *b, r)};
+    case Node::Kind::sqrt:
+        return {tarn::sqrt(a, r)};
+    case Node::Kind::fma:
+        return {tarn::fma(a, *b, *c, r)};
+    case Node::Kind::rint:
+        return {tarn::round_to_integral(a, r, true)};
+    case Node::Kind::int32:
+        return integer(std::int64_t{tarn::to_int32(a, r, true)}, fmt, r);
+    case Node::Kind::int64:
+        return integer(tarn::to_int64(a, r, true), fmt, r);
+    case Node::Kind::uint32:
+        return integer(std::uint64_t{tarn::to_uint32(a, r, true)}, fmt, r);
+    case Node::Kind::uint64:
+        return integer(tarn::to_uint64(a, r, true), fmt, r);
+    default: // negation, which never rounds
+        return {-a};
     }
+}
+
+// Runs one rounding step with the thread's flags lowered, so as to tell the
+// flags it raises by itself, and raises the earlier ones again, also when the
+// step throws.
+template <class Step>
+Value isolating_flags(Step step) {
+    const unsigned before = tarn::ieee_flags();
+    tarn::clear_ieee_flags();
+    try {
+        Value value = step();
+        value.flags = tarn::ieee_flags();
+        tarn::raise_ieee_flags(before);
+        return value;
+    } catch (...) {
+        tarn::raise_ieee_flags(before);
+        throw;
+    }
+}
+
+std::string_view name_of(Node::Kind kind) {
+    for (const Function& f : functions)
+        if (f.kind == kind) return f.name;
+    return "";
 }
 
 const char* symbol(Node::Kind kind) {
@@ -283,22 +393,18 @@ std::unique_ptr<Node> parse(std::string_view text) {
     return Parser(text).parse_all();
 }
 
-IEEEFloat evaluate(const Node& tree, IEEEFloat::format fmt, IEEEFloat::rounding_mode mode,
-                   const StepObserver& observe) {
-    if (tree.kind == Node::Kind::numeral) return read_numeral(tree, fmt, mode);
+Value evaluate(const Node& tree, IEEEFloat::format fmt, tarn::rounding r,
+               const StepObserver& observe) {
+    if (tree.kind == Node::Kind::numeral)
+        return isolating_flags([&] { return Value{read_numeral(tree, fmt, r)}; });
 
-    IEEEFloat result = evaluate(*tree.lhs, fmt, mode, observe);
-    switch (tree.kind) {
-    case Node::Kind::negate:
-        result.self_neg();
-        break;
-    case Node::Kind::sqrt:
-        result.sqrt();
-        break;
-    default:
-        apply(tree.kind, result, evaluate(*tree.rhs, fmt, mode, observe));
-        break;
-    }
+    const Value a = evaluate(*tree.lhs, fmt, r, observe);
+    std::optional<Value> b, c;
+    if (tree.rhs) b = evaluate(*tree.rhs, fmt, r, observe);
+    if (tree.addend) c = evaluate(*tree.addend, fmt, r, observe);
+    const Value result = isolating_flags([&] {
+        return operate(tree, a.number, b ? &b->number : nullptr, c ? &c->number : nullptr, fmt, r);
+    });
     // Negation is exact, so only the operations that round are worth showing.
     if (observe && tree.kind != Node::Kind::negate) observe(tree, result);
     return result;
@@ -310,10 +416,16 @@ std::string describe(const Node& node) {
         return node.text;
     case Node::Kind::negate:
         return "-" + describe(*node.lhs);
-    case Node::Kind::sqrt:
-        return "sqrt(" + describe(*node.lhs) + ")";
-    default:
+    case Node::Kind::add:
+    case Node::Kind::subtract:
+    case Node::Kind::multiply:
+    case Node::Kind::divide:
         return "(" + describe(*node.lhs) + symbol(node.kind) + describe(*node.rhs) + ")";
+    default:
+        std::string call = std::string(name_of(node.kind)) + "(" + describe(*node.lhs);
+        for (const Node* operand : {node.rhs.get(), node.addend.get()})
+            if (operand) call += ", " + describe(*operand);
+        return call + ")";
     }
 }
 

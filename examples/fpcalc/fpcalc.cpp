@@ -1,11 +1,11 @@
-// fpcalc: evaluate arithmetic in any binary floating-point format and under
-// any rounding mode, and show the bits of every result.
+// fpcalc: evaluate arithmetic in any binary floating-point format and in any
+// rounding direction, and show the bits and status flags of every result.
 //
 //   fpcalc --format 5,10 --round toward-zero '1/3 + 0.1'
 //
 // Each numeral is rounded once into the format, each operation once, exactly
 // as a program computing in that format would do. Exit status: 0 when every
-// expression was evaluated, 2 for bad input (options, format, rounding mode,
+// expression was evaluated, 2 for bad input (options, format, rounding direction,
 // syntax, numerals), 1 when the library refused a computation.
 
 #include "expression.h"
@@ -32,14 +32,24 @@ constexpr unsigned long max_mantissa_width = 65535;
 
 struct RoundingName {
     std::string_view name;
-    IEEEFloat::rounding_mode mode;
+    tarn::rounding direction;
 };
 
 constexpr RoundingName rounding_names[] = {
-    {"nearest-even", IEEEFloat::ROUND_NEAREST_EVEN},
-    {"toward-zero", IEEEFloat::ROUND_TOWARD_ZERO},
-    {"toward-positive", IEEEFloat::ROUND_TOWARD_POSITIVE},
-    {"toward-negative", IEEEFloat::ROUND_TOWARD_NEGATIVE},
+    {"nearest-even", tarn::rounding::nearest_even}, {"toward-zero", tarn::rounding::toward_zero},
+    {"toward-positive", tarn::rounding::upward},    {"toward-negative", tarn::rounding::downward},
+    {"nearest-away", tarn::rounding::nearest_away}, {"to-odd", tarn::rounding::to_odd},
+};
+
+struct FlagName {
+    unsigned flag;
+    const char* name;
+};
+
+constexpr FlagName flag_names[] = {
+    {tarn::FLAG_INVALID, "invalid"},   {tarn::FLAG_DIVBYZERO, "divide-by-zero"},
+    {tarn::FLAG_OVERFLOW, "overflow"}, {tarn::FLAG_UNDERFLOW, "underflow"},
+    {tarn::FLAG_INEXACT, "inexact"},
 };
 
 /// A problem with the command line; reported with the usage hint, exit 2.
@@ -49,7 +59,7 @@ struct UsageError {
 
 struct Options {
     IEEEFloat::format format = IEEEFloat::format::binary64();
-    IEEEFloat::rounding_mode mode = IEEEFloat::ROUND_NEAREST_EVEN;
+    tarn::rounding direction = tarn::rounding::nearest_even;
     bool steps = false;
     bool help = false;
     std::vector<std::string> expressions;
@@ -59,7 +69,8 @@ void print_help(std::ostream& out) {
     out << "usage: fpcalc [--format F] [--round R] [--steps] EXPRESSION...\n"
            "\n"
            "Evaluates each EXPRESSION in a binary floating-point format, rounding every\n"
-           "numeral and every operation once, and prints the result with its bits.\n"
+           "numeral and every operation once, and prints the result with its bits and\n"
+           "the status flags the expression raised.\n"
            "\n"
            "  -f, --format F  e,m (exponent and stored mantissa widths, e.g. 5,10) or\n"
            "                  one of these names (default binary64):\n"
@@ -68,12 +79,16 @@ void print_help(std::ostream& out) {
         out << ' ' << name;
     out << "\n"
            "  -r, --round R   nearest-even (default), toward-zero, toward-positive,\n"
-           "                  toward-negative\n"
-           "  -s, --steps     also show the rounded result of every operation\n"
+           "                  toward-negative, nearest-away (ties away from zero),\n"
+           "                  to-odd (toward zero, last bit set when inexact)\n"
+           "  -s, --steps     also show the result and flags of every operation\n"
            "  -h, --help      this text\n"
            "\n"
            "Expressions: numerals (12, -0.1, 1e-3, 0x1.8p-3, inf, nan), + - * /, unary\n"
-           "minus, parentheses and sqrt(...). Exit status 2 for bad input.\n";
+           "minus, parentheses, sqrt(x), fma(a, b, c) (a * b + c rounded once), rint(x)\n"
+           "(x rounded to an integral value) and int32(x), int64(x), uint32(x),\n"
+           "uint64(x) (x rounded to that integer type, then back into the format).\n"
+           "Exit status 2 for bad input.\n";
 }
 
 std::optional<unsigned long> parse_width(std::string_view text) {
@@ -102,11 +117,14 @@ IEEEFloat::format parse_format(std::string_view text) {
     return {*e, *m};
 }
 
-IEEEFloat::rounding_mode parse_rounding(std::string_view text) {
-    for (const RoundingName& r : rounding_names)
-        if (r.name == text) return r.mode;
-    throw UsageError{"unknown rounding mode '" + std::string(text) +
-                     "': give nearest-even, toward-zero, toward-positive or toward-negative"};
+tarn::rounding parse_rounding(std::string_view text) {
+    std::string names;
+    for (const RoundingName& r : rounding_names) {
+        if (r.name == text) return r.direction;
+        names += (names.empty() ? "" : ", ") + std::string(r.name);
+    }
+    throw UsageError{"unknown rounding direction '" + std::string(text) + "': give one of " +
+                     names};
 }
 
 // Accepts "--format X", "--format=X" and "-f X" alike.
@@ -146,7 +164,7 @@ Options parse_options(int argc, char** argv) {
         } else if (arg == "-f" || arg == "--format") {
             options.format = parse_format(take_value());
         } else if (arg == "-r" || arg == "--round") {
-            options.mode = parse_rounding(take_value());
+            options.direction = parse_rounding(take_value());
         } else {
             throw UsageError{"unknown option '" + std::string(arg) + "'"};
         }
@@ -173,8 +191,22 @@ std::optional<std::string> exact_decimal(const IEEEFloat& x) {
     return (x.get_sign() ? "-" : "") + digits;
 }
 
-void print_result(const IEEEFloat& result) {
-    std::cout << "  = " << result.to_str() << "\n";
+std::string describe_flags(unsigned flags) {
+    std::string text = "flags:";
+    for (const FlagName& f : flag_names)
+        if ((flags & f.flag) != 0) text += std::string(" ") + f.name;
+    return flags == 0 ? text + " none" : text;
+}
+
+// An integer conversion shows the integer, then the value it gives in the format.
+std::string describe_value(const fpcalc::Value& value) {
+    const std::string bits = value.number.to_str();
+    return value.integer.empty() ? bits : value.integer + ", in the format " + bits;
+}
+
+void print_result(const fpcalc::Value& value) {
+    const IEEEFloat& result = value.number;
+    std::cout << "  = " << describe_value(value) << "\n";
     if (result.is_nan() || result.is_inf()) return;
     const std::string shortest = result.to_float_str();
     if (auto exact = exact_decimal(result)) {
@@ -197,11 +229,15 @@ int run(const Options& options) {
             // The last operation's result is the one printed below anyway.
             fpcalc::StepObserver show_step;
             if (options.steps)
-                show_step = [root = tree.get()](const fpcalc::Node& node, const IEEEFloat& value) {
+                show_step = [root = tree.get()](const fpcalc::Node& node,
+                                                const fpcalc::Value& value) {
                     if (&node == root) return;
-                    std::cout << "  " << fpcalc::describe(node) << " -> " << value.to_str() << "\n";
+                    std::cout << "  " << fpcalc::describe(node) << " -> " << describe_value(value)
+                              << "  " << describe_flags(value.flags) << "\n";
                 };
-            print_result(fpcalc::evaluate(*tree, options.format, options.mode, show_step));
+            tarn::clear_ieee_flags();
+            print_result(fpcalc::evaluate(*tree, options.format, options.direction, show_step));
+            std::cout << "  " << describe_flags(tarn::ieee_flags()) << "\n";
         } catch (const fpcalc::InputError& e) {
             print_input_error(e, expression);
             return exit_bad_input;
