@@ -41,6 +41,14 @@ IEEEFloat::rounding_mode consume_mode(In& in) {
                                                             : in.template ConsumeIntegral<int>());
 }
 
+/// An explicit direction: mostly one of the six, otherwise any int.
+template <class In>
+tarn::rounding consume_direction(In& in) {
+    const unsigned pick = in.template ConsumeIntegral<unsigned char>();
+    return static_cast<tarn::rounding>(pick < 240 ? int(pick % 6)
+                                                  : in.template ConsumeIntegral<int>());
+}
+
 template <class In>
 IEEEFloat::Repr consume_repr(In& in) {
     return static_cast<IEEEFloat::Repr>(in.ConsumeIntegralInRange(0, 2));
@@ -125,6 +133,28 @@ constexpr Step<In> steps[] = {
               if (f.exponent_width >= 1) answer += text_of(f.bias()) + text_of(f.max_exponent());
               const std::string text = in.ConsumeBytesAsString(in.ConsumeIntegralInRange(0, 40));
               answer += IEEEFloat::from_string(text, f, x.get_rounding_mode()).to_str()),
+    TARN_STEP(x = fma(x, y, in.ConsumeBool() ? x : y)),
+    TARN_STEP(x = fma(y, x, y, consume_direction(in))),
+    TARN_STEP(const tarn::rounding r = consume_direction(in);
+              const int which = in.ConsumeIntegralInRange(0, 4); x = which == 0   ? add(x, y, r)
+                                                                     : which == 1 ? sub(x, y, r)
+                                                                     : which == 2 ? mul(x, y, r)
+                                                                     : which == 3 ? div(x, y, r)
+                                                                                  : sqrt(x, r)),
+    TARN_STEP(const IEEEFloat::format f = consume_format(in);
+              x = convert(x, f, consume_direction(in))),
+    TARN_STEP(x = round_to_integral(x, consume_direction(in), in.ConsumeBool())),
+    TARN_STEP(const tarn::rounding r = consume_direction(in); const bool exact = in.ConsumeBool();
+              tarn::clear_ieee_flags(); answer = std::to_string(to_int32(x, r, exact)) + ' ' +
+                                                 std::to_string(to_int64(x, r, exact)) + ' ' +
+                                                 std::to_string(to_uint32(x, r, exact)) + ' ' +
+                                                 std::to_string(to_uint64(x, r, exact)) + ' ' +
+                                                 std::to_string(tarn::ieee_flags())),
+    TARN_STEP(const IEEEFloat::format f = consume_format(in);
+              const tarn::rounding r = consume_direction(in);
+              const auto v = in.template ConsumeIntegral<std::int64_t>();
+              x = in.ConsumeBool() ? from_int64(v, f, r)
+                                   : from_uint64(static_cast<std::uint64_t>(v), f, r)),
 };
 
 #undef TARN_STEP

@@ -105,7 +105,8 @@ IEEEFloat from_magnitude(bool negative, std::uint64_t magnitude, IEEEFloat::form
             held.bits64 = bits;
             break;
         default:
-            write_packed(bits, *held.packed);
+            // All 64 bits: a format of e + m = 63 keeps its sign in bit 63.
+            *held.packed = integer_from_word(bits);
         }
     } else {
         QNumber integer = integer_from_word(magnitude);
