@@ -45,7 +45,9 @@ void clear_ieee_flags(unsigned mask = 0x1F) noexcept;
 void raise_ieee_flags(unsigned mask) noexcept;
 
 /// Rounding directions of the explicit-direction operations (add, fma, convert, to_int32, ...).
-/// The first four mean what IEEEFloat's rounding_mode 0 to 3 mean.
+/// The first four mean what IEEEFloat's rounding_mode 0 to 3 mean. Any other number is read as
+/// a stored rounding mode outside 0 to 3 is: an operation whose result is inexact throws "bad
+/// rounding mode: N", except on binary32 and binary64 words, which round it to nearest even.
 enum class rounding : int {
     nearest_even = 0, ///< nearest; ties to the even last mantissa bit
     toward_zero = 1,  ///< the neighbour of smaller magnitude
