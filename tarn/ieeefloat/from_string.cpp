@@ -11,6 +11,7 @@
 #include "tarn/numbers/bvnumber.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <gmp.h>
 #include <gmpxx.h>
@@ -534,13 +535,18 @@ bool round_decimal_quickly(format f, RoundingContext& r, bool negative, std::uin
     return round(upper) == pattern;
 }
 
-/// The pattern of the numeral on words, or false when they cannot decide
-/// it. `bracketed` tells that it was decided from the ends of an interval
-/// holding the value, whose roundings raised flags of their own, rather
-/// than by rounding the value itself.
+/// What the word path read: the pattern, the numeral's first digits as an
+/// integer (all of them unless `cut`), and whether the pattern was decided
+/// from the ends of an interval holding the value (`bracketed`), whose
+/// roundings raised flags of their own, rather than by rounding the value.
+struct WordReading {
+    std::uint64_t pattern = 0, leading = 0;
+    bool cut = false, bracketed = false;
+};
+
+/// The numeral read on words, or false when they cannot decide it.
 bool read_pattern_in_words(format f, RoundingContext& r, bool negative, bool hex,
-                           const SignificantDigits& digits, long k, std::uint64_t& pattern,
-                           bool& bracketed) {
+                           const SignificantDigits& digits, long k, WordReading& out) {
     // Up to 16 hexadecimal digits are read exactly; longer numerals are
     // bracketed with 15, so that C + 1 still fits a word.
     const long exact_digits = hex ? 16 : 19;
@@ -548,41 +554,83 @@ bool read_pattern_in_words(format f, RoundingContext& r, bool negative, bool hex
     const bool cut = used < digits.count;
     const long scale = k + (digits.count - used) * (hex ? 4 : 1);
     const std::uint64_t c = leading_digits(digits.span, used, hex);
+    out.leading = c;
+    out.cut = cut;
     if (!hex) {
-        if (round_decimal_quickly(f, r, negative, c, cut ? c + 1 : c, scale, pattern, bracketed))
+        if (round_decimal_quickly(f, r, negative, c, cut ? c + 1 : c, scale, out.pattern,
+                                  out.bracketed))
             return true;
         if (scale > max_tabled_power || scale < -max_tabled_power) return false;
         r.flags = 0; // the quick attempt's
     }
-    bracketed = cut;
+    out.bracketed = cut;
     auto round = [&](std::uint64_t c) {
         if (!hex) return round_decimal_in_words(f, r, negative, c, scale);
         const mp_limb_t limb = c;
         return round_to_word_pattern(f, r, negative, cut_to_word(&limb, 1, false), scale);
     };
-    pattern = round(c);
-    return !cut || round(c + 1) == pattern;
+    out.pattern = round(c);
+    return !cut || round(c + 1) == out.pattern;
+}
+
+/// The last n decimal digits of a span (n <= 19), read as an integer:
+/// the significand modulo 10^n.
+std::uint64_t trailing_digits(std::string_view span, long n) {
+    std::uint64_t value = 0, weight = 1;
+    for (std::size_t i = span.size(); n > 0 && i > 0; --i) {
+        const char c = span[i - 1];
+        if (c == '.') continue;
+        value += weight * static_cast<std::uint64_t>(c - '0');
+        weight *= 10;
+        --n;
+    }
+    return value;
+}
+
+/// Whether the decimal value C * 10^k, C > 0 with a non-zero last digit,
+/// may be exactly representable with a precision below 62 bits. It is only
+/// if 5^-k divides C (for k < 0) and the odd part of C * 2^k * 5^k, at least
+/// C / (2^v * 5^-k) or C * 5^k / 2^v with 2^v the power of two in C, has
+/// fewer than 62 bits. Both are read from the last 18 digits, C modulo
+/// 10^18, and from C's length; `leading`, the first digits, is all of C
+/// unless the numeral was `cut`.
+bool decimal_may_be_exact(const SignificantDigits& digits, long k, std::uint64_t leading,
+                          bool cut) {
+    static constexpr auto powers_of_five = [] {
+        std::array<std::uint64_t, 28> powers{1};
+        for (std::size_t i = 1; i < powers.size(); ++i)
+            powers[i] = powers[i - 1] * 5;
+        return powers;
+    }();
+    // C's last digit is not 0, so C holds a factor 5 only if it ends in 5,
+    // and one of 2 only if it ends in an even digit. Most numerals are
+    // decided by that digit alone.
+    const int last_digit = digits.span.back() - '0';
+    if (k < 0 ? last_digit != 5 : cut && last_digit % 2 != 0) return false;
+    constexpr long known_digits = 18;
+    const std::uint64_t last = cut ? trailing_digits(digits.span, known_digits) : leading;
+    const long fives = k < 0 ? -k : 0;
+    if (fives >= static_cast<long>(powers_of_five.size())) {
+        // 5^28 exceeds every C of up to 19 digits; a longer one must end in 5^18.
+        if (!cut || last % powers_of_five[known_digits] != 0) return false;
+    } else if (last % powers_of_five[static_cast<std::size_t>(fives)] != 0 &&
+               (!cut || fives <= known_digits)) {
+        return false;
+    }
+    const int twos = __builtin_ctzll(last);
+    if (cut && twos >= known_digits) return true; // C modulo 10^18 hides more twos
+    const double c_bits = cut ? static_cast<double>(digits.count - 1) * 3.3219280948873622
+                              : static_cast<double>(63 - __builtin_clzll(leading));
+    return c_bits - twos + static_cast<double>(k) * 2.3219280948873622 < 63;
 }
 
 /// Whether the value of significant digits C * 10^k (C * 2^k for
-/// hexadecimal), with C > 0 and its last digit non-zero, may be exactly
-/// representable in a format whose precision is below 62 bits, as far as
-/// the last digit and the first 19 digits (`leading`, all of them unless
-/// `cut`) tell. With k < 0 the value is exact only if 5^-k divides C; with
-/// k >= 0 only if C's odd part, times 5^k, fits the precision.
+/// hexadecimal) may be exactly representable in a word-reading format.
 bool may_be_exact(bool hex, const SignificantDigits& digits, long k, std::uint64_t leading,
                   bool cut) {
     // More than 15 hexadecimal digits make more than 57 significant bits.
     if (hex) return !cut;
-    const char last = digits.span.back();
-    if (cut) return k < 0 ? last == '5' : (last - '0') % 2 == 0;
-    if (k >= 0) return k <= 27;
-    std::uint64_t power = 1;
-    for (long i = 0; i < -k; ++i) {
-        if (power > leading / 5) return false; // 5^-k > C
-        power *= 5;
-    }
-    return leading % power == 0;
+    return decimal_may_be_exact(digits, k, leading, cut);
 }
 
 /// The flags of a pattern decided from the two ends of an interval that
@@ -613,15 +661,14 @@ bool read_in_words(format f, RoundingContext& r, bool negative, bool hex,
     // The roundings of the ends of an interval, whose own flags say nothing
     // of the value's unless the interval is the value itself.
     RoundingContext ends(r.direction);
-    bool bracketed = false;
-    if (!read_pattern_in_words(f, ends, negative, hex, digits, k, pattern, bracketed)) return false;
-    if (!bracketed) {
+    WordReading read;
+    if (!read_pattern_in_words(f, ends, negative, hex, digits, k, read)) return false;
+    pattern = read.pattern;
+    if (!read.bracketed) {
         r.flags |= ends.flags;
         return true;
     }
-    const long used = digits.count <= (hex ? 16 : 19) ? digits.count : hex ? 15 : 19;
-    const bool cut = used < digits.count;
-    if (may_be_exact(hex, digits, k, leading_digits(digits.span, used, hex), cut)) return false;
+    if (may_be_exact(hex, digits, k, read.leading, read.cut)) return false;
     unsigned flags;
     if (!bracketed_flags(f, pattern, flags)) return false;
     r.flags |= flags;
