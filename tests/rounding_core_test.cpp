@@ -19,7 +19,7 @@ using namespace tarn_testing; // IEEEFloat, QNumber, Mode, all_modes
 namespace detail = tarn::ieeefloat_detail;
 using Format = IEEEFloat::format;
 using tarn::rounding;
-constexpr int ne = 0, tz = 1, tp = 2, tn = 3, away = 4, odd = 5;
+constexpr int ne = 0, tz = 1, tp = 2, tn = 3, odd = 5;
 
 /// The rounding core on an exact result in direction `dir` (0 to 5, or a
 /// stored mode number above 5): the packed integer in decimal and the flags

@@ -48,14 +48,6 @@ Placement place(format f, long delta, const QNumber& exponent, QNumber& biased, 
 
 } // namespace
 
-unsigned tiny_flags(RoundingContext r, bool negative, bool carried, bool round_bit,
-                    bool fine_round_bit, bool sticky, bool no_normals) {
-    if (carried && no_normals) return FLAG_OVERFLOW | FLAG_INEXACT;
-    const bool full_precision_carries =
-        carried && round_bit && sticky && rounds_away(r, negative, fine_round_bit, sticky, true);
-    return full_precision_carries ? 0 : FLAG_UNDERFLOW;
-}
-
 void round_and_pack_exact(TempNumProvider& tmp, format f, RoundingContext& r, bool negative,
                           QNumber& exponent, QNumber& significand, QNumber& out) {
     const unsigned long m = f.mantissa_width;

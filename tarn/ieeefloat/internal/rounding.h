@@ -115,20 +115,20 @@ inline bool overflow_saturates(RoundingContext& r, bool negative) {
     }
 }
 
-/// Raises underflow for an inexact result rounded at subnormal precision.
-/// Such a result is tiny unless rounding carried it up to the smallest normal
-/// magnitude (`carried`) and rounding at the format's full precision, one
-/// bit finer, would have carried too: that needs a round bit of 1 below a
+/// The flags of an inexact result rounded at subnormal precision: underflow,
+/// for such a result is tiny unless rounding carried it up to the smallest
+/// normal magnitude (`carried`) and rounding at the format's full precision,
+/// one bit finer, would have carried too: that needs a round bit of 1 below a
 /// kept significand of all ones (odd), and the finer rounding of the bits
 /// below it to move away. In a format with one exponent bit (`no_normals`)
-/// the carry lands on infinity instead, and is its overflow. Out of line and
-/// cold, with the discarded bits one by one: subnormal results are rare, and
-/// the hot paths stay small enough to inline what they need.
-/// The context is taken and the flags returned by value, so that a caller's
-/// context can live in registers.
-[[gnu::cold, gnu::noinline]] unsigned tiny_flags(RoundingContext r, bool negative, bool carried,
-                                                 bool round_bit, bool fine_round_bit, bool sticky,
-                                                 bool no_normals);
+/// the carry lands on infinity instead, and is its overflow.
+inline unsigned tiny_flags(const RoundingContext& r, bool negative, bool carried, bool round_bit,
+                           bool fine_round_bit, bool sticky, bool no_normals) {
+    if (carried && no_normals) return FLAG_OVERFLOW | FLAG_INEXACT;
+    const bool full_precision_carries =
+        carried && round_bit && sticky && rounds_away(r, negative, fine_round_bit, sticky, true);
+    return full_precision_carries ? 0 : FLAG_UNDERFLOW;
+}
 
 /// Raises tiny_flags for a result that may be exact.
 [[gnu::always_inline]] inline void note_tiny(RoundingContext& r, bool negative, bool carried,
