@@ -8,6 +8,7 @@ include(CMakePackageConfigHelpers)
 # (tarn/ieeefloat/internal/) stay private to the build.
 set(tarn_public_headers
     exception/exception.h
+    ieeefloat/flags.h
     ieeefloat/ieeefloat.h
     numbers/bvnumber.h
     numbers/qnumber.h
