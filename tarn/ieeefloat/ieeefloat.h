@@ -366,11 +366,13 @@ public:
     /// 26 exponent bits is below that bound.
     QNumber to_number() const;
     /// The value rounded to an integer under its own mode; 0 for zeros, NaNs
-    /// and infinities, the last two raising invalid. A mode number other than 0 to 3 rounds toward
-    /// zero and is not an error here. A non-zero `width` keeps the low `width` bits of the
-    /// magnitude and puts the sign back (sign-and-magnitude, never a two's-complement wrap). Throws
-    /// "reached limit on float precision" only when the weight of the lowest significand bit does
-    /// not fit a signed 64-bit word, or when the integer itself would exceed to_number's bound.
+    /// and infinities, the last two raising invalid. A mode number other than
+    /// 0 to 3 rounds toward zero and is not an error here. A non-zero `width`
+    /// keeps the low `width` bits of the magnitude and puts the sign back
+    /// (sign-and-magnitude, never a two's-complement wrap). Throws "reached
+    /// limit on float precision" only when the weight of the lowest
+    /// significand bit does not fit a signed 64-bit word, or when the integer
+    /// itself would exceed to_number's bound.
     QNumber to_integer(unsigned long width = 0) const;
 
     // ---- Neighbours ---------------------------------------------------------
@@ -521,10 +523,10 @@ IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding r);
 /// a * b + c rounded once, under a's rounding mode. An exact zero result is
 /// +0 when the product and c have opposite signs (-0 under
 /// ROUND_TOWARD_NEGATIVE), and their common sign otherwise. 0 x inf raises
-/// invalid unless c is a quiet NaN, which is then the result, as hardware
-/// fused multiply-adds do. Any exponents are accepted:
-/// a term far below the other enters the rounding as a sticky bit, so the
-/// work stays within twice the format's precision.
+/// invalid unless c is a quiet NaN, which is then the result without an
+/// exception, as hardware fused multiply-adds give it. Any exponents are
+/// accepted: a term far below the other enters the rounding as a sticky bit,
+/// so the work stays within twice the format's precision.
 IEEEFloat fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c);
 /// a * b + c rounded once in direction r.
 IEEEFloat fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c, rounding r);
