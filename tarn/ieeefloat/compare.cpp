@@ -8,7 +8,7 @@
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/codec.h"
 #include "tarn/ieeefloat/internal/flag_state.h"
-#include "tarn/ieeefloat/internal/swflt_glue.h"
+#include "tarn/ieeefloat/internal/held.h"
 #include "tarn/numbers/bvnumber.h"
 #include "tarn/swflt/swflt.h"
 
@@ -35,22 +35,17 @@ int packed_order(format f, const QNumber& a, const QNumber& b) {
     return a_negative ? -order : order;
 }
 
-/// Whether a is a signaling NaN (first mantissa bit 0).
-bool signaling_nan(const IEEEFloat& a) {
-    if (!a.is_nan()) return false;
-    // A word computes on its own widths, whatever format it is labelled with.
-    const IEEEFloat::Repr repr = a.get_repr();
-    const format f = repr == IEEEFloat::REPR_FLOAT32   ? binary32_format
-                     : repr == IEEEFloat::REPR_FLOAT64 ? binary64_format
-                                                       : a.get_format();
-    return nan_is_signaling(f, a.get_bits());
-}
-
-/// Raises invalid for a comparison with a NaN operand: any NaN for the
-/// ordering predicates (`signaling`), only a signaling one for equality and
-/// the quiet three-way comparison.
-void raise_for_nans(const IEEEFloat& a, const IEEEFloat& b, bool signaling) {
-    if (signaling || signaling_nan(a) || signaling_nan(b)) raise(FLAG_INVALID);
+/// Raises invalid for a comparison with a NaN operand, whose held values are
+/// `x` and `y`: any NaN for the ordering predicates (`signaling`), only a
+/// signaling one for equality and the quiet three-way comparison.
+template <class Held>
+void raise_for_nans(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const Held& y,
+                    bool signaling) {
+    const auto is_signaling = [](const IEEEFloat& v, const Held& held) {
+        return held_is_nan(v.get_repr(), held, v.get_format()) &&
+               held_nan_is_signaling(v.get_repr(), held, v.get_format());
+    };
+    if (signaling || is_signaling(a, x) || is_signaling(b, y)) raise(FLAG_INVALID);
 }
 
 /// One comparison of a and b, whose held values are `x` and `y`: on words the
@@ -71,7 +66,7 @@ bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const H
         break;
     default:
         if (a.is_nan() || b.is_nan()) {
-            raise_for_nans(a, b, signaling);
+            raise_for_nans(a, b, x, y, signaling);
             return false;
         }
         return holds(packed_order(a.get_format(), *x.packed, *y.packed));
@@ -79,7 +74,7 @@ bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const H
     // The component's predicates all signal on any NaN; equality is quiet.
     if (swflt::float_exception_flags != 0) {
         swflt::float_exception_flags = 0;
-        raise_for_nans(a, b, signaling);
+        raise_for_nans(a, b, x, y, signaling);
     }
     return result;
 }
@@ -103,7 +98,7 @@ bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
 
 int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
     if (a.is_nan() || b.is_nan()) {
-        raise_for_nans(a, b, false);
+        raise_for_nans(a, b, a.value, b.value, false);
         return -2;
     }
     if (a.get_repr() >= IEEEFloat::REPR_GENERIC)

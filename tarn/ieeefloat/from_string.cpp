@@ -587,15 +587,17 @@ std::uint64_t trailing_digits(std::string_view span, long n) {
     return value;
 }
 
-/// Whether the decimal value C * 10^k, C > 0 with a non-zero last digit,
-/// may be exactly representable with a precision below 62 bits. It is only
-/// if 5^-k divides C (for k < 0) and the odd part of C * 2^k * 5^k, at least
-/// C / (2^v * 5^-k) or C * 5^k / 2^v with 2^v the power of two in C, has
-/// fewer than 62 bits. Both are read from the last 18 digits, C modulo
-/// 10^18, and from C's length; `leading`, the first digits, is all of C
-/// unless the numeral was `cut`.
-bool decimal_may_be_exact(const SignificantDigits& digits, long k, std::uint64_t leading,
-                          bool cut) {
+/// Whether the value C * 10^k (C * 2^k for hexadecimal), C > 0 with a
+/// non-zero last digit, may be exactly representable with a precision below
+/// 62 bits. A cut hexadecimal numeral has more than 57 significant bits. A
+/// decimal one is exact only if 5^-k divides C (for k < 0) and the odd part
+/// of C * 2^k * 5^k, at least C / (2^v * 5^-k) or C * 5^k / 2^v with 2^v the
+/// power of two in C, has fewer than 62 bits. Both are read from the last 18
+/// digits, C modulo 10^18, and from C's length; `leading`, the first digits,
+/// is all of C unless the numeral was `cut`.
+bool may_be_exact(bool hex, const SignificantDigits& digits, long k, std::uint64_t leading,
+                  bool cut) {
+    if (hex) return !cut;
     static constexpr auto powers_of_five = [] {
         std::array<std::uint64_t, 28> powers{1};
         for (std::size_t i = 1; i < powers.size(); ++i)
@@ -622,15 +624,6 @@ bool decimal_may_be_exact(const SignificantDigits& digits, long k, std::uint64_t
     const double c_bits = cut ? static_cast<double>(digits.count - 1) * 3.3219280948873622
                               : static_cast<double>(63 - __builtin_clzll(leading));
     return c_bits - twos + static_cast<double>(k) * 2.3219280948873622 < 63;
-}
-
-/// Whether the value of significant digits C * 10^k (C * 2^k for
-/// hexadecimal) may be exactly representable in a word-reading format.
-bool may_be_exact(bool hex, const SignificantDigits& digits, long k, std::uint64_t leading,
-                  bool cut) {
-    // More than 15 hexadecimal digits make more than 57 significant bits.
-    if (hex) return !cut;
-    return decimal_may_be_exact(digits, k, leading, cut);
 }
 
 /// The flags of a pattern decided from the two ends of an interval that

@@ -4,6 +4,7 @@
 #include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/decode.h"
 #include "tarn/ieeefloat/internal/flag_state.h"
+#include "tarn/ieeefloat/internal/held.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/ieeefloat/internal/word_arith.h"
 

@@ -100,19 +100,6 @@ ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, Finite
     }
 }
 
-/// Whether a NaN held in `repr` is signaling (its first mantissa bit is 0).
-template <class Held>
-bool held_nan_is_signaling(IEEEFloat::Repr repr, const Held& held, format f) {
-    switch (repr) {
-    case IEEEFloat::REPR_FLOAT32:
-        return ((held.bits32 >> 22) & 1) == 0;
-    case IEEEFloat::REPR_FLOAT64:
-        return ((held.bits64 >> 51) & 1) == 0;
-    default:
-        return nan_is_signaling(f, *held.packed);
-    }
-}
-
 /// An exact rational or decimal of a value of weight 2^k needs about |k|
 /// bits, so exponent fields wide enough could ask for integers of gigabytes
 /// from a single pattern. The same bound as for the alignment of addition

@@ -42,6 +42,19 @@ inline bool held_is_nan(IEEEFloat::Repr repr, const Held& held, format f) {
     }
 }
 
+/// Whether a NaN held in `repr` is signaling (its first mantissa bit is 0).
+template <class Held>
+inline bool held_nan_is_signaling(IEEEFloat::Repr repr, const Held& held, format f) {
+    switch (repr) {
+    case IEEEFloat::REPR_FLOAT32:
+        return ((held.bits32 >> 22) & 1) == 0;
+    case IEEEFloat::REPR_FLOAT64:
+        return ((held.bits64 >> 51) & 1) == 0;
+    default:
+        return nan_is_signaling(f, *held.packed);
+    }
+}
+
 template <class Held>
 inline bool held_is_zero(IEEEFloat::Repr repr, const Held& held, format f) {
     switch (repr) {
