@@ -12,6 +12,8 @@
 #include "tests/testing.h"
 
 #include <array>
+#include <cstdio>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 #include <tuple>
@@ -171,6 +173,34 @@ std::string against_host(const Row& r, const Setting& s, const Operands& in) {
     return wrong.empty() ? "" : "host FPU against the reference" + wrong;
 }
 
+/// The C library, which rounds correctly, as a second witness for to_str_digits on
+/// binary32 and binary64 words (a binary32 value widens to a double exactly).
+std::string against_printf(const Row& r, const Setting& s, const Operands& in) {
+    if (r.check != rows::digits_text || !s.word() ||
+        oracle::classify(s.ofmt(), in.a) == oracle::Kind::NaN)
+        return "";
+    const rows::DigitsRequest q = rows::digits_request(in);
+    const std::uint64_t word = oracle::to_word(in.a);
+    double value;
+    if (s.ofmt().width() == 32) {
+        float single;
+        const auto bits = static_cast<std::uint32_t>(word);
+        std::memcpy(&single, &bits, sizeof single);
+        value = single;
+    } else {
+        std::memcpy(&value, &word, sizeof value);
+    }
+    const std::string spec = std::string("%.*") + q.style;
+    std::string want(static_cast<std::size_t>(
+                         std::snprintf(nullptr, 0, spec.c_str(), q.printf_precision, value)) +
+                         1,
+                     '\0');
+    std::snprintf(&want[0], want.size(), spec.c_str(), q.printf_precision, value);
+    want.pop_back();
+    const std::string got = make(s, in.a).to_str_digits(q.precision, q.style);
+    return got == want ? "" : "printf gives " + want + ", to_str_digits " + got;
+}
+
 std::vector<Case> random_cases() {
     // Formats of up to 63 bits take the one-word path, those of up to 128 bits
     // (binary64 held generically among them) the two-word path, wider ones the
@@ -211,6 +241,7 @@ TEST_P(Random, Rows) {
         const Setting s{c.f, c.repr, mode};
         report(rows::run(*c.row, s, in), i);
         report(against_host(*c.row, s, in), i);
+        report(against_printf(*c.row, s, in), i);
     }
 }
 

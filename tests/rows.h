@@ -19,6 +19,7 @@
 #include "tests/oracle/oracle.h"
 
 #include <functional>
+#include <sstream>
 #include <string>
 
 namespace rows {
@@ -500,6 +501,67 @@ inline std::string from_integers(const Setting& s, const Operands& in) {
         [&](unsigned* flags) { return oracle::from_integer(in.n, s.ofmt(), in.direction, flags); });
 }
 
+// ---- Notations -------------------------------------------------------------------
+
+/// Every notation reads back to the value: the shortest scientific text, enough
+/// significant digits (ceil(p log10 2) + 1 for precision p) and the hexadecimal text.
+inline std::string notation_read_back(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a);
+    const int enough = static_cast<int>((s.format.mantissa_width + 1) * 30103 / 100000 + 2);
+    for (const std::string& text :
+         {x.to_sci_str(), x.to_str_digits(enough, in.flag ? 'e' : 'g'), x.to_hex_str()}) {
+        const auto back = IEEEFloat::from_string(text, s.format, IEEEFloat::ROUND_NEAREST_EVEN);
+        const std::string wrong = mismatch(s.ofmt(), bits_of(back), bits_of(x));
+        ROW_EXPECT(wrong.empty(), text + wrong);
+    }
+    return "";
+}
+
+/// The style and precision of a to_str_digits case, and the printf precision
+/// that asks for the same digits (%e counts those after the point).
+struct DigitsRequest {
+    char style;
+    int precision, printf_precision;
+};
+
+inline DigitsRequest digits_request(const Operands& in) {
+    const char style = "efg"[(in.width + in.flag + static_cast<unsigned long>(in.direction)) % 3];
+    const int precision = static_cast<int>(in.width);
+    return {style, precision, style == 'e' && precision > 0 ? precision - 1 : precision};
+}
+
+inline std::string digits_text(const Setting& s, const Operands& in) {
+    const DigitsRequest r = digits_request(in);
+    const std::string got = make(s, in.a).to_str_digits(r.precision, r.style);
+    const std::string want = oracle::printf_text(s.ofmt(), in.a, r.printf_precision, r.style);
+    ROW_EXPECT(got == want, std::string(1, r.style) + std::to_string(r.precision) + " got " + got +
+                                " want " + want);
+    return "";
+}
+
+/// A numeral followed by text that cannot continue it: from_chars and a stream
+/// both take the numeral alone.
+inline std::string numeral_prefix(const Setting& s, const Operands& in) {
+    // The prefix is found before anything is converted; wide exponent ranges would
+    // only make the readings slow.
+    if (!s.valid_mode() || s.format.exponent_width > 15) return "";
+    static const char* const junk[] = {"", "x", "p-", " 1", "_", ")", "-", "("};
+    const std::string text = in.text + junk[in.width % 8];
+    const auto mode = static_cast<IEEEFloat::rounding_mode>(s.mode);
+    std::size_t consumed = 0;
+    const IEEEFloat x = IEEEFloat::from_chars(text, s.format, mode, consumed);
+    ROW_EXPECT(consumed == in.text.size(), text + " consumed " + std::to_string(consumed));
+    const std::string wrong =
+        mismatch(s.ofmt(), bits_of(x), oracle::read_numeral(s.ofmt(), in.text, s.mode));
+    ROW_EXPECT(wrong.empty(), wrong);
+    std::istringstream stream(text);
+    IEEEFloat y(s.format, mode);
+    ROW_EXPECT((stream >> y) && bits_of(y) == bits_of(x) &&
+                   stream.peek() == (junk[in.width % 8][0] ? junk[in.width % 8][0] : EOF),
+               "the stream read otherwise");
+    return "";
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -543,6 +605,9 @@ inline const Row table[] = {
     {"round_to_integral", Input::Integral, Operation::Add, false, integral, true},
     {"to_int", Input::Integral, Operation::Add, false, to_integers, true},
     {"from_int", Input::Integer, Operation::Add, false, from_integers, true},
+    {"notation_read_back", Input::Single, Operation::Add, false, notation_read_back},
+    {"to_str_digits", Input::Single, Operation::Add, false, digits_text},
+    {"numeral_prefix", Input::Numeral, Operation::Add, true, numeral_prefix},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];

@@ -98,6 +98,18 @@ bool read_exponent(std::string_view text, long& value, bool& saturated) {
     return true;
 }
 
+/// "nan", or "nan(" letters, digits and underscores ")" as C's readers take it
+/// (the payload is read and dropped, as every NaN the library makes is one).
+bool is_nan_numeral(std::string_view text) {
+    if (text.size() < 3 || !equal_ignoring_ascii_case(text.substr(0, 3), "nan")) return false;
+    if (text.size() == 3) return true;
+    if (text.size() < 5 || text[3] != '(' || text.back() != ')') return false;
+    for (const char c : text.substr(4, text.size() - 5))
+        if (!is_decimal_digit(c) && c != '_' && (ascii_lower(c) < 'a' || ascii_lower(c) > 'z'))
+            return false;
+    return true;
+}
+
 /// Splits `text` into sign, mantissa and exponent, or names it a NaN or an
 /// infinity. False for anything else.
 bool parse_numeral(std::string_view text, Numeral& out) {
@@ -109,7 +121,7 @@ bool parse_numeral(std::string_view text, Numeral& out) {
         out.kind = Numeral::Kind::infinity;
         return true;
     }
-    if (equal_ignoring_ascii_case(text, "nan")) {
+    if (is_nan_numeral(text)) {
         out.kind = Numeral::Kind::nan;
         return true;
     }

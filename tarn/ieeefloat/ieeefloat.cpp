@@ -13,7 +13,10 @@
 //   round_to_integral.cpp      round, round_to_integral
 //   integer_conversion.cpp     to_int32 ... to_uint64, from_int64, from_uint64
 //   neighbour.cpp    next_representable, packed_next
-//   text.cpp         to_float_str, to_str, operator<<
+//   text.cpp         to_float_str, to_str
+//   sci_text.cpp     to_sci_str, to_str_digits
+//   stream.cpp       operator<< and operator>>
+//   from_chars.cpp   reading a numeral at the start of text
 //   hex_text.cpp     to_hex_str
 //   from_string.cpp  reading numerals
 //   rounding.cpp     the rounding core on QNumbers
@@ -28,7 +31,8 @@
 // decode.h (finite values split for exact work), held.h (class and sign of
 // the held bits, inline across units), swflt_glue.h (the binary32 and
 // binary64 words' soft-float component), access.h (the free operations'
-// reach into a value) and ascii.h.
+// reach into a value), ascii.h, and notation.h and numeral_scanner.h (what
+// the text units share).
 //
 // Throughout, a finite value is (-1)^s * M * 2^(E - m): M the integer
 // significand (with the hidden bit 2^m for a normal value) and E the unbiased

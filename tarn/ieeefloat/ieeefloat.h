@@ -307,8 +307,9 @@ public:
     ///
     /// Every NaN numeral gives the NaN that self_nan() makes in that
     /// representation: like the rest of the library, which folds every NaN
-    /// into one pattern, it keeps neither a sign ("-nan") nor a payload
-    /// ("nan(...)" is not accepted).
+    /// into one pattern, it keeps neither a sign ("-nan") nor a payload.
+    /// "nan(" letters, digits and underscores ")" is read, as the C
+    /// library's readers read it, and its payload dropped.
     ///
     /// Malformed text throws IEEEFloat::error with the message
     /// `invalid number: "TEXT"`, TEXT being the whole argument as given. A
@@ -324,6 +325,16 @@ public:
     /// The text is taken as a std::string_view so that numerals can be read
     /// straight out of a larger buffer without a copy.
     static IEEEFloat from_string(std::string_view text, format fmt, rounding_mode mode);
+    /// The longest numeral at the start of `text`, read as from_string reads
+    /// it, its length stored in `consumed`; what follows it is left alone, as
+    /// the C library's strtod leaves it: "1.5x" reads 1.5, "1e" and "1e+"
+    /// read 1, "0x" reads 0 and "infinit" reads infinity (each consumes
+    /// only the numeral). Nothing is skipped before it, blanks included.
+    /// When no numeral starts the text, throws `invalid number: "TEXT"` as
+    /// from_string does, with the whole text, and leaves `consumed` alone;
+    /// from_string's other errors pass through.
+    static IEEEFloat from_chars(std::string_view text, format fmt, rounding_mode mode,
+                                std::size_t& consumed);
 
     // ---- Arithmetic ---------------------------------------------------------
     //
@@ -403,6 +414,31 @@ public:
     /// with no exponent bits. Throws "can't convert NaN to float str", "can't
     /// convert Infinity to float str", and the precision limit of to_number.
     std::string to_float_str() const;
+    /// The digits of to_float_str in scientific form: one digit, a point
+    /// and the others only when there are others, "e" and the signed
+    /// decimal exponent in as few digits as it takes ("1.5e+300", "-2e-5",
+    /// "0e+0", "-0e+0"). NaNs and infinities are written as to_hex_str writes
+    /// them ("nan", "inf", "-inf"); to_float_str's other errors pass through.
+    std::string to_sci_str() const;
+    /// The exact value correctly rounded to nearest, ties to even, to a
+    /// number of decimal digits, written as printf writes a double:
+    ///  - 'e': `significant` significant digits, as %.*e with significant - 1
+    ///    digits after the point ("1.50e+300"; a precision of 0 gives one);
+    ///  - 'f': `significant` digits after the point, as %.*f ("0.333");
+    ///  - 'g': as %.*g, `significant` significant digits (0 is taken as 1),
+    ///    positional when the decimal exponent X of the 'e' form has
+    ///    -4 <= X < significant and scientific otherwise, trailing zeros of
+    ///    the fraction and a bare point dropped.
+    /// The exponent has at least two digits. Zeros are written with their sign
+    /// ("-0.000"), NaNs "nan" and infinities "inf" and "-inf". Rounding is
+    /// done once on the exact value, never from a shorter text, so binary32
+    /// and binary64 values give what a correctly rounding C library prints.
+    /// Any precision is served, at near-linear cost (one exact scaling by a
+    /// power of ten and one conversion to decimal). Throws "bad style for
+    /// to_str_digits: give 'e', 'f' or 'g'" for any other style, "negative
+    /// precision for to_str_digits", and the precision limit of to_number, which
+    /// also bounds the power of ten to 10^(2^26).
+    std::string to_str_digits(int significant, char style = 'g') const;
     /// "[e:m]", the value as to_float_str writes it (or NaN, +Inf, -Inf), then
     /// the bit pattern grouped as {sign_exponent_mantissa}.
     std::string to_str() const;
@@ -561,10 +597,33 @@ IEEEFloat from_int64(std::int64_t v, IEEEFloat::format f, rounding r);
 /// As from_int64, for an unsigned integer.
 IEEEFloat from_uint64(std::uint64_t v, IEEEFloat::format f, rounding r);
 
-/// Writes the value as to_float_str does for finite values, and "nan", "inf"
-/// or "-inf" for the others; the stream's width and fill apply to the whole
-/// text. Passes on to_float_str's precision-limit error.
+/// Writes the value in the stream's notation, as a double is written:
+///  - std::scientific: to_str_digits(precision + 1, 'e');
+///  - std::fixed: to_str_digits(precision, 'f');
+///  - std::hexfloat: to_hex_str(), the precision ignored;
+///  - std::defaultfloat with a precision other than 6: to_str_digits(precision,
+///    'g'), so std::setprecision(3) gives three significant digits;
+///  - std::defaultfloat with the precision 6 that streams start with, taken as
+///    none asked for: the shortest digits that read back, positional as
+///    to_float_str writes them when the decimal exponent of the first digit
+///    lies in [-5, 21) and as to_sci_str writes them otherwise ("1e+21",
+///    "1e-6"). For six significant digits use to_str_digits(6, 'g').
+/// NaNs and infinities are "nan", "inf" and "-inf" in every notation. showpos
+/// puts "+" before every text without "-"; uppercase writes every letter in
+/// capitals ("1.5E+300", "0X1.8P+0", "INF"); width and fill pad the text on
+/// the left, on the right under std::left, and under std::internal after a
+/// sign, or else after a "0x". Errors of the text functions pass through.
 std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);
+/// Reads one numeral into x, in x's own format, rounding mode and
+/// representation: after the blanks that the stream skips (skipws), the
+/// longest numeral from_chars would take. Characters read past it in the
+/// hope of a longer numeral ("e+" in "1e+x") are given back to the stream
+/// buffer, as far as it takes them back. Sets failbit and leaves x as it is
+/// when no numeral is there, when x has the format (0, 0) of a
+/// default-constructed value, or when from_string throws (the precision
+/// limit, or a bad rounding mode on an inexact result); eofbit when the
+/// input ended with the numeral.
+std::istream& operator>>(std::istream& is, IEEEFloat& x);
 
 } // namespace tarn
 

@@ -1,5 +1,5 @@
 // Decimal text: to_float_str (the shortest decimal that reads back to the
-// value), to_str and stream output.
+// value) and to_str.
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/bits.h"
@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <gmp.h>
-#include <ostream>
 #include <string>
 
 namespace tarn {
@@ -295,12 +294,6 @@ std::string IEEEFloat::to_str() const {
     }
     }
     return text;
-}
-
-std::ostream& operator<<(std::ostream& os, const IEEEFloat& x) {
-    if (x.is_nan()) return os << "nan";
-    if (x.is_inf()) return os << (x.get_sign() ? "-inf" : "inf");
-    return os << x.to_float_str();
 }
 
 } // namespace tarn

@@ -599,6 +599,16 @@ std::string shortest_decimal(Format fmt, const mpz_class& bits) {
     return (f.negative ? "-" : "") + (n == 0 ? "0" : digits.substr(0, n)) + fraction;
 }
 
+std::string printf_text(Format fmt, const mpz_class& bits, int precision, char style) {
+    if (classify(fmt, bits) == Kind::NaN) return "nan";
+    const Decoded value(fmt, bits);
+    char* text = nullptr;
+    mpfr_asprintf(&text, (std::string("%.*RN") + style).c_str(), precision, value.v);
+    const std::string result(text);
+    mpfr_free_str(text);
+    return result;
+}
+
 bool same_result(Format fmt, const mpz_class& got, const mpz_class& want) {
     if (classify(fmt, want) == Kind::NaN) return classify(fmt, got) == Kind::NaN;
     return got == want;

@@ -340,6 +340,11 @@ mpz_class packed_next(Format fmt, const mpz_class& bits, bool up);
 /// infinities. Cost grows with the exponent range (exact rationals).
 std::string shortest_decimal(Format fmt, const mpz_class& bits);
 
+/// The exact value of a finite pattern as MPFR's printf writes it with
+/// "%.*RN<style>" and `precision` (style 'e', 'f' or 'g', rounded to nearest,
+/// ties to even); "nan" for every NaN, whatever its sign.
+std::string printf_text(Format fmt, const mpz_class& bits, int precision, char style);
+
 /// True when `got` is an acceptable result for the reference `want`: identical bits,
 /// or both NaN (of any sign and payload).
 bool same_result(Format fmt, const mpz_class& got, const mpz_class& want);
