@@ -75,6 +75,18 @@ TEST(Fpcalc, FunctionsDirectionsAndFlags) {
     }
 }
 
+// Digits given or not, in each notation (binary16's 1/3 is 0.333251953125).
+TEST(Fpcalc, WritesResultsInEachNotation) {
+    using N = fpcalc::Notation;
+    const std::tuple<const char*, N, int, const char*> cases[] = {
+        {"1/3", N::shortest, -1, "0.3333"}, {"1/3", N::sci, -1, "3.333e-1"},
+        {"1/3", N::sci, 3, "3.33e-01"},     {"1/3", N::fixed, -1, "0.333252"},
+        {"1/3", N::general, 2, "0.33"},     {"-1/3", N::hex, 9, "-0x1.554p-2"},
+    };
+    for (const auto& [text, notation, digits, want] : cases)
+        EXPECT_EQ(fpcalc::written(eval(text), notation, digits), want) << text;
+}
+
 TEST(Fpcalc, ErrorsPointAtTheOffendingText) {
     // Nesting and long chains alike are bounded before any recursion over the
     // tree could exhaust the stack.

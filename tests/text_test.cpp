@@ -6,6 +6,10 @@
 
 #include "tests/testing.h"
 
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <functional>
 #include <gmpxx.h>
 #include <gtest/gtest.h>
 #include <iomanip>
@@ -43,6 +47,8 @@ TEST(Text, ReadsNumerals) {
         {b64, RZ, "+INF", "7ff0000000000000"},
         {b32, RNE, "nan", "7fc00000"},
         {b64, RNE, "-NaN", "7ff8000000000000"},
+        {b64, RNE, "-nan(Q_1)", "7ff8000000000000"},
+        {half, RNE, "NAN()", "fc01"},
         {half, RNE, "nan", "fc01"},
         {b32, RNE, "-0", "80000000"},
         {b64, RU, "-0.000e99999999999999999999", "8000000000000000"},
@@ -74,8 +80,8 @@ TEST(Text, ReadsNumerals) {
     for (const std::string text :
          {"",     "+",     "-",       "1_000", ".",     "e5",    "1e",   "1e+",    "1.2.3",
           " 1",   "1 ",    "0x",      "0x.",   "0xp1",  "0x1p",  "1p3",  "0x1e+3", "--1",
-          "+-1",  "1e5.5", "0x1p1.5", "1,5",   "0b101", "infin", "inff", "nan(1)", "in f",
-          "Inf1", "1e--2", "0x1pA",   "1.0f",  "\t1",   "1e2e3", "+.e1"})
+          "+-1",  "1e5.5", "0x1p1.5", "1,5",   "0b101", "infin", "inff", "nan(1",  "in f",
+          "Inf1", "1e--2", "0x1pA",   "1.0f",  "\t1",   "1e2e3", "+.e1", "nan(.)", "nan)"})
         EXPECT_EQ(error_of([&] { IEEEFloat::from_string(text, b64, RNE); }),
                   "invalid number: \"" + text + "\"");
 }
@@ -84,6 +90,7 @@ std::string written(const IEEEFloat& x, char form) {
     if (form == 's') return x.to_str();
     if (form == 'f') return x.to_float_str();
     if (form == 'x') return x.to_hex_str();
+    if (form == 'S') return x.to_sci_str();
     std::ostringstream out;
     out << x;
     return out.str();
@@ -108,6 +115,16 @@ TEST(Text, WritesExactText) {
         {half, "fc00", 'o', "-inf"},
         {half, "7c00", 'o', "inf"},
         {b32, "c0200000", 'o', "-2.5"},
+        // The shortest digits are positional for decimal exponents in [-5, 21).
+        {b64, "444b1ae4d6e2ef50", 'o', "1e+21"},
+        {b64, "441ac53a7e04bcda", 'o', "123456789012345680000"},
+        {b64, "3eb0c6f7a0b5ed8d", 'o', "1e-6"},
+        {b64, "3ee4f8b588e368f1", 'o', "0.00001"},
+        {b128, "7ffeffffffffffffffffffffffffffff", 'o',
+         "1.189731495357231765085759326628007e+4932"},
+        {b64, "8000000000000000", 'S', "-0e+0"},
+        {half, "8001", 'S', "-6e-8"},
+        {half, "7c00", 'S', "inf"},
         // Halfway between the two shortest candidates: the lower is kept.
         {b64, "4301b66687b7abb6", 'f', "623203260495222.7"},
         // The 16-digit candidate is the interval's lower end, which is refused.
@@ -139,6 +156,64 @@ TEST(Text, WritesExactText) {
     out << std::setw(6) << std::setfill('.') << make(half, 0xBC00) << '|' << std::left
         << std::setw(5) << make(half, 0x7C00);
     EXPECT_EQ(out.str(), "....-1|inf..");
+}
+
+// Under every setting a precision is given in, binary64 values are written as
+// doubles are.
+TEST(Text, StreamsWriteAsDoublesDo) {
+    using S = std::ostream;
+    const std::function<void(S&)> settings[] = {
+        [](S& o) { o << std::setprecision(3); },
+        [](S& o) { o << std::setprecision(0) << std::left << std::setw(9) << std::setfill('.'); },
+        [](S& o) { o << std::setprecision(17) << std::showpos; },
+        [](S& o) { o << std::scientific << std::setprecision(0); },
+        [](S& o) { o << std::scientific << std::uppercase << std::setw(14) << std::internal; },
+        [](S& o) { o << std::fixed << std::showpos << std::setprecision(2); },
+        [](S& o) { o << std::fixed << std::setprecision(-1) << std::uppercase; },
+        [](S& o) { o << std::hexfloat << std::uppercase << std::showpos; },
+        [](S& o) { o << std::hexfloat << std::setw(12) << std::internal << std::setfill('_'); },
+    };
+    for (const double v :
+         {1.5e300, -2.5e-5, 0.1, -0.0, 123456.0, 9.5, 5e-324, -HUGE_VAL, double(NAN)})
+        for (const auto& set : settings) {
+            std::ostringstream got, want;
+            set(got);
+            set(want);
+            std::uint64_t bits;
+            std::memcpy(&bits, &v, sizeof bits);
+            got << make(b64, mpz_class(static_cast<unsigned long>(bits)));
+            want << v;
+            EXPECT_EQ(got.str(), want.str()) << v;
+        }
+}
+
+TEST(Text, ReadsPrefixesAndStreams) {
+    // text, length of the numeral at its start (0: none, an error)
+    const std::pair<std::string, std::size_t> prefixes[] = {
+        {"1e", 1},         {"0x", 1},    {"1.5x", 3},  {"infinit", 3},
+        {"-nan(a_1)x", 9}, {"nan(1", 3}, {"0x1p+", 3}, {"5.e", 2},
+        {"+.e1", 0},       {" 1", 0},    {"", 0}};
+    for (const auto& [text, length] : prefixes) {
+        std::size_t consumed = 0;
+        const std::string error =
+            error_of([&] { IEEEFloat::from_chars(text, b64, RNE, consumed); });
+        EXPECT_EQ(length ? error : "invalid number: \"" + text + '"', length ? "no error" : error);
+        EXPECT_EQ(consumed, length) << text;
+    }
+    std::istringstream in(" 0x1.8p1\n0.1 -2e+x");
+    IEEEFloat a(half, RNE), b(b32, RZ), c = make(b64, 7, true);
+    EXPECT_TRUE(in >> a >> b >> c);
+    EXPECT_EQ(bits_of(a).get_str(16) + bits_of(b).get_str(16) + bits_of(c).get_str(16),
+              "42003dccccccc000000000000000");
+    EXPECT_EQ(c.get_repr(), IEEEFloat::REPR_GENERIC);
+    EXPECT_EQ(in.peek(), 'e'); // "e+" given back
+    EXPECT_FALSE(in >> c);
+    EXPECT_EQ(bits_of(c), 0xC000000000000000);
+    IEEEFloat empty;
+    std::istringstream one("1");
+    EXPECT_TRUE((one >> empty).fail());
+    std::istringstream last("1e5");
+    EXPECT_TRUE(last >> a && last.eof());
 }
 
 // With an ulp of 1/8, N + 1/4 lies midway between the one-decimal numerals N.2

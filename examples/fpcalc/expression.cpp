@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdint>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 namespace fpcalc {
@@ -426,6 +427,24 @@ std::string describe(const Node& node) {
         for (const Node* operand : {node.rhs.get(), node.addend.get()})
             if (operand) call += ", " + describe(*operand);
         return call + ")";
+    }
+}
+
+std::string written(const IEEEFloat& x, Notation notation, int digits) {
+    const int or_six = digits < 0 ? 6 : digits;
+    switch (notation) {
+    case Notation::sci:
+        return digits < 0 ? x.to_sci_str() : x.to_str_digits(digits, 'e');
+    case Notation::fixed:
+        return x.to_str_digits(or_six, 'f');
+    case Notation::general:
+        return x.to_str_digits(or_six, 'g');
+    case Notation::hex:
+        return x.to_hex_str();
+    default:
+        std::ostringstream out;
+        out << x;
+        return out.str();
     }
 }
 

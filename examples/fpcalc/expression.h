@@ -4,7 +4,8 @@
 // Parsing knows nothing about formats, so one tree can be evaluated in
 // several; evaluation rounds after every operation, exactly as a program that
 // computes in that format would, and reports each step, with the status flags
-// it raised, to an optional observer so the roundings can be shown.
+// it raised, to an optional observer so the roundings can be shown. Results
+// can be written in each of the library's notations.
 #pragma once
 
 #include "tarn/ieeefloat/ieeefloat.h"
@@ -98,5 +99,15 @@ Value evaluate(const Node& tree, tarn::IEEEFloat::format fmt, tarn::rounding r,
 
 /// The expression the node stands for, fully parenthesised, for step listings.
 std::string describe(const Node& node);
+
+/// The notations a result can be shown in besides its bits.
+enum class Notation { shortest, sci, fixed, general, hex };
+
+/// x in `notation`: the shortest digits as a stream writes them, or scientific
+/// (to_sci_str, or to_str_digits 'e' with `digits` significant digits), fixed
+/// (`digits` after the point), general (%g with `digits` significant digits)
+/// or hexadecimal. A negative `digits` means none given: six in fixed and
+/// general, as printf takes it.
+std::string written(const tarn::IEEEFloat& x, Notation notation, int digits);
 
 } // namespace fpcalc

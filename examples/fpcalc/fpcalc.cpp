@@ -57,16 +57,33 @@ struct UsageError {
     std::string message;
 };
 
+struct NotationName {
+    std::string_view name;
+    fpcalc::Notation notation;
+};
+
+constexpr NotationName notation_names[] = {
+    {"shortest", fpcalc::Notation::shortest}, {"sci", fpcalc::Notation::sci},
+    {"fixed", fpcalc::Notation::fixed},       {"general", fpcalc::Notation::general},
+    {"hex", fpcalc::Notation::hex},
+};
+
+// More digits than this would print screens of them for one value.
+constexpr unsigned long max_digits = 100000;
+
 struct Options {
     IEEEFloat::format format = IEEEFloat::format::binary64();
     tarn::rounding direction = tarn::rounding::nearest_even;
+    std::optional<fpcalc::Notation> notation;
+    int digits = -1; // none given
     bool steps = false;
     bool help = false;
     std::vector<std::string> expressions;
 };
 
 void print_help(std::ostream& out) {
-    out << "usage: fpcalc [--format F] [--round R] [--steps] EXPRESSION...\n"
+    out << "usage: fpcalc [--format F] [--round R] [--notation N] [--digits D] [--steps]\n"
+           "              EXPRESSION...\n"
            "\n"
            "Evaluates each EXPRESSION in a binary floating-point format, rounding every\n"
            "numeral and every operation once, and prints the result with its bits and\n"
@@ -81,6 +98,11 @@ void print_help(std::ostream& out) {
            "  -r, --round R   nearest-even (default), toward-zero, toward-positive,\n"
            "                  toward-negative, nearest-away (ties away from zero),\n"
            "                  to-odd (toward zero, last bit set when inexact)\n"
+           "  -n, --notation N  also show the result as shortest (the shortest digits\n"
+           "                  that read back), sci (scientific), fixed (D digits after\n"
+           "                  the point), general (as printf's %g) or hex\n"
+           "  -d, --digits D  the digits of sci, fixed and general (fixed and general\n"
+           "                  default to 6, sci to the shortest); alone, general\n"
            "  -s, --steps     also show the result and flags of every operation\n"
            "  -h, --help      this text\n"
            "\n"
@@ -115,6 +137,15 @@ IEEEFloat::format parse_format(std::string_view text) {
                          std::to_string(max_exponent_width) + " exponent bits and 1 to " +
                          std::to_string(max_mantissa_width) + " mantissa bits"};
     return {*e, *m};
+}
+
+fpcalc::Notation parse_notation(std::string_view text) {
+    std::string names;
+    for (const NotationName& n : notation_names) {
+        if (n.name == text) return n.notation;
+        names += (names.empty() ? "" : ", ") + std::string(n.name);
+    }
+    throw UsageError{"unknown notation '" + std::string(text) + "': give one of " + names};
 }
 
 tarn::rounding parse_rounding(std::string_view text) {
@@ -165,11 +196,24 @@ Options parse_options(int argc, char** argv) {
             options.format = parse_format(take_value());
         } else if (arg == "-r" || arg == "--round") {
             options.direction = parse_rounding(take_value());
+        } else if (arg == "-n" || arg == "--notation") {
+            options.notation = parse_notation(take_value());
+        } else if (arg == "-d" || arg == "--digits") {
+            const std::string_view text = take_value();
+            const auto digits = parse_width(text);
+            if (!digits || *digits > max_digits)
+                throw UsageError{"--digits takes 0 to " + std::to_string(max_digits) + ", not '" +
+                                 std::string(text) + "'"};
+            options.digits = static_cast<int>(*digits);
         } else {
             throw UsageError{"unknown option '" + std::string(arg) + "'"};
         }
     }
     if (!options.help && options.expressions.empty()) throw UsageError{"no expression given"};
+    if (options.digits >= 0 && !options.notation) options.notation = fpcalc::Notation::general;
+    if (options.digits >= 0 && (options.notation == fpcalc::Notation::shortest ||
+                                options.notation == fpcalc::Notation::hex))
+        throw UsageError{"--digits goes with the notations sci, fixed and general"};
     return options;
 }
 
@@ -204,9 +248,12 @@ std::string describe_value(const fpcalc::Value& value) {
     return value.integer.empty() ? bits : value.integer + ", in the format " + bits;
 }
 
-void print_result(const fpcalc::Value& value) {
+void print_result(const fpcalc::Value& value, const Options& options) {
     const IEEEFloat& result = value.number;
     std::cout << "  = " << describe_value(value) << "\n";
+    if (options.notation)
+        std::cout << "  " << notation_names[static_cast<int>(*options.notation)].name << ": "
+                  << fpcalc::written(result, *options.notation, options.digits) << "\n";
     if (result.is_nan() || result.is_inf()) return;
     const std::string shortest = result.to_float_str();
     if (auto exact = exact_decimal(result)) {
@@ -236,7 +283,8 @@ int run(const Options& options) {
                               << "  " << describe_flags(value.flags) << "\n";
                 };
             tarn::clear_ieee_flags();
-            print_result(fpcalc::evaluate(*tree, options.format, options.direction, show_step));
+            print_result(fpcalc::evaluate(*tree, options.format, options.direction, show_step),
+                         options);
             std::cout << "  " << describe_flags(tarn::ieee_flags()) << "\n";
         } catch (const fpcalc::InputError& e) {
             print_input_error(e, expression);

@@ -610,7 +610,8 @@ IEEEFloat from_uint64(std::uint64_t v, IEEEFloat::format f, rounding r);
 ///    "1e-6"). For six significant digits use to_str_digits(6, 'g').
 /// NaNs and infinities are "nan", "inf" and "-inf" in every notation. showpos
 /// puts "+" before every text without "-"; uppercase writes every letter in
-/// capitals ("1.5E+300", "0X1.8P+0", "INF"); width and fill pad the text on
+/// capitals ("1.5E+300", "0X1.8P+0", "INF") except under std::fixed, which
+/// writes "inf" and "nan" in small letters as it does for double; width and fill pad the text on
 /// the left, on the right under std::left, and under std::internal after a
 /// sign, or else after a "0x". Errors of the text functions pass through.
 std::ostream& operator<<(std::ostream& os, const IEEEFloat& x);

@@ -45,7 +45,9 @@ std::ostream& operator<<(std::ostream& os, const IEEEFloat& x) {
     const std::ios_base::fmtflags flags = os.flags();
     std::string text = stream_text(x, flags, os.precision());
     if ((flags & std::ios_base::showpos) && text[0] != '-') text.insert(0, 1, '+');
-    if (flags & std::ios_base::uppercase)
+    // As for double, whose std::fixed is printf's %f whatever the case asked.
+    if ((flags & std::ios_base::uppercase) &&
+        (flags & std::ios_base::floatfield) != std::ios_base::fixed)
         for (char& c : text)
             if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
     const std::streamsize width = os.width();
