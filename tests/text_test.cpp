@@ -191,7 +191,7 @@ TEST(Text, ReadsPrefixesAndStreams) {
         {"+.e1", 0},       {" 1", 0},    {"", 0}};
     for (const auto& [text, length] : prefixes) {
         std::size_t consumed = 0;
-        EXPECT_EQ(error_of([&] { IEEEFloat::from_chars(text, b64, RNE, consumed); }),
+        EXPECT_EQ(error_of([&, text = text] { IEEEFloat::from_chars(text, b64, RNE, consumed); }),
                   length ? "no error" : "invalid number: \"" + text + '"');
         EXPECT_EQ(consumed, length) << text;
     }
