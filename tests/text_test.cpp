@@ -149,6 +149,9 @@ TEST(Text, WritesExactText) {
     IEEEFloat positive_nan = make(b32, 0x7F800000);
     positive_nan.packed_next(true);
     EXPECT_EQ(positive_nan.to_str(), "[8:23]NaN{0_11111111_00000000000000000000001}");
+    EXPECT_EQ(
+        error_of([&] { empty.to_str_digits(2, 'a'); }) + error_of([&] { empty.to_str_digits(-1); }),
+        "bad style for to_str_digits: give 'e', 'f' or 'g'negative precision for to_str_digits");
     std::ostringstream out;
     out << std::setw(6) << std::setfill('.') << make(half, 0xBC00) << '|' << std::left
         << std::setw(5) << make(half, 0x7C00);
