@@ -1,0 +1,146 @@
+// The IEEE remainder a - n * b, n being a / b rounded to the nearest integer,
+// ties to even.
+//
+// With a = Ma * 2^ka and b = Mb * 2^kb, both magnitudes are integers in units
+// of 2^k, k = min(ka, kb): A and B. The remainder is 2^k times that of A by
+// B, and only A modulo 2B matters: it tells the parity of the truncated
+// quotient and what is left over. When ka > kb, A = Ma * 2^(ka - kb) is
+// reduced as (Ma mod 2B) * (2^(ka - kb) mod 2B) with a modular power, so an
+// exponent difference of any size costs its number of bits, never a shift.
+// When kb exceeds ka by more than the length of Ma, |a| < |b| / 2 and the
+// remainder is a. Patterns that fit a word are reduced in registers, the
+// others with GMP, and both end in the rounding core, which makes the result
+// exact when the formats agree and rounds it once when they do not.
+
+#include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/access.h"
+#include "tarn/ieeefloat/internal/flag_state.h"
+#include "tarn/ieeefloat/internal/word_arith.h"
+
+#include <gmpxx.h>
+
+namespace tarn {
+
+using namespace ieeefloat_detail;
+
+namespace {
+
+/// From rest = A mod 2B, the magnitude of the remainder of A by B and
+/// whether it points against A: the truncated quotient is odd when rest >= B;
+/// a rest past B / 2, or exactly B / 2 after an odd quotient, takes one more
+/// B and flips the sign.
+template <class W>
+W nearest_rest(W rest, const W& b, bool& flip) {
+    const bool odd = rest >= b;
+    if (odd) rest -= b;
+    const W other = b - rest;
+    flip = rest > other || (rest == other && odd);
+    return flip ? other : rest;
+}
+
+/// 2^d mod n for n >= 2, n below 2^63, by squaring.
+u128 pow2_mod(unsigned long d, u128 n) {
+    u128 p = 1;
+    for (int bit = d == 0 ? -1 : 63 - __builtin_clzl(d); bit >= 0; --bit) {
+        p = p * p % n;
+        if ((d >> bit) & 1) p = (p << 1) % n;
+    }
+    return p;
+}
+
+/// The remainder of two finite non-zero values split into words, rounded
+/// into `out` on words when the held format of `out` has a word path.
+/// False when the significands do not fit words.
+bool remainder_words(IEEEFloat& out, RoundingContext& r, const FiniteParts& a,
+                     const FiniteParts& b) {
+    const format f = Access::held_format(out);
+    if (!a.in_word || !b.in_word || !one_word_format(f)) return false;
+    u128 big_b = b.word, rest;
+    long k = b.exponent;
+    if (a.exponent >= b.exponent) {
+        const u128 modulus = big_b << 1;
+        const auto d = static_cast<unsigned long>(a.exponent) - static_cast<unsigned long>(k);
+        rest = a.word % modulus * pow2_mod(d, modulus) % modulus;
+    } else {
+        const auto d =
+            static_cast<unsigned long>(b.exponent) - static_cast<unsigned long>(a.exponent);
+        if (d > static_cast<unsigned long>(bit_length(a.word)) + 1) return true; // out holds a
+        big_b <<= d;
+        rest = a.word % (big_b << 1);
+        k = a.exponent;
+    }
+    bool flip;
+    const u128 magnitude = nearest_rest(rest, big_b, flip);
+    const WordFormat<std::uint64_t> wf(f);
+    const bool negative = a.negative != flip;
+    Access::store(out, magnitude == 0 ? wf.signed_zero(a.negative)
+                                      : round_bits(wf, r, negative, magnitude, k + long(wf.m)) |
+                                            wf.signed_zero(negative));
+    return true;
+}
+
+/// The same on QNumbers and GMP, for every size of significand and exponent.
+void remainder_exact(IEEEFloat& out, RoundingContext& r, const IEEEFloat& a, const IEEEFloat& b) {
+    TempNumProvider tmp;
+    bool a_negative, b_negative;
+    Access::split(a, a_negative, tmp[0], tmp[1]);
+    Access::split(b, b_negative, tmp[2], tmp[3]);
+    // Exponents of the lowest significand bits.
+    mpz_class ka = tmp[0].to_mpz() - Access::held_format(a).mantissa_width;
+    mpz_class kb = tmp[2].to_mpz() - Access::held_format(b).mantissa_width;
+    const mpz_class ma = tmp[1].to_mpz();
+    mpz_class big_b = tmp[3].to_mpz(), rest, k = kb;
+    if (ka >= kb) {
+        const mpz_class modulus = big_b << 1, d = ka - kb;
+        mpz_powm(rest.get_mpz_t(), mpz_class(2).get_mpz_t(), d.get_mpz_t(), modulus.get_mpz_t());
+        rest = rest * ma % modulus;
+    } else {
+        const mpz_class d = kb - ka;
+        if (d > mpz_sizeinbase(ma.get_mpz_t(), 2) + 1) return; // out holds a
+        big_b <<= d.get_ui();
+        rest = ma % (big_b << 1);
+        k = ka;
+    }
+    bool flip;
+    const mpz_class magnitude = nearest_rest(rest, big_b, flip);
+    if (magnitude == 0) return out.self_zero(a_negative);
+    const format f = Access::held_format(out);
+    tmp[0] = QNumber(mpz_class(k + f.mantissa_width));
+    tmp[1] = QNumber(magnitude);
+    QNumber packed;
+    round_and_pack_float(tmp, f, r, a_negative != flip, tmp[0], tmp[1], packed);
+    Access::store(out, packed);
+}
+
+} // namespace
+
+IEEEFloat remainder(const IEEEFloat& a, const IEEEFloat& b) {
+    const bool a_nan = a.is_nan(), b_nan = b.is_nan();
+    if (a_nan || b_nan) {
+        if (is_signaling(a) || is_signaling(b)) raise(FLAG_INVALID);
+        return Access::nan_result(a, b);
+    }
+    IEEEFloat result(a);
+    if (a.is_inf() || b.is_zero()) {
+        raise(FLAG_INVALID);
+        result.self_nan();
+        return result;
+    }
+    // A zero, or a finite a over an infinite b, is its own remainder.
+    if (a.is_zero() || b.is_inf()) return result;
+    RoundingContext r = Access::context_of(a);
+    FiniteParts pa, pb;
+    const bool words =
+        a.get_repr() != IEEEFloat::REPR_GENERIC || a.get_format().exponent_width <= 62;
+    const bool b_words =
+        b.get_repr() != IEEEFloat::REPR_GENERIC || b.get_format().exponent_width <= 62;
+    if (!(words && b_words &&
+          decode_value(a.get_repr(), Access::held(a), a.get_format(), pa) == ValueClass::finite &&
+          decode_value(b.get_repr(), Access::held(b), b.get_format(), pb) == ValueClass::finite &&
+          remainder_words(result, r, pa, pb)))
+        remainder_exact(result, r, a, b);
+    raise(r.flags);
+    return result;
+}
+
+} // namespace tarn
