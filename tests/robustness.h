@@ -155,6 +155,22 @@ constexpr Step<In> steps[] = {
               const auto v = in.template ConsumeIntegral<std::int64_t>();
               x = in.ConsumeBool() ? from_int64(v, f, r)
                                    : from_uint64(static_cast<std::uint64_t>(v), f, r)),
+    TARN_STEP(const IEEEFloat z =
+                  in.ConsumeBool()
+                      ? y
+                      : consume_value(in, consume_format(in), consume_repr(in), consume_mode(in));
+              x = in.ConsumeBool() ? remainder(x, z) : copysign(x, z)),
+    TARN_STEP(const int which = in.ConsumeIntegralInRange(0, 4);
+              x = which == 0   ? minimum(x, y)
+                  : which == 1 ? maximum(x, y)
+                  : which == 2 ? minimum_number(x, y)
+                  : which == 3 ? maximum_number(x, y)
+                               : abs(x)),
+    TARN_STEP(answer = std::to_string(total_order(x, y) + 2 * total_order_mag(x, y) +
+                                      4 * int(classify(x)) + 64 * is_signaling(x))),
+    TARN_STEP(const long n = in.ConsumeBool() ? in.template ConsumeIntegral<long>()
+                                              : in.template ConsumeIntegralInRange<long>(-300, 300);
+              answer = std::to_string(log_b(x)); x = scale_b(x, n)),
 };
 
 #undef TARN_STEP

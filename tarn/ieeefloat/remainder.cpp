@@ -83,8 +83,9 @@ bool remainder_words(IEEEFloat& out, RoundingContext& r, const FiniteParts& a,
 void remainder_exact(IEEEFloat& out, RoundingContext& r, const IEEEFloat& a, const IEEEFloat& b) {
     TempNumProvider tmp;
     bool a_negative, b_negative;
-    Access::split(a, a_negative, tmp[0], tmp[1]);
-    Access::split(b, b_negative, tmp[2], tmp[3]);
+    if (Access::split(a, a_negative, tmp[0], tmp[1]) != ValueClass::finite ||
+        Access::split(b, b_negative, tmp[2], tmp[3]) != ValueClass::finite)
+        return; // only a format without exponent bits, whose every value is zero
     // Exponents of the lowest significand bits.
     mpz_class ka = tmp[0].to_mpz() - Access::held_format(a).mantissa_width;
     mpz_class kb = tmp[2].to_mpz() - Access::held_format(b).mantissa_width;
