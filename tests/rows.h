@@ -575,10 +575,8 @@ inline std::string exponents(const Setting& s, const Operands& in) {
     long got = 0;
     unsigned flags = 0;
     const unsigned raised = flags_of([&] { got = tarn::log_b(x); });
-    const long want = oracle::log_b(s.ofmt(), bits_of(x), &flags);
-    ROW_EXPECT(got == want && raised == flags,
-               "log_b " + std::to_string(got) + flag_mismatch(raised, flags));
-    return "";
+    const bool right = got == oracle::log_b(s.ofmt(), bits_of(x), &flags) && raised == flags;
+    return right ? "" : "log_b " + std::to_string(got) + flag_mismatch(raised, flags);
 }
 
 #undef ROW_EXPECT

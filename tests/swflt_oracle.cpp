@@ -74,7 +74,7 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b, std::uint64_t c) {
     if (op == Op::eq) truth = x <= y && y <= x;
     std::uint8_t const flags = raised_flags();
     bool const is_compare = op == Op::lt || op == Op::le || op == Op::eq;
-    if (op == Op::ilogb) return {static_cast<std::uint64_t>(std::int64_t{logb}), flags};
+    if (op == Op::ilogb) return {static_cast<std::uint32_t>(logb), flags};
     return {is_compare ? std::uint64_t(truth) : bit_cast<Word>(static_cast<Float>(r)), flags};
 }
 

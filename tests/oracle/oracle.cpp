@@ -631,19 +631,16 @@ mpz_class remainder(Format fa, const mpz_class& a, Format fb, const mpz_class& b
                     unsigned* flags) {
     if (flags) *flags = is_signaling(fa, a) || is_signaling(fb, b) ? FLAG_INVALID : 0;
     if (classify(fa, a) == Kind::NaN || classify(fb, b) == Kind::NaN) return nan_pattern(fa);
-    const Decoded x(fa, a), y(fb, b);
+    // |r| <= min(|a|, |b|/2) is a multiple of the lower of the two last-bit weights,
+    // so the wider precision holds it exactly.
+    Decoded x(fa, a, fb.m > fa.m ? fb.m - fa.m : 0), y(fb, b);
     if (mpfr_inf_p(x.v) || mpfr_zero_p(y.v)) {
         if (flags) *flags = FLAG_INVALID;
         return nan_pattern(fa);
     }
-    // |r| <= min(|a|, |b|/2) is a multiple of the lower of the two last-bit weights,
-    // so the wider precision holds it exactly.
-    mpfr_t r;
-    mpfr_init2(r, static_cast<mpfr_prec_t>(std::max(fa.m, fb.m)) + 1);
-    mpfr_remainder(r, x.v, y.v, MPFR_RNDN);
+    mpfr_remainder(x.v, x.v, y.v, MPFR_RNDN);
     mpz_class out;
-    emulator_for(fa).round_to_format(out, r, mode, flags);
-    mpfr_clear(r);
+    emulator_for(fa).round_to_format(out, x.v, mode, flags);
     return out;
 }
 
@@ -652,17 +649,16 @@ mpz_class extreme(Format fa, const mpz_class& a, Format fb, const mpz_class& b, 
     const unsigned invalid = is_signaling(fa, a) || is_signaling(fb, b) ? FLAG_INVALID : 0;
     if (flags) *flags = invalid;
     const bool a_nan = classify(fa, a) == Kind::NaN, b_nan = classify(fb, b) == Kind::NaN;
-    if (a_nan && (b_nan || !number)) return nan_pattern(fa);
-    if (b_nan) return number ? a : nan_pattern(fa);
-    bool b_wins = a_nan;
-    if (!a_nan) {
+    if (a_nan || b_nan) {
+        if (!number || (a_nan && b_nan)) return nan_pattern(fa);
+        if (b_nan) return a;
+    } else {
         const Decoded x(fa, a), y(fb, b);
-        const int order = mpfr_zero_p(x.v) && mpfr_zero_p(y.v)
+        const int order = mpfr_zero_p(x.v) && mpfr_zero_p(y.v) // -0 below +0
                               ? !mpfr_signbit(x.v) - !mpfr_signbit(y.v)
                               : mpfr_cmp(x.v, y.v);
-        b_wins = maximum ? order < 0 : order > 0;
+        if (maximum ? order >= 0 : order <= 0) return a;
     }
-    if (!b_wins) return a;
     const mpz_class r = convert(fb, b, fa, mode, flags);
     if (flags) *flags |= invalid;
     return r;
