@@ -159,13 +159,12 @@ constexpr Step<In> steps[] = {
                   in.ConsumeBool()
                       ? y
                       : consume_value(in, consume_format(in), consume_repr(in), consume_mode(in));
-              x = in.ConsumeBool() ? remainder(x, z) : copysign(x, z)),
-    TARN_STEP(const int which = in.ConsumeIntegralInRange(0, 4);
-              x = which == 0   ? minimum(x, y)
-                  : which == 1 ? maximum(x, y)
-                  : which == 2 ? minimum_number(x, y)
-                  : which == 3 ? maximum_number(x, y)
-                               : abs(x)),
+              x = in.ConsumeBool()   ? remainder(x, z)
+                  : in.ConsumeBool() ? copysign(x, z)
+                                     : abs(x)),
+    TARN_STEP(using Op = IEEEFloat(*)(const IEEEFloat&, const IEEEFloat&); using namespace tarn;
+              const Op ops[] = {minimum, maximum, minimum_number, maximum_number};
+              x = ops[in.ConsumeIntegralInRange(0, 3)](x, y)),
     TARN_STEP(answer = std::to_string(total_order(x, y) + 2 * total_order_mag(x, y) +
                                       4 * int(classify(x)) + 64 * is_signaling(x))),
     TARN_STEP(const long n = in.ConsumeBool() ? in.template ConsumeIntegral<long>()
