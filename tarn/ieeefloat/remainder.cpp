@@ -79,37 +79,48 @@ bool remainder_words(IEEEFloat& out, RoundingContext& r, const FiniteParts& a,
     return true;
 }
 
-/// The same on QNumbers and GMP, for every size of significand and exponent.
-void remainder_exact(IEEEFloat& out, RoundingContext& r, const IEEEFloat& a, const IEEEFloat& b) {
+/// A finite non-zero value as (-1)^negative * sig * 2^k, exponents of any size.
+struct Exact {
+    bool negative;
+    mpz_class sig, k;
+};
+
+/// x exactly, from its parts when decode_value could split it, otherwise
+/// from the packed codec, which is not bound to exponents that fit a word.
+Exact exact_of(const IEEEFloat& x, const FiniteParts* p) {
+    if (p) return {p->negative, p->in_word ? mpz_class(p->word) : p->wide, p->exponent};
     TempNumProvider tmp;
-    bool a_negative, b_negative;
-    if (Access::split(a, a_negative, tmp[0], tmp[1]) != ValueClass::finite ||
-        Access::split(b, b_negative, tmp[2], tmp[3]) != ValueClass::finite)
-        return; // only a format without exponent bits, whose every value is zero
-    // Exponents of the lowest significand bits.
-    mpz_class ka = tmp[0].to_mpz() - Access::held_format(a).mantissa_width;
-    mpz_class kb = tmp[2].to_mpz() - Access::held_format(b).mantissa_width;
-    const mpz_class ma = tmp[1].to_mpz();
-    mpz_class big_b = tmp[3].to_mpz(), rest, k = kb;
-    if (ka >= kb) {
-        const mpz_class modulus = big_b << 1, d = ka - kb;
+    Exact v;
+    Access::split(x, v.negative, tmp[0], tmp[1]);
+    v.sig = tmp[1].to_mpz();
+    v.k = tmp[0].to_mpz() - Access::held_format(x).mantissa_width;
+    return v;
+}
+
+/// The same on GMP integers, for every size of significand and exponent.
+void remainder_exact(IEEEFloat& out, RoundingContext& r, const Exact& a, Exact b) {
+    if (a.sig == 0 || b.sig == 0) return; // no value but zero: a format without exponent bits
+    mpz_class rest, k = b.k;
+    if (a.k >= b.k) {
+        const mpz_class modulus = b.sig << 1, d = a.k - b.k;
         mpz_powm(rest.get_mpz_t(), mpz_class(2).get_mpz_t(), d.get_mpz_t(), modulus.get_mpz_t());
-        rest = rest * ma % modulus;
+        rest = rest * a.sig % modulus;
     } else {
-        const mpz_class d = kb - ka;
-        if (d > mpz_sizeinbase(ma.get_mpz_t(), 2) + 1) return; // out holds a
-        big_b <<= d.get_ui();
-        rest = ma % (big_b << 1);
-        k = ka;
+        const mpz_class d = b.k - a.k;
+        if (d > mpz_sizeinbase(a.sig.get_mpz_t(), 2) + 1) return; // out holds a
+        b.sig <<= d.get_ui();
+        rest = a.sig % (b.sig << 1);
+        k = a.k;
     }
     bool flip;
-    const mpz_class magnitude = nearest_rest(rest, big_b, flip);
-    if (magnitude == 0) return out.self_zero(a_negative);
+    const mpz_class magnitude = nearest_rest(rest, b.sig, flip);
+    if (magnitude == 0) return out.self_zero(a.negative);
     const format f = Access::held_format(out);
+    TempNumProvider tmp;
     tmp[0] = QNumber(mpz_class(k + f.mantissa_width));
     tmp[1] = QNumber(magnitude);
     QNumber packed;
-    round_and_pack_float(tmp, f, r, a_negative != flip, tmp[0], tmp[1], packed);
+    round_and_pack_float(tmp, f, r, a.negative != flip, tmp[0], tmp[1], packed);
     Access::store(out, packed);
 }
 
@@ -130,16 +141,16 @@ IEEEFloat remainder(const IEEEFloat& a, const IEEEFloat& b) {
     // A zero, or a finite a over an infinite b, is its own remainder.
     if (a.is_zero() || b.is_inf()) return result;
     RoundingContext r = Access::context_of(a);
+    // Formats of up to 62 exponent bits split with exponents in words.
+    const auto split = [](const IEEEFloat& x, FiniteParts& p) {
+        return (x.get_repr() != IEEEFloat::REPR_GENERIC || x.get_format().exponent_width <= 62) &&
+               decode_value(x.get_repr(), Access::held(x), x.get_format(), p) == ValueClass::finite;
+    };
     FiniteParts pa, pb;
-    const bool words =
-        a.get_repr() != IEEEFloat::REPR_GENERIC || a.get_format().exponent_width <= 62;
-    const bool b_words =
-        b.get_repr() != IEEEFloat::REPR_GENERIC || b.get_format().exponent_width <= 62;
-    if (!(words && b_words &&
-          decode_value(a.get_repr(), Access::held(a), a.get_format(), pa) == ValueClass::finite &&
-          decode_value(b.get_repr(), Access::held(b), b.get_format(), pb) == ValueClass::finite &&
-          remainder_words(result, r, pa, pb)))
-        remainder_exact(result, r, a, b);
+    const bool a_split = split(a, pa), b_split = split(b, pb);
+    if (!a_split || !b_split || !remainder_words(result, r, pa, pb))
+        remainder_exact(result, r, exact_of(a, a_split ? &pa : nullptr),
+                        exact_of(b, b_split ? &pb : nullptr));
     raise(r.flags);
     return result;
 }
