@@ -37,12 +37,19 @@ void Access::store(IEEEFloat& x, const QNumber& bits) {
 }
 
 void Access::store(IEEEFloat& x, std::uint64_t bits) {
-    if (x.get_repr() == IEEEFloat::REPR_GENERIC)
+    if (x.get_repr() == IEEEFloat::REPR_GENERIC && bits >> 63)
+        write_packed(u128{bits}, *x.value.packed); // beyond QNumber's small form
+    else if (x.get_repr() == IEEEFloat::REPR_GENERIC)
         write_packed(bits, *x.value.packed);
     else if (x.get_repr() == IEEEFloat::REPR_FLOAT32)
         x.value.bits32 = static_cast<std::uint32_t>(bits);
     else
         x.value.bits64 = bits;
+}
+
+bool Access::word_pattern(format f) {
+    return f.exponent_width >= 2 && f.exponent_width <= 32 &&
+           f.exponent_width + f.mantissa_width <= 63;
 }
 
 RoundingContext Access::context_of(const IEEEFloat& x) {

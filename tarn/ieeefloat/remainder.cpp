@@ -54,7 +54,7 @@ u128 pow2_mod(unsigned long d, u128 n) {
 bool remainder_words(IEEEFloat& out, RoundingContext& r, const FiniteParts& a,
                      const FiniteParts& b) {
     const format f = Access::held_format(out);
-    if (!a.in_word || !b.in_word || !one_word_format(f)) return false;
+    if (!a.in_word || !b.in_word || !Access::word_pattern(f)) return false;
     u128 big_b = b.word, rest;
     long k = b.exponent;
     if (a.exponent >= b.exponent) {
@@ -103,8 +103,14 @@ void remainder_exact(IEEEFloat& out, RoundingContext& r, const Exact& a, Exact b
     mpz_class rest, k = b.k;
     if (a.k >= b.k) {
         const mpz_class modulus = b.sig << 1, d = a.k - b.k;
-        mpz_powm(rest.get_mpz_t(), mpz_class(2).get_mpz_t(), d.get_mpz_t(), modulus.get_mpz_t());
-        rest = rest * a.sig % modulus;
+        // A shift no longer than the operands costs less than the modular power.
+        if (d <= 256) {
+            rest = (a.sig << d.get_ui()) % modulus;
+        } else {
+            mpz_powm(rest.get_mpz_t(), mpz_class(2).get_mpz_t(), d.get_mpz_t(),
+                     modulus.get_mpz_t());
+            rest = rest * a.sig % modulus;
+        }
     } else {
         const mpz_class d = b.k - a.k;
         if (d > mpz_sizeinbase(a.sig.get_mpz_t(), 2) + 1) return; // out holds a

@@ -18,6 +18,17 @@ namespace tarn {
 
 using namespace ieeefloat_detail;
 
+namespace {
+
+/// Twice the binades the exponent field reaches plus the precision, for
+/// formats of up to 60 exponent bits: no scale beyond it changes a result.
+long span_of(format f) {
+    return 2 * ((1L << f.exponent_width) +
+                static_cast<long>(std::min(f.mantissa_width, 1UL << 40)) + 2);
+}
+
+} // namespace
+
 IEEEFloat scale_b(const IEEEFloat& x, long n) {
     IEEEFloat result(x);
     if (x.is_nan()) {
@@ -27,13 +38,12 @@ IEEEFloat scale_b(const IEEEFloat& x, long n) {
     const format f = Access::held_format(x);
     RoundingContext r = Access::context_of(x);
     FiniteParts p;
-    if (one_word_format(f) &&
+    if (Access::word_pattern(f) &&
         decode_value(x.get_repr(), Access::held(x), x.get_format(), p) == ValueClass::finite &&
         p.in_word) {
         const WordFormat<std::uint64_t> wf(f);
-        // An exponent span of at most 2^32 binades, so the sums stay far from the word's limits.
-        const long span = 2 * (wf.max_field + long(wf.m) + 2);
-        const long exponent = p.exponent + long(wf.m) + std::clamp(n, -span, span);
+        const long span = span_of(f),
+                   exponent = p.exponent + long(wf.m) + std::clamp(n, -span, span);
         Access::store(result,
                       round_bits(wf, r, p.negative, p.word, exponent) | wf.signed_zero(p.negative));
     } else {
@@ -41,14 +51,19 @@ IEEEFloat scale_b(const IEEEFloat& x, long n) {
         bool negative;
         if (Access::split(x, negative, tmp[0], tmp[1]) != ValueClass::finite)
             return result; // zeros and infinities
-        // Clamped to the span the exponent field can reach, plus the precision.
-        tmp[2] = f.max_exponent();
-        tmp[2] += static_cast<long>(std::min(f.mantissa_width, 1UL << 40) + 2);
-        tmp[2] *= 2L;
-        tmp[3] = tmp[2];
-        tmp[3].self_neg();
-        const QNumber shift(n);
-        tmp[0] += cmp(shift, tmp[2]) > 0 ? tmp[2] : cmp(shift, tmp[3]) < 0 ? tmp[3] : shift;
+        if (f.exponent_width <= 60) {
+            const long span = span_of(f);
+            tmp[0] += std::clamp(n, -span, span);
+        } else {
+            // The same clamp on QNumbers, the span being of the exponent field's size.
+            tmp[2] = f.max_exponent();
+            tmp[2] += static_cast<long>(std::min(f.mantissa_width, 1UL << 40) + 2);
+            tmp[2] *= 2L;
+            tmp[3] = tmp[2];
+            tmp[3].self_neg();
+            const QNumber shift(n);
+            tmp[0] += cmp(shift, tmp[2]) > 0 ? tmp[2] : cmp(shift, tmp[3]) < 0 ? tmp[3] : shift;
+        }
         QNumber packed;
         round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], packed);
         Access::store(result, packed);

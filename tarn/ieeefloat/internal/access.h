@@ -35,9 +35,12 @@ struct Access {
     /// Replaces x's held bits by `bits`, a packed integer of held_format(x),
     /// keeping x's representation and mode.
     static void store(IEEEFloat& x, const QNumber& bits);
-    /// store for a held format whose packed integers are words below 2^63, or
-    /// for a binary32 or binary64 word.
+    /// store for a held format whose patterns fit 64 bits.
     static void store(IEEEFloat& x, std::uint64_t bits);
+    /// Whether the patterns of `f` fit 64 bits, with exponents far from the
+    /// limits of a word: the formats of the word paths of the general
+    /// operations, binary32 and binary64 among them.
+    static bool word_pattern(IEEEFloat::format f);
     /// The rounding under x's stored mode; a mode outside 0 to 3 rounds a word
     /// to nearest even, as the soft-float component does.
     static RoundingContext context_of(const IEEEFloat& x);
