@@ -575,10 +575,11 @@ IEEEFloat from_uint64(std::uint64_t v, IEEEFloat::format f, rounding r);
 /// a - n * b, n being a / b rounded to the nearest integer, ties to the even
 /// one. Exact when the formats agree; otherwise the exact remainder is rounded
 /// once to a's format under a's mode. A zero result has a's sign; b zero or a
-/// infinite raise invalid and give the library NaN; a finite over an infinite
-/// b gives a. Works for every exponent width without building integers of
-/// the size of the exponent difference: the significand of a is reduced
-/// modulo twice that of b by modular exponentiation of the power of two.
+/// infinite raise invalid and give the NaN self_nan makes; a finite over an
+/// infinite b gives a. Works for every exponent width without building
+/// integers of the size of the exponent difference: the significand of a is
+/// reduced modulo twice that of b by modular exponentiation of the power of
+/// two.
 IEEEFloat remainder(const IEEEFloat& a, const IEEEFloat& b);
 
 /// The smaller of a and b, -0 counting below +0; a NaN when either is one.
