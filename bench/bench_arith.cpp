@@ -253,9 +253,55 @@ void mpfr_set_format(benchmark::State& state, const BenchFormat& f) {
     }
 }
 
+// ---- remainder and scale_b -----------------------------------------------------
+
+/// The scale of the i-th scale_b case: within a few binades, so that most results stay finite.
+long scale_of(std::size_t i) {
+    return static_cast<long>(i % 41) - 20;
+}
+
+void tarn_general(benchmark::State& state, const BenchFormat& f, bool scale) {
+    const Operands& ops = operands_for(f, "div");
+    std::size_t i = 0;
+    for (auto _ : state) {
+        const IEEEFloat a = decode(ops.a[i], f), b = decode(ops.b[i], f);
+        benchmark::DoNotOptimize(
+            (scale ? tarn::scale_b(a, scale_of(i)) : tarn::remainder(a, b)).get_bits());
+        i = (i + 1) % operand_count;
+    }
+}
+
+/// mpfr_remainder and mpfr_mul_2si on the emulator's registers, the patterns in
+/// GMP integers.
+void mpfr_general(benchmark::State& state, const BenchFormat& f, bool scale) {
+    const Operands& ops = operands_for(f, "div");
+    oracle::Emulator em({f.e, f.m});
+    mpfr_t x, y, r;
+    mpfr_inits2(static_cast<mpfr_prec_t>(f.m) + 1, x, y, r, static_cast<mpfr_ptr>(nullptr));
+    mpz_class out;
+    std::size_t i = 0;
+    for (auto _ : state) {
+        mpfr_set_emin(mpfr_get_emin_min());
+        mpfr_set_emax(mpfr_get_emax_max());
+        em.decode(x, ops.a_mpz[i]);
+        em.decode(y, ops.b_mpz[i]);
+        if (scale) {
+            mpfr_mul_2si(r, x, scale_of(i), MPFR_RNDN);
+            em.round_to_format(out, r, mode);
+        } else {
+            mpfr_remainder(r, x, y, MPFR_RNDN); // exact
+            em.encode(out, r);
+        }
+        benchmark::DoNotOptimize(out.get_mpz_t());
+        i = (i + 1) % operand_count;
+    }
+    mpfr_clears(x, y, r, static_cast<mpfr_ptr>(nullptr));
+}
+
 // ---- Registration and the ratio table ------------------------------------------
 
-const char* const operations[] = {"add", "mul", "div", "sqrt", "from_number", "set_format"};
+const char* const operations[] = {"add",         "mul",        "div",       "sqrt",
+                                  "from_number", "set_format", "remainder", "scale_b"};
 
 void register_all() {
     for (const BenchFormat& f : formats) {
@@ -293,6 +339,14 @@ void register_all() {
                                      [f](benchmark::State& s) { tarn_set_format(s, f); });
         benchmark::RegisterBenchmark(("mpfr/set_format" + suffix).c_str(),
                                      [f](benchmark::State& s) { mpfr_set_format(s, f); });
+        if (f.m != 10 && f.m != 52 && f.m != 112) continue;
+        for (const bool scale : {false, true}) {
+            const std::string op = scale ? "scale_b" : "remainder";
+            benchmark::RegisterBenchmark(("tarn/" + op + suffix).c_str(),
+                                         [f, scale](auto& s) { tarn_general(s, f, scale); });
+            benchmark::RegisterBenchmark(("mpfr/" + op + suffix).c_str(),
+                                         [f, scale](auto& s) { mpfr_general(s, f, scale); });
+        }
     }
 }
 

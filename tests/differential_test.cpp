@@ -11,7 +11,9 @@
 #include "tests/swflt_oracle.h"
 #include "tests/testing.h"
 
+#include <algorithm>
 #include <array>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -190,6 +192,41 @@ std::string against_printf(const Row& r, const Setting& s, const Operands& in) {
     return got == want ? "" : "printf gives " + std::string(want) + ", to_str_digits " + got;
 }
 
+/// The general operations the host has: remainder, fmin and fmax (maximum_number and
+/// minimum_number but for zeros of two signs and signaling NaNs, which the host turns
+/// into NaNs), scalbn (an int scale, as wide as every binary64 result needs) and ilogb
+/// (compared as the low 32 bits of its int).
+std::string general_against_host(const Row& r, const Setting& s, const Operands& in) {
+    if (!s.word() || !s.valid_mode()) return "";
+    using swflt_oracle::Op;
+    const swflt_oracle::HostRounding rounding(std::array{0, 3, 2, 1}[s.mode]);
+    const oracle::Format f = s.ofmt();
+    const std::uint64_t b = oracle::to_word(in.b);
+    std::string wrong;
+    unsigned flags = 0;
+    const auto check = [&](Op op, std::uint64_t y, const mpz_class& want) {
+        const auto host = swflt_oracle::host(op, int(f.width()), oracle::to_word(in.a), y);
+        // The C library's zero remainders do not always take the sign of x.
+        if (op != Op::remainder || oracle::classify(f, want) != oracle::Kind::Zero)
+            wrong += rows::mismatch(f, want, host.bits) + rows::flag_mismatch(flags, host.flags);
+    };
+    if (r.check == rows::remainder)
+        check(Op::remainder, b, oracle::remainder(f, in.a, f, in.b, s.mode, &flags));
+    const bool zeros = (in.a | in.b) == oracle::pow2(f.e + f.m) || (in.a | in.b) == 0;
+    if (r.check == rows::extremes && !zeros && !oracle::is_signaling(f, in.a) &&
+        !oracle::is_signaling(f, in.b))
+        for (const bool max : {false, true})
+            check(max ? Op::fmax : Op::fmin, b,
+                  oracle::extreme(f, in.a, f, in.b, max, true, s.mode, &flags));
+    const long n = std::clamp(rows::scale_of(in), long{INT_MIN}, long{INT_MAX});
+    if (r.check == rows::exponents) {
+        check(Op::scalbn, std::uint64_t(n), oracle::scale_b(f, in.a, n, s.mode, &flags));
+        const long log = std::clamp(oracle::log_b(f, in.a, &flags), long{INT_MIN}, long{INT_MAX});
+        check(Op::ilogb, 0, static_cast<unsigned long>(static_cast<std::uint32_t>(log)));
+    }
+    return wrong.empty() ? "" : "host FPU against the reference" + wrong;
+}
+
 std::vector<Case> random_cases() {
     // Formats of up to 63 bits take the one-word path, those of up to 128 bits
     // (binary64 held generically among them) the two-word path, wider ones the
@@ -231,6 +268,7 @@ TEST_P(Random, Rows) {
         report(rows::run(*c.row, s, in), i);
         report(against_host(*c.row, s, in), i);
         report(against_printf(*c.row, s, in), i);
+        report(general_against_host(*c.row, s, in), i);
     }
 }
 

@@ -12,6 +12,8 @@
 #include <string>
 #include <tuple>
 #include <unordered_set>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -245,6 +247,45 @@ TEST(IEEEFloat, FormatsWithoutExponentBitsHoldOnlyZeros) {
         EXPECT_EQ(error_of([&] { one.set_format(f); }), limit) << m;
         EXPECT_EQ(one.get_format(), Format(5, 10));
     }
+}
+
+// One pattern of every kind of e4m3, in IEEE 754's total order, with its
+// class: NaN payloads 7 and 4 are quiet, 3 and 1 signaling; from_bits makes
+// one NaN, so the others are stepped to from the infinities.
+TEST(IEEEFloat, TotalOrderAndClassOfEveryKind) {
+    using C = tarn::fp_class;
+    const std::pair<unsigned, C> order[] = {
+        {0xFF, C::quiet_nan},       {0xFC, C::quiet_nan},          {0xFB, C::signaling_nan},
+        {0xF9, C::signaling_nan},   {0xF8, C::negative_infinity},  {0xF7, C::negative_normal},
+        {0xB8, C::negative_normal}, {0x81, C::negative_subnormal}, {0x80, C::negative_zero},
+        {0x00, C::positive_zero},   {0x01, C::positive_subnormal}, {0x38, C::positive_normal},
+        {0x77, C::positive_normal}, {0x78, C::positive_infinity},  {0x79, C::signaling_nan},
+        {0x7B, C::signaling_nan},   {0x7C, C::quiet_nan},          {0x7F, C::quiet_nan}};
+    std::vector<IEEEFloat> v;
+    tarn::clear_ieee_flags();
+    for (const auto& [bits, kind] : order) {
+        IEEEFloat x = make({4, 3}, (bits & 0x78) == 0x78 ? bits & 0xF8 : bits);
+        for (unsigned k = 0; (bits & 0x78) == 0x78 && k < (bits & 7); ++k)
+            x.packed_next(bits < 0x80);
+        v.push_back(x);
+        EXPECT_TRUE(classify(x) == kind && is_signaling(x) == (kind == C::signaling_nan)) << bits;
+    }
+    // |v[i]| lies where the positive half holds it; -0 and +0 tie.
+    const auto magnitude = [](int i) { return i < 9 ? 17 - i : i; };
+    for (int i = 0; i < 18; ++i)
+        for (int j = 0; j < 18; ++j)
+            EXPECT_TRUE(total_order(v[i], v[j]) == (i <= j) &&
+                        total_order_mag(v[i], v[j]) == (magnitude(i) <= magnitude(j)))
+                << i << " " << j;
+    const auto word = [&](int i) { return convert(v[i], {8, 23}, tarn::rounding::nearest_even); };
+    for (int i = 4; i < 14; ++i) // the numbers as binary32 words, compared in registers
+        for (int j = 4; j < 14; ++j)
+            EXPECT_EQ(total_order(word(i), word(j)), i <= j) << i << " " << j;
+    IEEEFloat nan({8, 23}, RNE);
+    nan.self_nan();
+    EXPECT_TRUE(classify(nan) == C::quiet_nan && classify(make({2, 1}, 7)) == C::quiet_nan &&
+                classify(make({2, 0}, 7)) == C::negative_infinity);
+    EXPECT_EQ(tarn::ieee_flags(), 0u);
 }
 
 } // namespace

@@ -155,6 +155,21 @@ constexpr Step<In> steps[] = {
               const auto v = in.template ConsumeIntegral<std::int64_t>();
               x = in.ConsumeBool() ? from_int64(v, f, r)
                                    : from_uint64(static_cast<std::uint64_t>(v), f, r)),
+    TARN_STEP(const IEEEFloat z =
+                  in.ConsumeBool()
+                      ? y
+                      : consume_value(in, consume_format(in), consume_repr(in), consume_mode(in));
+              x = in.ConsumeBool()   ? remainder(x, z)
+                  : in.ConsumeBool() ? copysign(x, z)
+                                     : abs(x)),
+    TARN_STEP(using Op = IEEEFloat(*)(const IEEEFloat&, const IEEEFloat&); using namespace tarn;
+              const Op ops[] = {minimum, maximum, minimum_number, maximum_number};
+              x = ops[in.ConsumeIntegralInRange(0, 3)](x, y)),
+    TARN_STEP(answer = std::to_string(total_order(x, y) + 2 * total_order_mag(x, y) +
+                                      4 * int(classify(x)) + 64 * is_signaling(x))),
+    TARN_STEP(const long n = in.ConsumeBool() ? in.template ConsumeIntegral<long>()
+                                              : in.template ConsumeIntegralInRange<long>(-300, 300);
+              answer = std::to_string(log_b(x)); x = scale_b(x, n)),
 };
 
 #undef TARN_STEP

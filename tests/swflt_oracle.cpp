@@ -62,6 +62,11 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b, std::uint64_t c) {
     if (op == Op::fma) r = std::fma(x, y, z);
     if (op == Op::nearbyint) r = std::nearbyint(x);
     if (op == Op::rint) r = std::rint(x);
+    if (op == Op::remainder) r = std::remainder(x, y);
+    if (op == Op::fmin) r = std::fmin(x, y);
+    if (op == Op::fmax) r = std::fmax(x, y);
+    if (op == Op::scalbn) r = std::scalbn(x, static_cast<int>(b));
+    volatile int logb = op == Op::ilogb ? std::ilogb(x) : 0;
     if (op == Op::lt) truth = x < y;
     if (op == Op::le) truth = x <= y;
     // The relational operators signal on quiet NaNs; == does not, so build it from two. When
@@ -69,6 +74,7 @@ Outcome compute(Op op, std::uint64_t a, std::uint64_t b, std::uint64_t c) {
     if (op == Op::eq) truth = x <= y && y <= x;
     std::uint8_t const flags = raised_flags();
     bool const is_compare = op == Op::lt || op == Op::le || op == Op::eq;
+    if (op == Op::ilogb) return {static_cast<std::uint32_t>(logb), flags};
     return {is_compare ? std::uint64_t(truth) : bit_cast<Word>(static_cast<Float>(r)), flags};
 }
 

@@ -6,7 +6,10 @@
 
 namespace swflt_oracle {
 
-enum class Op { add, sub, mul, div, sqrt, convert, lt, le, eq, fma, nearbyint, rint };
+// clang-format off
+enum class Op { add, sub, mul, div, sqrt, convert, lt, le, eq, fma, nearbyint, rint,
+                remainder, fmin, fmax, scalbn, ilogb };
+// clang-format on
 
 /// A result word (0 or 1 for comparisons) and the IEEE flags raised, as soft-float flag bits.
 struct Outcome {
@@ -17,7 +20,7 @@ struct Outcome {
 /// Performs `op` once on the hardware in binary32 (width 32) or binary64 (width 64) under the
 /// host rounding that HostRounding chose. `convert` narrows a binary64 word for width 32 and widens
 /// a binary32 word for width 64; sqrt and convert ignore b; eq is the signalling equality; only fma
-/// reads c.
+/// reads c. scalbn reads b as an int; ilogb gives the low 32 bits of its int.
 Outcome host(Op op, int width, std::uint64_t a, std::uint64_t b, std::uint64_t c = 0);
 
 /// Chooses the host rounding direction of `host` from a soft-float rounding code (0 to 3, any

@@ -597,6 +597,94 @@ IEEEFloat from_int64(std::int64_t v, IEEEFloat::format f, rounding r);
 /// As from_int64, for an unsigned integer.
 IEEEFloat from_uint64(std::uint64_t v, IEEEFloat::format f, rounding r);
 
+// ---- Remainder, extremes, signs, order and exponents ---------------------------
+//
+// The remaining operations of IEEE 754's general set. Those of two values
+// accept operands of different formats and representations; their result
+// takes the first operand's format, representation and stored rounding mode,
+// like the arithmetic's. A NaN result follows the arithmetic's rule: in the
+// generic representation the first NaN operand as it stands (the library NaN
+// when that operand has another format), on binary32 and binary64 words the
+// soft-float component's NaN. Flags are raised as for the arithmetic:
+// invalid for a signaling NaN operand (first mantissa bit 0).
+
+/// a - n * b, n being a / b rounded to the nearest integer, ties to the even
+/// one. Exact when the formats agree; otherwise the exact remainder is rounded
+/// once to a's format under a's mode. A zero result has a's sign; b zero or a
+/// infinite raise invalid and give the NaN self_nan makes; a finite over an
+/// infinite b gives a. Works for every exponent width without building
+/// integers of the size of the exponent difference: the significand of a is
+/// reduced modulo twice that of b by modular exponentiation of the power of
+/// two.
+IEEEFloat remainder(const IEEEFloat& a, const IEEEFloat& b);
+
+/// The smaller of a and b, -0 counting below +0; a NaN when either is one.
+IEEEFloat minimum(const IEEEFloat& a, const IEEEFloat& b);
+/// The larger of a and b, +0 counting above -0; a NaN when either is one.
+IEEEFloat maximum(const IEEEFloat& a, const IEEEFloat& b);
+/// As minimum, but a number beats a NaN: the result is a NaN only when both
+/// are. A signaling NaN operand raises invalid all the same.
+IEEEFloat minimum_number(const IEEEFloat& a, const IEEEFloat& b);
+/// As maximum, with minimum_number's treatment of NaNs.
+IEEEFloat maximum_number(const IEEEFloat& a, const IEEEFloat& b);
+// In these four the operands are compared by value (ieee_cmp); equal values
+// give a. When b is the result and has another format or representation, it
+// is converted to a's format under a's mode, with the flags of that rounding.
+
+/// x with its sign bit cleared, NaNs included; raises nothing.
+IEEEFloat abs(const IEEEFloat& x);
+/// x with the sign bit of y, whatever y's class and format; raises nothing.
+IEEEFloat copysign(const IEEEFloat& x, const IEEEFloat& y);
+
+/// IEEE 754's total order: true when a does not come after b in -qNaN <
+/// -sNaN < -inf < negative numbers < -0 < +0 < positive numbers < +inf <
+/// +sNaN < +qNaN, NaN payloads ordered by magnitude (the larger payload
+/// outward). Operands of one format are compared on their bit patterns, so
+/// distinct patterns are never tied. Operands of different formats are
+/// ordered by value, zeros by sign, and NaNs by sign and then by their
+/// mantissa fields read as binary fractions (0.1xxx for a quiet NaN, which so
+/// lies above every signaling one); equal values are tied, so both orders
+/// hold. Raises nothing.
+bool total_order(const IEEEFloat& a, const IEEEFloat& b);
+/// total_order of |a| and |b|.
+bool total_order_mag(const IEEEFloat& a, const IEEEFloat& b);
+
+/// x * 2^n rounded once under x's mode, with overflow, underflow and inexact
+/// as the rounding raises them. Every n is accepted, LONG_MIN and LONG_MAX
+/// included: beyond the format's exponent span the result is decided as an
+/// overflow or a total underflow without building the power. Zeros and
+/// infinities come back as they are, NaNs as the arithmetic gives them.
+IEEEFloat scale_b(const IEEEFloat& x, long n);
+/// floor(log2 |x|), the exponent of a finite non-zero x as if it were normal
+/// (subnormals normalised). Zeros and NaNs give LONG_MIN and infinities
+/// LONG_MAX, all three raising invalid (the sentinels of the C library's
+/// ilogb, widened to long). Throws "reached limit on float precision" when the
+/// exponent does not fit a long or is one of the sentinels, which only formats
+/// of more than 62 exponent bits reach.
+long log_b(const IEEEFloat& x);
+
+/// The ten classes of IEEE 754's class operation.
+enum class fp_class {
+    signaling_nan,
+    quiet_nan,
+    negative_infinity,
+    negative_normal,
+    negative_subnormal,
+    negative_zero,
+    positive_zero,
+    positive_subnormal,
+    positive_normal,
+    positive_infinity,
+};
+/// The class of x, as is_nan, is_inf, is_zero and is_subnormal see it, NaNs
+/// split by is_signaling. Raises nothing.
+fp_class classify(const IEEEFloat& x);
+/// Whether x is a NaN whose first mantissa bit is 0. The library NaN is one in
+/// formats with two or more mantissa bits; with one mantissa bit every NaN is
+/// quiet, and a format without mantissa bits has no NaN at all (its NaN
+/// pattern is -infinity), so the answer there is always false. Raises nothing.
+bool is_signaling(const IEEEFloat& x);
+
 /// Writes the value in the stream's notation, as a double is written:
 ///  - std::scientific: to_str_digits(precision + 1, 'e');
 ///  - std::fixed: to_str_digits(precision, 'f');

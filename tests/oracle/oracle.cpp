@@ -1,6 +1,7 @@
 #include "tests/oracle/oracle.h"
 
 #include <algorithm>
+#include <climits>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -630,6 +631,69 @@ std::string describe(Format fmt, const mpz_class& bits) {
         out << " = " << (f.negative ? "-" : "") << sig.get_str() << "*2^" << exponent;
     }
     return out.str();
+}
+
+// ---------------------------------------------------------------------------
+// IEEE 754's remaining general operations
+// ---------------------------------------------------------------------------
+
+mpz_class remainder(Format fa, const mpz_class& a, Format fb, const mpz_class& b, int mode,
+                    unsigned* flags) {
+    if (flags) *flags = is_signaling(fa, a) || is_signaling(fb, b) ? FLAG_INVALID : 0;
+    if (classify(fa, a) == Kind::NaN || classify(fb, b) == Kind::NaN) return nan_pattern(fa);
+    // |r| <= min(|a|, |b|/2) is a multiple of the lower of the two last-bit weights,
+    // so the wider precision holds it exactly.
+    Decoded x(fa, a, fb.m > fa.m ? fb.m - fa.m : 0), y(fb, b);
+    if (mpfr_inf_p(x.v) || mpfr_zero_p(y.v)) {
+        if (flags) *flags = FLAG_INVALID;
+        return nan_pattern(fa);
+    }
+    mpfr_remainder(x.v, x.v, y.v, MPFR_RNDN);
+    mpz_class out;
+    emulator_for(fa).round_to_format(out, x.v, mode, flags);
+    return out;
+}
+
+mpz_class extreme(Format fa, const mpz_class& a, Format fb, const mpz_class& b, bool maximum,
+                  bool number, int mode, unsigned* flags) {
+    const unsigned invalid = is_signaling(fa, a) || is_signaling(fb, b) ? FLAG_INVALID : 0;
+    if (flags) *flags = invalid;
+    const bool a_nan = classify(fa, a) == Kind::NaN, b_nan = classify(fb, b) == Kind::NaN;
+    if (a_nan || b_nan) {
+        if (!number || (a_nan && b_nan)) return nan_pattern(fa);
+        if (b_nan) return a;
+    } else {
+        const Decoded x(fa, a), y(fb, b);
+        const int order = mpfr_zero_p(x.v) && mpfr_zero_p(y.v) // -0 below +0
+                              ? !mpfr_signbit(x.v) - !mpfr_signbit(y.v)
+                              : mpfr_cmp(x.v, y.v);
+        if (maximum ? order >= 0 : order <= 0) return a;
+    }
+    const mpz_class r = convert(fb, b, fa, mode, flags);
+    if (flags) *flags |= invalid;
+    return r;
+}
+
+mpz_class scale_b(Format fmt, const mpz_class& bits, long n, int mode, unsigned* flags) {
+    if (flags) *flags = is_signaling(fmt, bits) ? FLAG_INVALID : 0;
+    if (!is_finite(fmt, bits)) return classify(fmt, bits) == Kind::NaN ? nan_pattern(fmt) : bits;
+    // Beyond twice the exponent field's reach plus the precision every n gives the
+    // same result; the clamp keeps MPFR's exponents in range.
+    const long reach = (2L << std::min(fmt.e, 60U)) + 2L * fmt.m + 8;
+    Decoded x(fmt, bits);
+    mpfr_mul_2si(x.v, x.v, std::clamp(n, -reach, reach), MPFR_RNDN);
+    mpz_class out;
+    emulator_for(fmt).round_to_format(out, x.v, mode, flags);
+    return out;
+}
+
+long log_b(Format fmt, const mpz_class& bits, unsigned* flags) {
+    if (flags) *flags = FLAG_INVALID;
+    const Kind kind = classify(fmt, bits);
+    if (kind == Kind::Infinite) return LONG_MAX;
+    if (kind == Kind::NaN || kind == Kind::Zero) return LONG_MIN;
+    if (flags) *flags = 0;
+    return mpfr_get_exp(Decoded(fmt, bits).v) - 1;
 }
 
 } // namespace oracle

@@ -353,4 +353,26 @@ bool same_result(Format fmt, const mpz_class& got, const mpz_class& want);
 /// "0x3c00 (5,10) [s=0 e=0xf m=0x0] normal = 1*2^0".
 std::string describe(Format fmt, const mpz_class& bits);
 
+// ---------------------------------------------------------------------------
+// IEEE 754's remaining general operations
+// ---------------------------------------------------------------------------
+
+/// The remainder a - n b (n = a/b rounded to nearest, ties to even) of a of format
+/// `fa` and b of format `fb`, rounded once to `fa` under `mode`. A NaN operand or an
+/// invalid case (b zero, a infinite) gives nan_pattern; a zero result has a's sign.
+mpz_class remainder(Format fa, const mpz_class& a, Format fb, const mpz_class& b, int mode,
+                    unsigned* flags = nullptr);
+
+/// minimum (`maximum` false) or maximum of a and b, -0 below +0; with `number` a
+/// single NaN loses to the number. A winning b of another format is converted to
+/// `fa` under `mode`. Invalid for a signaling NaN operand.
+mpz_class extreme(Format fa, const mpz_class& a, Format fb, const mpz_class& b, bool maximum,
+                  bool number, int mode, unsigned* flags = nullptr);
+
+/// bits × 2^n rounded once under `mode`; NaNs, infinities and zeros as they are.
+mpz_class scale_b(Format fmt, const mpz_class& bits, long n, int mode, unsigned* flags = nullptr);
+
+/// floor(log2 |x|); LONG_MIN for zeros and NaNs, LONG_MAX for infinities, with invalid.
+long log_b(Format fmt, const mpz_class& bits, unsigned* flags = nullptr);
+
 } // namespace oracle

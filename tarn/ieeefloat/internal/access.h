@@ -4,7 +4,7 @@
 #pragma once
 
 #include "tarn/ieeefloat/ieeefloat.h"
-#include "tarn/ieeefloat/internal/rounding.h"
+#include "tarn/ieeefloat/internal/decode.h"
 
 namespace tarn::ieeefloat_detail {
 
@@ -25,6 +25,34 @@ struct Access {
     /// `q` rounded to `f` in the direction of `r`, stored mode `mode`, raising its flags.
     static IEEEFloat from_number(const QNumber& q, IEEEFloat::format f, rounding_mode mode,
                                  RoundingContext& r);
+
+    // Shared by the operations of IEEE 754's general set (remainder, minimum and
+    // maximum, scale_b, the total order), defined with classify.
+
+    /// The format of x's held bits: the word's own layout for binary32 and
+    /// binary64 words, whatever x's format says, x's format otherwise.
+    static IEEEFloat::format held_format(const IEEEFloat& x);
+    /// Replaces x's held bits by `bits`, a packed integer of held_format(x),
+    /// keeping x's representation and mode.
+    static void store(IEEEFloat& x, const QNumber& bits);
+    /// store for a held format whose patterns fit 64 bits.
+    static void store(IEEEFloat& x, std::uint64_t bits);
+    /// Whether the patterns of `f` fit 64 bits, with exponents far from the
+    /// limits of a word: the formats of the word paths of the general
+    /// operations, binary32 and binary64 among them.
+    static bool word_pattern(IEEEFloat::format f);
+    /// The rounding under x's stored mode; a mode outside 0 to 3 rounds a word
+    /// to nearest even, as the soft-float component does.
+    static RoundingContext context_of(const IEEEFloat& x);
+    /// The NaN result of an operation of a and b, one of them a NaN, held like
+    /// a: the first NaN as it stands in the generic representation (the
+    /// library NaN when only b is one and has another format or
+    /// representation), the soft-float NaN in a word.
+    static IEEEFloat nan_result(const IEEEFloat& a, const IEEEFloat& b);
+    /// Splits x exactly into its sign and (-1)^negative * significand *
+    /// 2^(exponent - m), m being held_format(x)'s, with exponents of any size.
+    static ValueClass split(const IEEEFloat& x, bool& negative, QNumber& exponent,
+                            QNumber& significand);
 };
 
 } // namespace tarn::ieeefloat_detail
