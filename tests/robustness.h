@@ -155,6 +155,16 @@ constexpr Step<In> steps[] = {
               const auto v = in.template ConsumeIntegral<std::int64_t>();
               x = in.ConsumeBool() ? from_int64(v, f, r)
                                    : from_uint64(static_cast<std::uint64_t>(v), f, r)),
+    // Operands of another format and representation than x.
+    TARN_STEP(const IEEEFloat::format f = consume_format(in);
+              const IEEEFloat z = consume_value(in, f, consume_repr(in), consume_mode(in));
+              const int which = in.ConsumeIntegralInRange(0, 5);
+              const IEEEFloat& w = in.ConsumeBool() ? y : z; if (which == 0) x += z;
+              if (which == 1) x = x - z; if (which == 2) x *= z;
+              if (which == 3) x = div(x, z, consume_direction(in));
+              if (which == 4) x = fma(x, z, w, consume_direction(in));
+              if (which == 5) answer =
+                  std::to_string((x != z) + 2 * (x > z) + 4 * (x >= w) + 8 * ieee_cmp(z, x))),
 };
 
 #undef TARN_STEP
@@ -165,7 +175,7 @@ inline bool is_library_message(const std::string& message) {
     static const std::regex texts(
         "reached limit on float precision|can't convert (NaN|infinity) to a Number|"
         "can't convert (NaN|Infinity) to float str|bad rounding mode: -?[0-9]+|"
-        "invalid number: \"[\\s\\S]*");
+        "invalid number: \"[\\s\\S]*|value has no format");
     return std::regex_match(message, texts);
 }
 

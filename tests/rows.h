@@ -18,6 +18,7 @@
 #include "tarn/swflt/swflt.h"
 #include "tests/oracle/oracle.h"
 
+#include <algorithm>
 #include <functional>
 #include <string>
 
@@ -500,6 +501,102 @@ inline std::string from_integers(const Setting& s, const Operands& in) {
         [&](unsigned* flags) { return oracle::from_integer(in.n, s.ofmt(), in.direction, flags); });
 }
 
+// ---- Operands of different formats ------------------------------------------------
+//
+// The second operand is in.b converted to the format in.to, held generically when
+// in.flag is set and else in that format's usual representation; fma's third is
+// in.c in a third format. The reference rounds the exact result into s.format.
+
+/// `bits`, a pattern of s.format, converted to `f` and held in `repr`; `held`
+/// receives the pattern the value holds.
+inline IEEEFloat other(const Setting& s, Format f, const mpz_class& bits, bool generic,
+                       mpz_class& held) {
+    const auto repr = generic ? IEEEFloat::REPR_GENERIC : IEEEFloat::get_best_repr(f);
+    const IEEEFloat y = make({f, repr, 0}, oracle::convert(s.ofmt(), bits, to_oracle(f), 0));
+    held = bits_of(y);
+    return y;
+}
+
+/// The directed operation and the one under x's own mode (`in_mode`), against `reference`.
+inline std::string
+mixed_rounded(const Setting& s, const Operands& in, const IEEEFloat& x,
+              const std::function<IEEEFloat(const IEEEFloat&, int)>& op,
+              const std::function<mpz_class(oracle::Format, int, unsigned*)>& ref) {
+    const std::string wrong = directed(
+        in, s, [&](tarn::rounding r) { return op(x, static_cast<int>(r)); },
+        [&](unsigned* flags) { return ref(s.ofmt(), in.direction, flags); });
+    ROW_EXPECT(wrong.empty(), wrong);
+    IEEEFloat v = x;
+    return check_rounded(
+        s, s, s.word(), true, v, [&](IEEEFloat& w) { w = op(w, -1); },
+        [&](oracle::Format f, int mode) { return ref(f, mode, nullptr); });
+}
+
+template <Operation op>
+std::string mixed_arithmetic(const Setting& s, const Operands& in) {
+    mpz_class b;
+    const IEEEFloat x = make(s, in.a), y = other(s, in.to, in.b, in.flag, b);
+    const mpz_class a = bits_of(x);
+    return mixed_rounded(
+        s, in, x,
+        [&](const IEEEFloat& v, int direction) {
+            const auto r = static_cast<tarn::rounding>(direction);
+            if (op == Operation::Add) return direction < 0 ? v + y : add(v, y, r);
+            if (op == Operation::Sub) return direction < 0 ? v - y : sub(v, y, r);
+            if (op == Operation::Mul) return direction < 0 ? v * y : mul(v, y, r);
+            return direction < 0 ? v / y : div(v, y, r);
+        },
+        [&](oracle::Format f, int mode, unsigned* flags) {
+            return oracle::mixed(op, f, oracle::convert(s.ofmt(), a, f, mode), to_oracle(in.to), b,
+                                 mode, flags);
+        });
+}
+
+inline std::string mixed_fma(const Setting& s, const Operands& in) {
+    const Format third{std::max(in.to.exponent_width, 2UL), s.format.mantissa_width};
+    mpz_class b, c;
+    const IEEEFloat x = make(s, in.a), y = other(s, in.to, in.b, in.flag, b),
+                    z = other(s, third, in.c, !in.flag, c);
+    const mpz_class a = bits_of(x);
+    return mixed_rounded(
+        s, in, x,
+        [&](const IEEEFloat& v, int direction) {
+            return direction < 0 ? fma(v, y, z)
+                                 : fma(v, y, z, static_cast<tarn::rounding>(direction));
+        },
+        [&](oracle::Format f, int mode, unsigned* flags) {
+            return oracle::mixed(Operation::Add, f, oracle::convert(s.ofmt(), a, f, mode),
+                                 to_oracle(in.to), b, mode, flags, to_oracle(third), &c);
+        });
+}
+
+/// ieee_cmp and the six predicates, their results and flags.
+inline std::string mixed_compare(const Setting& s, const Operands& in) {
+    mpz_class b;
+    const IEEEFloat x = make(s, in.a), y = other(s, in.to, in.b, in.flag, b);
+    const mpz_class a = bits_of(x);
+    const int want = oracle::compare_mixed(s.ofmt(), a, to_oracle(in.to), b);
+    const unsigned ordered = want == -2 ? tarn::FLAG_INVALID : 0;
+    const unsigned quiet =
+        oracle::is_signaling(s.ofmt(), a) || oracle::is_signaling(to_oracle(in.to), b) ? ordered
+                                                                                       : 0;
+    const std::function<int()> ops[] = {[&] { return ieee_cmp(x, y); }, [&] { return int(x < y); },
+                                        [&] { return int(x <= y); },    [&] { return int(x == y); },
+                                        [&] { return int(x != y); },    [&] { return int(x > y); },
+                                        [&] { return int(x >= y); }};
+    const int wants[] = {want,      want == -1, want == -1 || want == 0, want == 0,
+                         want != 0, want == 1,  want == 1 || want == 0};
+    const unsigned flags[] = {quiet, ordered, ordered, quiet, quiet, ordered, ordered};
+    for (int k = 0; k < 7; ++k) {
+        int got = 0;
+        const unsigned raised = flags_of([&] { got = ops[k](); });
+        ROW_EXPECT(got == wants[k] && raised == flags[k], "comparison " + std::to_string(k) +
+                                                              " gave " + std::to_string(got) +
+                                                              flag_mismatch(raised, flags[k]));
+    }
+    return "";
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -543,6 +640,12 @@ inline const Row table[] = {
     {"round_to_integral", Input::Integral, Operation::Add, false, integral, true},
     {"to_int", Input::Integral, Operation::Add, false, to_integers, true},
     {"from_int", Input::Integer, Operation::Add, false, from_integers, true},
+    {"mixed_add", Input::Pair, Operation::Add, true, mixed_arithmetic<Operation::Add>, true},
+    {"mixed_sub", Input::Pair, Operation::Sub, true, mixed_arithmetic<Operation::Sub>, true},
+    {"mixed_mul", Input::Pair, Operation::Mul, true, mixed_arithmetic<Operation::Mul>, true},
+    {"mixed_div", Input::Pair, Operation::Div, true, mixed_arithmetic<Operation::Div>, true},
+    {"mixed_fma", Input::Triple, Operation::Add, true, mixed_fma, true},
+    {"mixed_compare", Input::Pair, Operation::Add, false, mixed_compare, true},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];

@@ -348,4 +348,18 @@ bool same_result(Format fmt, const mpz_class& got, const mpz_class& want);
 /// "0x3c00 (5,10) [s=0 e=0xf m=0x0] normal = 1*2^0".
 std::string describe(Format fmt, const mpz_class& bits);
 
+// ---------------------------------------------------------------------------
+// Operands of different formats
+// ---------------------------------------------------------------------------
+
+/// `op` (Add to Div) on a of format fa and b of format fb or, when `c` is given (of
+/// format fc), a x b + c: the exact result rounded once into fa under `mode`, with
+/// the flags of Emulator::apply and Emulator::fma, a signaling NaN judged in its
+/// own format.
+mpz_class mixed(Operation op, Format fa, const mpz_class& a, Format fb, const mpz_class& b,
+                int mode, unsigned* flags = nullptr, Format fc = {}, const mpz_class* c = nullptr);
+
+/// compare() of a of format fa and b of format fb: their exact values compared.
+int compare_mixed(Format fa, const mpz_class& a, Format fb, const mpz_class& b);
+
 } // namespace oracle
