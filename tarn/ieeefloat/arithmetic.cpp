@@ -442,7 +442,7 @@ template <class Held>
 /// Out of line, so that the operators' common path stays one test.
 [[gnu::noinline]] IEEEFloat& mixed_in_place(ArithOp op, IEEEFloat& x, const IEEEFloat& y) {
     RoundingContext r = RoundingContext::of_mode(x.get_rounding_mode());
-    x = mixed_arithmetic(static_cast<int>(op), x, y, r);
+    mixed_arithmetic(static_cast<int>(op), x, y, r, x);
     return x;
 }
 
@@ -458,8 +458,12 @@ template <class Held>
 /// representation and stored rounding mode.
 IEEEFloat directed(ArithOp op, const IEEEFloat& a, const IEEEFloat& b, rounding direction) {
     RoundingContext r(direction);
-    if (!same_kind(a, b)) return mixed_arithmetic(static_cast<int>(op), a, b, r);
-    IEEEFloat result(a);
+    IEEEFloat result;
+    if (!same_kind(a, b)) {
+        mixed_arithmetic(static_cast<int>(op), a, b, r, result);
+        return result;
+    }
+    result = a;
     Access::arithmetic(static_cast<int>(op), result, b, r);
     return result;
 }

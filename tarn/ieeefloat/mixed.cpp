@@ -9,6 +9,7 @@
 #include "tarn/ieeefloat/internal/flag_state.h"
 #include "tarn/ieeefloat/internal/held.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
+#include "tarn/ieeefloat/internal/word_arith.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -55,20 +56,22 @@ Source source_of(const IEEEFloat& x) {
 /// format without exponent bits reads as zero, as its text does.
 ValueClass convert_source(const Source& s, format to, RoundingContext& r, QNumber& out) {
     const unsigned long m = s.f.mantissa_width;
-    TempNumProvider tmp;
-    bool negative = false;
+    FiniteParts p;
     ValueClass c = ValueClass::zero;
+    long exponent = 0;
     if (s.in_word) {
-        FiniteParts p;
         c = decode_word(s.word, s.f.exponent_width, m, p);
-        negative = p.negative;
+        exponent = p.exponent + static_cast<long>(to.mantissa_width);
+        if (c == ValueClass::finite && word_rounding_format(to) &&
+            exponent > -word_exponent_limit && exponent < word_exponent_limit) {
+            round_and_pack_word(to, r, p.negative, static_cast<long>(p.word), exponent, out);
+            return c;
+        }
+    }
+    TempNumProvider tmp;
+    bool negative = p.negative;
+    if (s.in_word) {
         if (c == ValueClass::finite) {
-            const long exponent = p.exponent + static_cast<long>(to.mantissa_width);
-            if (word_rounding_format(to) && exponent > -word_exponent_limit &&
-                exponent < word_exponent_limit) {
-                round_and_pack_word(to, r, negative, static_cast<long>(p.word), exponent, out);
-                return c;
-            }
             tmp[0] = QNumber(exponent);
             tmp[1] = QNumber(static_cast<long>(p.word));
         }
@@ -101,6 +104,50 @@ ValueClass convert_source(const Source& s, format to, RoundingContext& r, QNumbe
         do_make_zero(to, negative, out);
     }
     return c;
+}
+
+/// The exact pattern of `s`, not a NaN, in W, a format of the mixed arithmetic.
+/// Every finite value of `s` is normal in W, so a word pattern is widened by
+/// moving its leading bit to the hidden place, without the rounding core.
+void widen(const Source& s, format w, QNumber& out) {
+    if (!s.in_word || !one_word_format(w)) {
+        RoundingContext exact(rounding::toward_zero);
+        convert_source(s, w, exact, out);
+        return;
+    }
+    const WordFormat<std::uint64_t> ws(s.f), ww(w);
+    const WordOperand<std::uint64_t> o = unpack(ws, s.word);
+    std::uint64_t bits = ww.signed_zero(o.sign);
+    if (o.inf) {
+        bits |= ww.inf(false);
+    } else if (!o.zero) {
+        const int top = bit_length(o.sig) - 1;
+        const long biased = o.exp - static_cast<long>(ws.m) + top + ww.bias;
+        bits |= static_cast<std::uint64_t>(biased) << ww.m |
+                ((o.sig << (static_cast<int>(ww.m) - top)) & ww.mantissa_mask());
+    }
+    write_packed(bits, out);
+}
+
+/// The pattern of W's `wide`, rounded into `f` in the direction of r, into
+/// `out`, as convert_source rounds it; on words when both formats allow it (not
+/// for one exponent bit, where the rounding core turns a carry into overflow).
+ValueClass round_from_wide(format w, const QNumber& wide, format f, RoundingContext& r,
+                           QNumber& out) {
+    std::uint64_t bits;
+    const unsigned long e = f.exponent_width;
+    if (!one_word_format(w) || e < 2 || e > 62 || e + f.mantissa_width > 63 || !as_word(wide, bits))
+        return convert_source(packed_source(w, wide), f, r, out);
+    const WordFormat<std::uint64_t> ww(w), wf(f);
+    const WordOperand<std::uint64_t> o = unpack(ww, bits);
+    if (o.nan) return ValueClass::nan;
+    const std::uint64_t magnitude =
+        o.inf    ? wf.inf(false)
+        : o.zero ? 0
+                 : round_bits<std::uint64_t, std::uint64_t>(wf, r, o.sign, o.sig,
+                                                            o.exp - static_cast<long>(ww.m) + wf.m);
+    store_packed(f, o.sign, magnitude, out);
+    return ValueClass::finite;
 }
 
 /// A format that holds every value of `formats` exactly. With `extra` > 0 it
@@ -141,13 +188,14 @@ bool judge_nan(const IEEEFloat& x, RoundingContext& r) {
     return true;
 }
 
-/// The result of a mixed operation whose first operand is `a`: rounded into
-/// a's format from W's pattern `*wide` in the direction of r, with the first
-/// step's invalid, divide-by-zero and inexact, then raised; a NaN without a
-/// pattern when an operand is one. A NaN is the one self_nan() makes in the
-/// result's representation.
-IEEEFloat narrowed(const IEEEFloat& a, format w, const QNumber* wide, unsigned wide_flags,
-                   RoundingContext& r) {
+/// Writes the result of a mixed operation whose first operand is `a` into
+/// `target` (a itself or another value): rounded into a's format from W's
+/// pattern `*wide` in the direction of r, with the first step's invalid,
+/// divide-by-zero and inexact, then raised; a NaN without a pattern when an
+/// operand is one. A NaN is the one self_nan() makes in the result's
+/// representation. On an error nothing is written.
+void narrow(const IEEEFloat& a, format w, const QNumber* wide, unsigned wide_flags,
+            RoundingContext& r, IEEEFloat& target) {
     const format f = a.get_format();
     IEEEFloat::Repr repr = a.get_repr();
     if (repr != IEEEFloat::REPR_GENERIC && repr != best_repr(f)) repr = best_repr(f);
@@ -155,21 +203,25 @@ IEEEFloat narrowed(const IEEEFloat& a, format w, const QNumber* wide, unsigned w
     // every word operation does.
     if (repr != IEEEFloat::REPR_GENERIC && r.direction == RoundingContext::invalid_direction)
         r.direction = rounding::nearest_even;
-    IEEEFloat result(f, repr, a.get_rounding_mode());
     r.flags |= wide_flags & (FLAG_INVALID | FLAG_DIVBYZERO | FLAG_INEXACT);
-    QNumber out;
-    if (wide == nullptr || convert_source(packed_source(w, *wide), f, r, out) == ValueClass::nan) {
-        result.self_nan();
-    } else {
-        auto& held = Access::held(result);
-        std::uint64_t low = 0, high;
-        BVNumber::to_words(out, &low, &high);
-        if (repr == IEEEFloat::REPR_FLOAT32) held.bits32 = static_cast<std::uint32_t>(low);
-        if (repr == IEEEFloat::REPR_FLOAT64) held.bits64 = low;
-        if (repr == IEEEFloat::REPR_GENERIC) std::swap(*held.packed, out);
-    }
+    // A generic result is rounded straight into the target's number, which
+    // the rounding writes only once nothing can fail.
+    const bool ready = target.get_format() == f && target.get_repr() == repr;
+    QNumber local;
+    QNumber& out = ready && repr == IEEEFloat::REPR_GENERIC ? *Access::held(target).packed : local;
+    const bool nan = wide == nullptr || round_from_wide(w, *wide, f, r, out) == ValueClass::nan;
+    if (!ready) target = IEEEFloat(f, repr, a.get_rounding_mode());
+    auto& held = Access::held(target);
+    std::uint64_t low = 0, high;
+    if (nan)
+        target.self_nan();
+    else if (repr == IEEEFloat::REPR_GENERIC && !ready)
+        std::swap(*held.packed, local);
+    else if (repr == IEEEFloat::REPR_FLOAT32 && BVNumber::to_words(local, &low, &high))
+        held.bits32 = static_cast<std::uint32_t>(low);
+    else if (repr == IEEEFloat::REPR_FLOAT64 && BVNumber::to_words(local, &low, &high))
+        held.bits64 = low;
     raise(r.flags);
-    return result;
 }
 
 /// Rounds the W result of `compute`, which widens the operands and computes
@@ -178,9 +230,9 @@ IEEEFloat narrowed(const IEEEFloat& a, format w, const QNumber* wide, unsigned w
 /// rounding to odd does not say downward: such a zero is computed again,
 /// exactly, downward.
 template <class Compute>
-IEEEFloat finish(const IEEEFloat& a, format w, RoundingContext& r, bool any_nan, bool additive,
-                 Compute compute) {
-    if (any_nan) return narrowed(a, w, nullptr, 0, r);
+void finish(const IEEEFloat& a, format w, RoundingContext& r, bool any_nan, bool additive,
+            IEEEFloat& target, Compute compute) {
+    if (any_nan) return narrow(a, w, nullptr, 0, r, target);
     QNumber wide;
     RoundingContext odd(rounding::to_odd);
     compute(odd, wide);
@@ -188,7 +240,7 @@ IEEEFloat finish(const IEEEFloat& a, format w, RoundingContext& r, bool any_nan,
         RoundingContext down(rounding::downward);
         compute(down, wide);
     }
-    return narrowed(a, w, &wide, odd.flags, r);
+    narrow(a, w, &wide, odd.flags, r, target);
 }
 
 } // namespace
@@ -198,34 +250,37 @@ void check_has_format(const IEEEFloat& x) {
     if ((f.exponent_width | f.mantissa_width) == 0) throw_error(no_format_message);
 }
 
-IEEEFloat mixed_arithmetic(int op, const IEEEFloat& a, const IEEEFloat& b, RoundingContext& r) {
+void mixed_arithmetic(int op, const IEEEFloat& a, const IEEEFloat& b, RoundingContext& r,
+                      IEEEFloat& result) {
     check_arithmetic({&a, &b});
     const Source sa = source_of(a), sb = source_of(b);
     const format w = common_format(a.get_format(), 2, {sa.f, sb.f});
     const bool any_nan = judge_nan(a, r) | judge_nan(b, r);
     // Addition and subtraction are ops 0 and 1; a quotient is the correctly
     // rounded one (op 3), whatever the operator.
-    return finish(a, w, r, any_nan, op <= 1, [&](RoundingContext& in_w, QNumber& x) {
+    finish(a, w, r, any_nan, op <= 1, result, [&](RoundingContext& in_w, QNumber& x) {
         QNumber y;
-        convert_source(sa, w, in_w, x);
-        convert_source(sb, w, in_w, y);
+        widen(sa, w, x);
+        widen(sb, w, y);
         packed_arithmetic(std::min(op, 3), w, in_w, x, y);
     });
 }
 
 IEEEFloat mixed_fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c,
                     RoundingContext& r) {
+    IEEEFloat result;
     check_arithmetic({&a, &b, &c});
     const Source sa = source_of(a), sb = source_of(b), sc = source_of(c);
     const format w = common_format(a.get_format(), 2, {sa.f, sb.f, sc.f});
     const bool any_nan = judge_nan(a, r) | judge_nan(b, r) | judge_nan(c, r);
-    return finish(a, w, r, any_nan, true, [&](RoundingContext& in_w, QNumber& x) {
+    finish(a, w, r, any_nan, true, result, [&](RoundingContext& in_w, QNumber& x) {
         QNumber y, z;
-        convert_source(sa, w, in_w, x);
-        convert_source(sb, w, in_w, y);
-        convert_source(sc, w, in_w, z);
+        widen(sa, w, x);
+        widen(sb, w, y);
+        widen(sc, w, z);
         packed_fma(w, in_w, x, y, z);
     });
+    return result;
 }
 
 format widen_pair(const IEEEFloat& a, const IEEEFloat& b, QNumber& x, QNumber& y) {

@@ -27,14 +27,16 @@ inline bool same_kind(const IEEEFloat& a, const IEEEFloat& b) {
            (f.exponent_width | f.mantissa_width) != 0;
 }
 
-/// a op b (op an ArithOp of the arithmetic unit: add, sub, mul or div) rounded
-/// once into a's format in the direction of `r`, for operands not of one kind;
-/// raises the flags. The result has a's mode, and a's representation when that
+/// result := a op b (op an ArithOp of the arithmetic unit: add, sub, mul or
+/// div) rounded once into a's format in the direction of `r`, for operands not
+/// of one kind; raises the flags. `result` may be a itself, and is left as it
+/// was when the operation throws. The result has a's mode, and a's representation when that
 /// is the natural one for a's format (REPR_GENERIC, or the word of binary32 and
 /// binary64), get_best_repr of the format otherwise. Throws no_format_message
 /// for a value of format (0, 0) and the precision limit for a format without
 /// exponent bits.
-IEEEFloat mixed_arithmetic(int op, const IEEEFloat& a, const IEEEFloat& b, RoundingContext& r);
+void mixed_arithmetic(int op, const IEEEFloat& a, const IEEEFloat& b, RoundingContext& r,
+                      IEEEFloat& result);
 
 /// a * b + c as mixed_arithmetic computes its operations.
 IEEEFloat mixed_fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c, RoundingContext& r);
