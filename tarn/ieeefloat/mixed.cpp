@@ -170,22 +170,21 @@ format common_format(format first, unsigned long extra, std::initializer_list<fo
     return {std::max(e, 2UL), m};
 }
 
-/// Throws for operands of an arithmetic operation without a format, or
-/// without exponent bits, whose values have no exponent to align or round.
-void check_arithmetic(std::initializer_list<const IEEEFloat*> operands) {
+/// Whether an operand of an arithmetic operation is a NaN, raising invalid in
+/// r for a signaling one (first mantissa bit 0). Throws for an operand without
+/// a format, or without exponent bits: its values have no exponent to align.
+bool judge_operands(RoundingContext& r, std::initializer_list<const IEEEFloat*> operands) {
+    bool nan = false;
     for (const IEEEFloat* x : operands) {
         check_has_format(*x);
-        if (x->get_format().exponent_width == 0) throw_error(precision_limit_message);
+        const format f = x->get_format();
+        if (f.exponent_width == 0) throw_error(precision_limit_message);
+        const auto& held = Access::held(*x);
+        if (!held_is_nan(x->get_repr(), held, f)) continue;
+        nan = true;
+        if (held_nan_is_signaling(x->get_repr(), held, f)) r.flags |= FLAG_INVALID;
     }
-}
-
-/// Whether x is a NaN, and raises invalid in r for a signaling one.
-bool judge_nan(const IEEEFloat& x, RoundingContext& r) {
-    const auto& held = Access::held(x);
-    const IEEEFloat::Repr repr = x.get_repr();
-    if (!held_is_nan(repr, held, x.get_format())) return false;
-    if (held_nan_is_signaling(repr, held, x.get_format())) r.flags |= FLAG_INVALID;
-    return true;
+    return nan;
 }
 
 /// Writes the result of a mixed operation whose first operand is `a` into
@@ -252,10 +251,9 @@ void check_has_format(const IEEEFloat& x) {
 
 void mixed_arithmetic(int op, const IEEEFloat& a, const IEEEFloat& b, RoundingContext& r,
                       IEEEFloat& result) {
-    check_arithmetic({&a, &b});
+    const bool any_nan = judge_operands(r, {&a, &b});
     const Source sa = source_of(a), sb = source_of(b);
     const format w = common_format(a.get_format(), 2, {sa.f, sb.f});
-    const bool any_nan = judge_nan(a, r) | judge_nan(b, r);
     // Addition and subtraction are ops 0 and 1; a quotient is the correctly
     // rounded one (op 3), whatever the operator.
     finish(a, w, r, any_nan, op <= 1, result, [&](RoundingContext& in_w, QNumber& x) {
@@ -269,10 +267,9 @@ void mixed_arithmetic(int op, const IEEEFloat& a, const IEEEFloat& b, RoundingCo
 IEEEFloat mixed_fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c,
                     RoundingContext& r) {
     IEEEFloat result;
-    check_arithmetic({&a, &b, &c});
+    const bool any_nan = judge_operands(r, {&a, &b, &c});
     const Source sa = source_of(a), sb = source_of(b), sc = source_of(c);
     const format w = common_format(a.get_format(), 2, {sa.f, sb.f, sc.f});
-    const bool any_nan = judge_nan(a, r) | judge_nan(b, r) | judge_nan(c, r);
     finish(a, w, r, any_nan, true, result, [&](RoundingContext& in_w, QNumber& x) {
         QNumber y, z;
         widen(sa, w, x);

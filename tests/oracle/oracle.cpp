@@ -644,8 +644,8 @@ mpz_class mixed(Operation op, Format fa, const mpz_class& a, Format fb, const mp
                           : 0;
     if (!c && op == Operation::Div && mpfr_zero_p(y.v) && mpfr_regular_p(x.v))
         raised |= FLAG_DIVBYZERO;
-    mpfr_t r;
-    mpfr_init2(r, static_cast<mpfr_prec_t>(fa.m) + 4);
+    Decoded result(fa, 0, 3); // precision m + 4
+    const mpfr_ptr r = result.v;
     const auto compute = [&](mpfr_rnd_t rnd) {
         enter_full_range();
         return c                      ? mpfr_fma(r, x.v, y.v, z.v, rnd)
@@ -661,7 +661,6 @@ mpz_class mixed(Operation op, Format fa, const mpz_class& a, Format fb, const mp
     unsigned rounding_flags = 0;
     mpz_class out;
     emulator_for(fa).round_to_format(out, r, mode, &rounding_flags);
-    mpfr_clear(r);
     if (flags) *flags = raised | rounding_flags;
     return out;
 }
