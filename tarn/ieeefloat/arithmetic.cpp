@@ -458,12 +458,12 @@ template <class Held>
 /// representation and stored rounding mode.
 IEEEFloat directed(ArithOp op, const IEEEFloat& a, const IEEEFloat& b, rounding direction) {
     RoundingContext r(direction);
-    IEEEFloat result;
     if (!same_kind(a, b)) {
-        mixed_arithmetic(static_cast<int>(op), a, b, r, result);
-        return result;
+        IEEEFloat mixed;
+        mixed_arithmetic(static_cast<int>(op), a, b, r, mixed);
+        return mixed;
     }
-    result = a;
+    IEEEFloat result(a);
     Access::arithmetic(static_cast<int>(op), result, b, r);
     return result;
 }
