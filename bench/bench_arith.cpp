@@ -125,6 +125,27 @@ void tarn_binary(benchmark::State& state, const BenchFormat& f, const std::strin
     }
 }
 
+/// binary16 += a binary32 word holding the same operands as tarn/add/binary16:
+/// the path of operands of different formats and representations.
+void tarn_add_mixed(benchmark::State& state) {
+    const BenchFormat& f = formats[0];
+    const BenchFormat word{"binary32", 8, 23, IEEEFloat::REPR_FLOAT32};
+    const Operands& ops = operands_for(f, "add");
+    std::vector<QNumber> b;
+    for (const QNumber& bits : ops.b) {
+        IEEEFloat x = decode(bits, f);
+        x.set_format({word.e, word.m});
+        b.push_back(x.get_bits());
+    }
+    std::size_t i = 0;
+    for (auto _ : state) {
+        IEEEFloat a = decode(ops.a[i], f);
+        a += decode(b[i], word);
+        benchmark::DoNotOptimize(a.get_bits());
+        i = (i + 1) % operand_count;
+    }
+}
+
 /// Only the decoding of two patterns and the encoding of one: the part of
 /// every tarn figure above that is not arithmetic.
 void tarn_codec(benchmark::State& state, const BenchFormat& f) {
@@ -304,6 +325,7 @@ const char* const operations[] = {"add",         "mul",        "div",       "sqr
                                   "from_number", "set_format", "remainder", "scale_b"};
 
 void register_all() {
+    benchmark::RegisterBenchmark("tarn/add_mixed/binary16+binary32", tarn_add_mixed);
     for (const BenchFormat& f : formats) {
         const std::string suffix = std::string("/") + f.name;
         benchmark::RegisterBenchmark(("tarn/codec" + suffix).c_str(),

@@ -48,7 +48,9 @@ void PrintTo(const ErrorCase& c, std::ostream* out) {
 const char *const bad = "bad rounding mode: 9", *const limit = "reached limit on float precision";
 const IEEEFloat largest_wide = IEEEFloat::max_value(wide),
                 smallest_wide = IEEEFloat::from_bits(QNumber(1), wide),
-                huge_two = IEEEFloat::from_bits(QNumber(2), huge);
+                huge_two = IEEEFloat::from_bits(QNumber(2), huge),
+                zero_bits = IEEEFloat::from_bits(QNumber(0), {0, 3});
+const char* const none = "value has no format";
 
 const ErrorCase error_cases[] = {
     {"add_alignment_limit", largest_wide, smallest_wide, OP(t += o), limit},
@@ -64,6 +66,15 @@ const ErrorCase error_cases[] = {
     {"sqrt_binary128", value(2, quad), {}, OP(t.sqrt()), bad},
     {"set_format_generic", value(QNumber(1, 3), quad), {}, OP(t.set_format(half)), bad},
     {"set_format_word", value(QNumber(1, 3), single, word), {}, OP(t.set_format(half)), bad},
+    {"mixed_div", value(1, half), value(3, single, word), OP(t /= o), bad},
+    {"mixed_without_exponent_bits", value(1, half), zero_bits, OP(t -= o), limit},
+    // Every two- and three-value operation on a value of format (0, 0).
+    {"no_format_target", {}, value(1, half), OP(t += o), none},
+    {"no_format_operand", value(1, half), {}, OP(t = t * o), none},
+    {"no_format_directed", value(1, half), {}, OP(t = div(t, o, tarn::rounding::upward)), none},
+    {"no_format_fma", value(1, half), {}, OP(t = fma(t, t, o)), none},
+    {"no_format_compare", value(1, half), {}, OP((void)(t < o)), none},
+    {"no_format_both", {}, {}, OP(ieee_cmp(t, o)), none},
 };
 
 #undef OP

@@ -170,6 +170,16 @@ constexpr Step<In> steps[] = {
     TARN_STEP(const long n = in.ConsumeBool() ? in.template ConsumeIntegral<long>()
                                               : in.template ConsumeIntegralInRange<long>(-300, 300);
               answer = std::to_string(log_b(x)); x = scale_b(x, n)),
+    // Operands of another format and representation than x.
+    TARN_STEP(const IEEEFloat::format f = consume_format(in);
+              const IEEEFloat z = consume_value(in, f, consume_repr(in), consume_mode(in));
+              const int which = in.ConsumeIntegralInRange(0, 5);
+              const IEEEFloat& w = in.ConsumeBool() ? y : z; if (which == 0) x += z;
+              if (which == 1) x = x - z; if (which == 2) x *= z;
+              if (which == 3) x = div(x, z, consume_direction(in));
+              if (which == 4) x = fma(x, z, w, consume_direction(in));
+              if (which == 5) answer =
+                  std::to_string((x != z) + 2 * (x > z) + 4 * (x >= w) + 8 * ieee_cmp(z, x))),
 };
 
 #undef TARN_STEP
@@ -180,7 +190,7 @@ inline bool is_library_message(const std::string& message) {
     static const std::regex texts(
         "reached limit on float precision|can't convert (NaN|infinity) to a Number|"
         "can't convert (NaN|Infinity) to float str|bad rounding mode: -?[0-9]+|"
-        "invalid number: \"[\\s\\S]*");
+        "invalid number: \"[\\s\\S]*|value has no format");
     return std::regex_match(message, texts);
 }
 

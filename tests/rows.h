@@ -18,6 +18,7 @@
 #include "tarn/swflt/swflt.h"
 #include "tests/oracle/oracle.h"
 
+#include <algorithm>
 #include <climits>
 #include <functional>
 #include <string>
@@ -634,6 +635,78 @@ inline std::string exponents(const Setting& s, const Operands& in) {
     return right ? "" : "log_b " + std::to_string(got) + flag_mismatch(raised, flags);
 }
 
+// ---- Operands of different formats ------------------------------------------------
+//
+// The second operand is in.b converted to the format in.to, held generically when
+// in.flag is set and else in that format's usual representation; fma's third is
+// in.c in a third format. The reference rounds the exact result into s.format.
+
+/// `bits`, a pattern of s.format, converted to `f`, held generically or in f's
+/// usual representation; `held` receives the pattern the value holds.
+inline IEEEFloat other(const Setting& s, Format f, const mpz_class& bits, bool generic,
+                       mpz_class& held) {
+    const auto repr = generic ? IEEEFloat::REPR_GENERIC : IEEEFloat::get_best_repr(f);
+    const IEEEFloat y = make({f, repr, 0}, oracle::convert(s.ofmt(), bits, to_oracle(f), 0));
+    held = bits_of(y);
+    return y;
+}
+
+/// `op` on x and y (fma: x * y + z, z in a third format) in each direction and
+/// under x's own mode, against the reference.
+template <Operation op, bool fused = false>
+std::string mixed(const Setting& s, const Operands& in) {
+    const Format third{std::max(in.to.exponent_width, 2UL), s.format.mantissa_width};
+    mpz_class b, c;
+    const IEEEFloat x = make(s, in.a), y = other(s, in.to, in.b, in.flag, b),
+                    z = other(s, third, in.c, !in.flag, c);
+    const mpz_class a = bits_of(x);
+    const auto compute = [&](const IEEEFloat& v, int direction) {
+        const auto r = static_cast<tarn::rounding>(direction);
+        if (fused) return direction < 0 ? fma(v, y, z) : fma(v, y, z, r);
+        if (op == Operation::Add) return direction < 0 ? v + y : add(v, y, r);
+        if (op == Operation::Sub) return direction < 0 ? v - y : sub(v, y, r);
+        if (op == Operation::Mul) return direction < 0 ? v * y : mul(v, y, r);
+        return direction < 0 ? v / y : div(v, y, r);
+    };
+    const auto reference = [&](oracle::Format f, int mode, unsigned* flags) {
+        return oracle::mixed(op, f, oracle::convert(s.ofmt(), a, f, mode), to_oracle(in.to), b,
+                             mode, flags, to_oracle(third), fused ? &c : nullptr);
+    };
+    const std::string wrong = directed(
+        in, s, [&](tarn::rounding r) { return compute(x, static_cast<int>(r)); },
+        [&](unsigned* flags) { return reference(s.ofmt(), in.direction, flags); });
+    ROW_EXPECT(wrong.empty(), wrong);
+    IEEEFloat v = x;
+    return check_rounded(
+        s, s, s.word(), true, v, [&](IEEEFloat& w) { w = compute(w, -1); },
+        [&](oracle::Format f, int mode) { return reference(f, mode, nullptr); });
+}
+
+/// ieee_cmp and the six predicates, their results and flags.
+inline std::string mixed_compare(const Setting& s, const Operands& in) {
+    mpz_class b;
+    const IEEEFloat x = make(s, in.a), y = other(s, in.to, in.b, in.flag, b);
+    const mpz_class a = bits_of(x);
+    const int want = oracle::compare_mixed(s.ofmt(), a, to_oracle(in.to), b);
+    const unsigned ordered = want == -2 ? tarn::FLAG_INVALID : 0;
+    const unsigned quiet =
+        oracle::is_signaling(s.ofmt(), a) || oracle::is_signaling(to_oracle(in.to), b) ? ordered
+                                                                                       : 0;
+    int order = 0;
+    bool holds[6];
+    const unsigned raised[] = {
+        flags_of([&] { order = ieee_cmp(x, y), holds[0] = x == y, holds[1] = x != y; }),
+        flags_of([&] { holds[2] = x<y, holds[3] = x <= y, holds[4] = x> y, holds[5] = x >= y; })};
+    const bool wants[] = {want == 0,  want != 0,
+                          want == -1, want == -1 || want == 0,
+                          want == 1,  want == 1 || want == 0};
+    ROW_EXPECT(order == want && std::equal(holds, holds + 6, wants),
+               "ieee_cmp gave " + std::to_string(order) + ", or a predicate disagrees");
+    ROW_EXPECT(raised[0] == quiet && raised[1] == ordered,
+               flag_mismatch(raised[0], quiet) + flag_mismatch(raised[1], ordered));
+    return "";
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -683,6 +756,12 @@ inline const Row table[] = {
     {"remainder", Input::Pair, Operation::Div, true, remainder},
     {"extremes", Input::Pair, Operation::Add, true, extremes},
     {"exponents", Input::Single, Operation::Add, true, exponents, true},
+    {"mixed_add", Input::Pair, Operation::Add, true, mixed<Operation::Add>, true},
+    {"mixed_sub", Input::Pair, Operation::Sub, true, mixed<Operation::Sub>, true},
+    {"mixed_mul", Input::Pair, Operation::Mul, true, mixed<Operation::Mul>, true},
+    {"mixed_div", Input::Pair, Operation::Div, true, mixed<Operation::Div>, true},
+    {"mixed_fma", Input::Triple, Operation::Add, true, mixed<Operation::Add, true>, true},
+    {"mixed_compare", Input::Pair, Operation::Add, false, mixed_compare, true},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];

@@ -5,6 +5,7 @@
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/access.h"
+#include "tarn/ieeefloat/internal/mixed.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/ieeefloat/internal/word_arith.h"
@@ -437,6 +438,14 @@ template <class Held>
     }
 }
 
+/// x := x op y for operands not of one kind, under x's own rounding mode.
+/// Out of line, so that the operators' common path stays one test.
+[[gnu::noinline]] IEEEFloat& mixed_in_place(ArithOp op, IEEEFloat& x, const IEEEFloat& y) {
+    RoundingContext r = RoundingContext::of_mode(x.get_rounding_mode());
+    mixed_arithmetic(static_cast<int>(op), x, y, r, x);
+    return x;
+}
+
 /// x := x op y under x's own rounding mode.
 template <class Held>
 [[gnu::always_inline]] inline void compute_in_mode(ArithOp op, const IEEEFloat& x_value, Held& x,
@@ -448,34 +457,52 @@ template <class Held>
 /// a op b in direction `direction`, as a new value with a's format,
 /// representation and stored rounding mode.
 IEEEFloat directed(ArithOp op, const IEEEFloat& a, const IEEEFloat& b, rounding direction) {
-    IEEEFloat result(a);
     RoundingContext r(direction);
+    if (!same_kind(a, b)) {
+        IEEEFloat mixed;
+        mixed_arithmetic(static_cast<int>(op), a, b, r, mixed);
+        return mixed;
+    }
+    IEEEFloat result(a);
     Access::arithmetic(static_cast<int>(op), result, b, r);
     return result;
 }
 
 } // namespace
 
+void ieeefloat_detail::packed_arithmetic(int op, format f, RoundingContext& r, QNumber& a,
+                                         const QNumber& b) {
+    generic_op(static_cast<ArithOp>(op), f, r, a, b);
+}
+
 void Access::arithmetic(int op, IEEEFloat& x, const IEEEFloat& y, RoundingContext& r) {
     compute_held(static_cast<ArithOp>(op), x.get_repr(), x.get_format(), r, x.value, y.value);
 }
 
 IEEEFloat& IEEEFloat::operator+=(const IEEEFloat& other) {
+    if (__builtin_expect(!same_kind(*this, other), 0))
+        return mixed_in_place(ArithOp::add, *this, other);
     compute_in_mode(ArithOp::add, *this, value, other.value);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator-=(const IEEEFloat& other) {
+    if (__builtin_expect(!same_kind(*this, other), 0))
+        return mixed_in_place(ArithOp::sub, *this, other);
     compute_in_mode(ArithOp::sub, *this, value, other.value);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator*=(const IEEEFloat& other) {
+    if (__builtin_expect(!same_kind(*this, other), 0))
+        return mixed_in_place(ArithOp::mul, *this, other);
     compute_in_mode(ArithOp::mul, *this, value, other.value);
     return *this;
 }
 
 IEEEFloat& IEEEFloat::operator/=(const IEEEFloat& other) {
+    if (__builtin_expect(!same_kind(*this, other), 0))
+        return mixed_in_place(ArithOp::div_compound, *this, other);
     compute_in_mode(ArithOp::div_compound, *this, value, other.value);
     return *this;
 }

@@ -1,14 +1,18 @@
-// Comparison: <, <=, == and ieee_cmp.
+// Comparison: <, <=, ==, !=, >, >= and ieee_cmp.
 //
 // binary32 and binary64 values are compared by the soft-float component.
 // Generic values are compared on their packed integers: for one sign the
 // pattern grows with the magnitude, so after the NaN test only the signs and
-// the pair of zeros need a look before a single integer comparison.
+// the pair of zeros need a look before a single integer comparison. Values of
+// different formats or representations are first widened exactly into one
+// generic format that holds both, and compared there the same way.
 
 #include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/codec.h"
 #include "tarn/ieeefloat/internal/flag_state.h"
 #include "tarn/ieeefloat/internal/held.h"
+#include "tarn/ieeefloat/internal/mixed.h"
 #include "tarn/numbers/bvnumber.h"
 #include "tarn/swflt/swflt.h"
 
@@ -48,6 +52,20 @@ void raise_for_nans(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const
     if (signaling || is_signaling(a, x) || is_signaling(b, y)) raise(FLAG_INVALID);
 }
 
+/// The order of a and b, not of one kind, as packed_order gives it, or -2
+/// when they are unordered, raising invalid as `signaling` says.
+int mixed_order(const IEEEFloat& a, const IEEEFloat& b, bool signaling) {
+    check_has_format(a);
+    check_has_format(b);
+    if (a.is_nan() || b.is_nan()) {
+        raise_for_nans(a, b, Access::held(a), Access::held(b), signaling);
+        return -2;
+    }
+    QNumber x, y;
+    const format w = widen_pair(a, b, x, y);
+    return packed_order(w, x, y);
+}
+
 /// One comparison of a and b, whose held values are `x` and `y`: on words the
 /// soft-float component's predicate, on packed integers the order of the two
 /// values, which `holds` turns into the answer. A NaN operand makes every
@@ -56,6 +74,10 @@ template <class Held, class Holds>
 bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const Held& y,
                   bool signaling, std::uint8_t (*on_float32)(std::uint32_t, std::uint32_t),
                   std::uint8_t (*on_float64)(std::uint64_t, std::uint64_t), Holds holds) {
+    if (!same_kind(a, b)) {
+        const int order = mixed_order(a, b, signaling);
+        return order != -2 && holds(order);
+    }
     bool result;
     switch (a.get_repr()) {
     case IEEEFloat::REPR_FLOAT32:
@@ -96,7 +118,20 @@ bool operator==(const IEEEFloat& a, const IEEEFloat& b) {
                         swflt::float64_eq_signaling, [](int order) { return order == 0; });
 }
 
+bool operator!=(const IEEEFloat& a, const IEEEFloat& b) {
+    return !(a == b);
+}
+
+bool operator>(const IEEEFloat& a, const IEEEFloat& b) {
+    return b < a;
+}
+
+bool operator>=(const IEEEFloat& a, const IEEEFloat& b) {
+    return b <= a;
+}
+
 int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
+    if (!same_kind(a, b)) return mixed_order(a, b, false);
     if (a.is_nan() || b.is_nan()) {
         raise_for_nans(a, b, a.value, b.value, false);
         return -2;

@@ -14,6 +14,7 @@
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/flag_state.h"
+#include "tarn/ieeefloat/internal/mixed.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/ieeefloat/internal/word_arith.h"
@@ -324,6 +325,7 @@ void fma_word_repr(IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z, Roundin
 }
 
 IEEEFloat fused(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c, RoundingContext& r) {
+    if (!same_kind(a, b) || !same_kind(a, c)) return mixed_fma(a, b, c, r);
     IEEEFloat result(a);
     if (a.get_repr() == IEEEFloat::REPR_GENERIC)
         fma_packed(a.get_format(), r, *Access::held(result).packed, *Access::held(b).packed,
@@ -335,6 +337,11 @@ IEEEFloat fused(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c, Roun
 }
 
 } // namespace
+
+void ieeefloat_detail::packed_fma(format f, RoundingContext& r, QNumber& x, const QNumber& y,
+                                  const QNumber& z) {
+    fma_packed(f, r, x, y, z);
+}
 
 IEEEFloat fma(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c) {
     RoundingContext r = RoundingContext::of_mode(a.get_rounding_mode());

@@ -19,8 +19,10 @@
 //
 // Every value carries its own rounding mode. An operation that rounds a value
 // in place uses that value's mode; an operation on two values uses the mode
-// of the first. Both operands of a two-value operation must have the same
-// format and the same representation: nothing checks or converts the second.
+// of the first. The operands of a two- or three-value operation may differ in
+// format and representation: the exact result is rounded once to the first
+// operand's format (see the Arithmetic section), and comparisons compare the
+// exact values, so 1.5 in binary16 equals 1.5 in binary128.
 //
 // Formats are never validated, and no pair of widths makes an operation
 // crash. A format with a single exponent bit has a bias of 0 and no normal
@@ -33,7 +35,8 @@
 // a non-zero value into the format, ...) throws "reached limit on float
 // precision"; the other operations give some pattern of the format. The
 // default value has format (0, 0) held in a binary32 word and is meant only
-// to be assigned to.
+// to be assigned to: every arithmetic operation and comparison with a value
+// of format (0, 0), as operand or target, throws "value has no format".
 #pragma once
 
 #include "tarn/exception/exception.h"
@@ -63,8 +66,19 @@ bool operator<(const IEEEFloat& a, const IEEEFloat& b);
 bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
 /// a == b with the IEEE-754 meaning: a NaN equals nothing, +0 equals -0.
 bool operator==(const IEEEFloat& a, const IEEEFloat& b);
+/// !(a == b): true when either is a NaN.
+bool operator!=(const IEEEFloat& a, const IEEEFloat& b);
+/// b < a: false when either is a NaN.
+bool operator>(const IEEEFloat& a, const IEEEFloat& b);
+/// b <= a: false when either is a NaN.
+bool operator>=(const IEEEFloat& a, const IEEEFloat& b);
 /// Three-way IEEE-754 comparison: -1 when a < b, 1 when b < a, 0 when they are
 /// equal (+0 and -0 included), -2 when they are unordered (a NaN is involved).
+///
+/// Every comparison compares the exact values, whatever the operands' formats
+/// and representations: a binary32 word equals the same value held generically.
+/// <, <=, > and >= raise invalid when either operand is a NaN; ==, != and
+/// ieee_cmp only when one is a signaling NaN (first mantissa bit 0).
 int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b);
 /// x rounded to an integral value of its own format under its own rounding
 /// mode, as round_to_integral rounds (a mode number other than 0 to 3
@@ -338,6 +352,20 @@ public:
 
     // ---- Arithmetic ---------------------------------------------------------
     //
+    // The other operand may have any format and representation. Then its exact
+    // value enters the operation and the result is rounded once to this value's
+    // format, as a result of that format computed from operands of another
+    // (IEEE-754's formatOf operations); the result keeps this value's
+    // representation when it is the natural one for its format (REPR_GENERIC,
+    // or the word of binary32 or binary64), else takes get_best_repr of the
+    // format. A NaN result of such an operation is the NaN that self_nan()
+    // makes in that representation, and a signaling NaN of either format raises
+    // invalid; a quotient is correctly rounded for every mantissa width. A
+    // binary32 or binary64 word result rounds under a mode above 3 to
+    // nearest-even, as word operations do. An operand without exponent bits
+    // throws "reached limit on float precision", one of format (0, 0) "value
+    // has no format".
+    //
     // In the generic representation a NaN operand is the result as it stands
     // (the first operand's if both are NaNs), sign and payload included; NaNs
     // made from non-NaN operands are the library NaN. An exact zero sum is +0,
@@ -349,7 +377,8 @@ public:
     /// this + other, rounded under this value's mode. Addition aligns the two
     /// significands exactly, so the exponent difference it accepts is bounded:
     /// above 2^26 (possible only in formats with more than 26 exponent bits,
-    /// whose values span 2^e binades) it throws "reached limit on float
+    /// whose values span 2^e binades, or with an operand of another format
+    /// with more than 25) it throws "reached limit on float
     /// precision" rather than build integers of gigabytes. Adding a zero never
     /// throws.
     IEEEFloat& operator+=(const IEEEFloat& other);
@@ -503,8 +532,8 @@ private:
 // ---- Value operators ---------------------------------------------------------
 //
 // Each is the compound operator on a copy of the first operand, so the result
-// has the first operand's format, representation and rounding mode, and the
-// two operands must share format and representation as for the compound ones.
+// has the first operand's format, representation and rounding mode; the second
+// may have any format and representation, as for the compound ones.
 
 /// a + b, rounded under a's rounding mode.
 inline IEEEFloat operator+(IEEEFloat a, const IEEEFloat& b) {
@@ -538,10 +567,11 @@ inline IEEEFloat operator-(IEEEFloat a) {
 // Each rounds once in the direction given, whatever the operands' stored
 // modes, and raises its flags (tarn/ieeefloat/flags.h). The result is a new
 // value with the first operand's format, representation and stored rounding
-// mode. They round correctly in every format, mantissa width 1 included (the
-// quotient of div has no exception of operator/='s kind), and binary32 and
-// binary64 words give the same bits and flags as the same values held
-// generically, NaN patterns aside.
+// mode; the other operands may have any format and representation, as for
+// the compound operators (the result's representation follows the same rule,
+// and fma rounds into a's format). They round correctly in every format, mantissa width 1 included
+// (the quotient of div has no exception of operator/='s kind), and binary32 and binary64 words give
+// the same bits and flags as the same values held generically, NaN patterns aside.
 
 /// a + b rounded in direction r.
 IEEEFloat add(const IEEEFloat& a, const IEEEFloat& b, rounding r);

@@ -696,4 +696,54 @@ long log_b(Format fmt, const mpz_class& bits, unsigned* flags) {
     return mpfr_get_exp(Decoded(fmt, bits).v) - 1;
 }
 
+// ---------------------------------------------------------------------------
+// Operands of different formats
+// ---------------------------------------------------------------------------
+
+// MPFR rounds the exact result of operands of any precisions. Rounded toward zero
+// at three bits beyond fa's precision, in the widest range, with the last bit set
+// when inexact (round to odd), it rounds once more into fa exactly as the exact
+// result would, flags included. An exact zero is computed again in the mode's own
+// direction, which alone decides the sign of a zero sum.
+mpz_class mixed(Operation op, Format fa, const mpz_class& a, Format fb, const mpz_class& b,
+                int mode, unsigned* flags, Format fc, const mpz_class* c) {
+    const Decoded x(fa, a), y(fb, b), z(c ? fc : fb, c ? *c : b);
+    const bool nan_operand = mpfr_nan_p(x.v) || mpfr_nan_p(y.v) || (c && mpfr_nan_p(z.v));
+    const bool zero_times_inf =
+        c && !mpfr_nan_p(z.v) &&
+        ((mpfr_zero_p(x.v) && mpfr_inf_p(y.v)) || (mpfr_inf_p(x.v) && mpfr_zero_p(y.v)));
+    unsigned raised = signaling(fa, x.v, a) || signaling(fb, y.v, b) ||
+                              (c && signaling(fc, z.v, *c)) || zero_times_inf
+                          ? FLAG_INVALID
+                          : 0;
+    if (!c && op == Operation::Div && mpfr_zero_p(y.v) && mpfr_regular_p(x.v))
+        raised |= FLAG_DIVBYZERO;
+    Decoded result(fa, 0, 3); // precision m + 4
+    const mpfr_ptr r = result.v;
+    const auto compute = [&](mpfr_rnd_t rnd) {
+        enter_full_range();
+        return c                      ? mpfr_fma(r, x.v, y.v, z.v, rnd)
+               : op == Operation::Add ? mpfr_add(r, x.v, y.v, rnd)
+               : op == Operation::Sub ? mpfr_sub(r, x.v, y.v, rnd)
+               : op == Operation::Mul ? mpfr_mul(r, x.v, y.v, rnd)
+                                      : mpfr_div(r, x.v, y.v, rnd);
+    };
+    if (compute(MPFR_RNDZ) != 0 && mpfr_min_prec(r) <= static_cast<mpfr_prec_t>(fa.m) + 3)
+        nudge_away(r);
+    if (mpfr_zero_p(r)) compute(to_mpfr_rounding(mode));
+    if (mpfr_nan_p(r) && !nan_operand) raised |= FLAG_INVALID;
+    unsigned rounding_flags = 0;
+    mpz_class out;
+    emulator_for(fa).round_to_format(out, r, mode, &rounding_flags);
+    if (flags) *flags = raised | rounding_flags;
+    return out;
+}
+
+int compare_mixed(Format fa, const mpz_class& a, Format fb, const mpz_class& b) {
+    const Decoded x(fa, a), y(fb, b);
+    if (mpfr_nan_p(x.v) || mpfr_nan_p(y.v)) return -2;
+    const int order = mpfr_cmp(x.v, y.v);
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+
 } // namespace oracle

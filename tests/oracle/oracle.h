@@ -375,4 +375,18 @@ mpz_class scale_b(Format fmt, const mpz_class& bits, long n, int mode, unsigned*
 /// floor(log2 |x|); LONG_MIN for zeros and NaNs, LONG_MAX for infinities, with invalid.
 long log_b(Format fmt, const mpz_class& bits, unsigned* flags = nullptr);
 
+// ---------------------------------------------------------------------------
+// Operands of different formats
+// ---------------------------------------------------------------------------
+
+/// `op` (Add to Div) on a of format fa and b of format fb or, when `c` is given (of
+/// format fc), a x b + c: the exact result rounded once into fa under `mode`, with
+/// the flags of Emulator::apply and Emulator::fma, a signaling NaN judged in its
+/// own format.
+mpz_class mixed(Operation op, Format fa, const mpz_class& a, Format fb, const mpz_class& b,
+                int mode, unsigned* flags = nullptr, Format fc = {}, const mpz_class* c = nullptr);
+
+/// compare() of a of format fa and b of format fb: their exact values compared.
+int compare_mixed(Format fa, const mpz_class& a, Format fb, const mpz_class& b);
+
 } // namespace oracle
