@@ -333,19 +333,24 @@ inline std::string to_number(const Setting& s, const Operands& in) {
 }
 
 inline std::string to_float_str(const Setting& s, const Operands& in) {
-    // The reference searches on exact rationals, which grow with the exponent range:
-    // past binary128's it would take seconds.
-    if (s.format.exponent_width > 15) return "";
     const IEEEFloat x = make(s, in.a);
     if (!oracle::is_finite(s.ofmt(), in.a))
         return expect_error([&] { x.to_float_str(); }, oracle::classify(s.ofmt(), in.a) == Kind::NaN
                                                            ? "can't convert NaN to float str"
                                                            : "can't convert Infinity to float str");
-    const std::string got = x.to_float_str(), want = oracle::shortest_decimal(s.ofmt(), in.a);
-    ROW_EXPECT(got == want, "got " + got + " want " + want);
+    const std::string got = x.to_float_str();
+    // The reference searches on exact rationals, which grow with the exponent range:
+    // past binary128's it would take seconds, so wider formats, whose numerals run to
+    // tens of thousands of digits, are checked by reading back alone.
+    const bool referenced = s.format.exponent_width <= 15;
+    if (referenced) {
+        const std::string want = oracle::shortest_decimal(s.ofmt(), in.a);
+        ROW_EXPECT(got == want, "got " + got + " want " + want);
+    }
     const mpz_class read =
         bits_of(IEEEFloat::from_string(got, s.format, IEEEFloat::ROUND_NEAREST_EVEN));
-    ROW_EXPECT(oracle::read_numeral(s.ofmt(), got, oracle::NEAREST_EVEN) == in.a && read == in.a,
+    ROW_EXPECT((!referenced || oracle::read_numeral(s.ofmt(), got, oracle::NEAREST_EVEN) == in.a) &&
+                   read == in.a,
                got + " does not read back: " + oracle::describe(s.ofmt(), read));
     return "";
 }

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <gmp.h>
 #include <gmpxx.h>
@@ -162,11 +163,11 @@ bool parse_numeral(std::string_view text, Numeral& out) {
     return read_exponent(text.substr(end + 1), out.exponent, out.exponent_saturated);
 }
 
-/// The digits of `span` without its point, as GMP reads them.
-void copy_digits(std::string_view span, std::string& out) {
+/// The first `n` digits of `span` without its point, as GMP reads them.
+void copy_digits(std::string_view span, long n, std::string& out) {
     out.clear();
-    for (const char c : span)
-        if (c != '.') out += c;
+    for (std::size_t i = 0; static_cast<long>(out.size()) < n; ++i)
+        if (span[i] != '.') out += span[i];
 }
 
 /// The first `n` digits of `span` (n at most 19 decimal or 16 hexadecimal
@@ -350,6 +351,26 @@ Reach decimal_reach(format f, long count, long k) {
     if (top - 1 >= floor_log10_pow2(overflow) + 2) return Reach::overflow;
     if (-top >= floor_log10_pow2(underflow) + 2) return Reach::underflow;
     return Reach::in_range;
+}
+
+/// How many leading digits of a decimal C * 10^k of `count` digits decide its
+/// rounding into f, the rest mattering only by not being all zeros. Every
+/// boundary that rounding tells values apart by within the binade
+/// [2^E, 2^(E+1)) of the value (the values of f, the midpoints between them,
+/// the thresholds of overflow and of tininess) is a multiple of 2^(E - m - 1),
+/// as are the binade's ends; so for q at or below that, they are multiples of
+/// 10^q when q < 0 and integers otherwise. The numeral cut after the place
+/// p = min(0, q), with a 1 appended, lies strictly between the same two
+/// neighbouring multiples of 10^p as the numeral, with no boundary between
+/// them, and rounds alike, flags included. A long numeral is so read from a
+/// few hundred digits in binary64. Returns `count` when every digit counts.
+long decisive_digits(format f, long count, long k) {
+    if (f.mantissa_width > (1UL << 40)) return count;
+    const long top = k + count; // 10^(top - 1) <= C * 10^k < 10^top
+    // E, from below, with one to spare for the rounding of the product.
+    const auto e = static_cast<long>(std::floor(static_cast<double>(top - 1) * 3.321928094887362));
+    const long place = std::min(0L, e - 1 - static_cast<long>(f.mantissa_width) - 1);
+    return std::min(count, top - place);
 }
 
 /// Where C * 2^k lies, C having `bits` bits: 2^(k + bits - 1) <= C * 2^k < 2^(k + bits).
@@ -742,7 +763,14 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
         throw_error(precision_limit_message);
     } else {
         thread_local std::string digits;
-        copy_digits(significant.span, digits);
+        const long kept =
+            numeral.hex ? significant.count : decisive_digits(f, significant.count, k);
+        copy_digits(significant.span, kept, digits);
+        if (kept < significant.count) {
+            // The last digit is not 0, so neither are those left out.
+            digits += '1';
+            k += significant.count - kept - 1;
+        }
         if (numeral.hex)
             round_hex(f, r, numeral.negative, digits, k, packed);
         else

@@ -6,6 +6,8 @@
 #include "tarn/ieeefloat/internal/decode.h"
 #include "tarn/numbers/bvnumber.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <gmp.h>
 #include <string>
@@ -19,15 +21,9 @@ namespace {
 /// Scratch integers of the digit search, kept per thread so that printing in
 /// a loop stops allocating once the limbs have grown to the largest size met.
 struct DecimalScratch {
-    mpz_t significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den, probe;
-    DecimalScratch() {
-        mpz_inits(significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den,
-                  probe, nullptr);
-    }
-    ~DecimalScratch() {
-        mpz_clears(significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den,
-                   probe, nullptr);
-    }
+    mpz_t significand, num, den, unit, quot, rem, bound;
+    DecimalScratch() { mpz_inits(significand, num, den, unit, quot, rem, bound, nullptr); }
+    ~DecimalScratch() { mpz_clears(significand, num, den, unit, quot, rem, bound, nullptr); }
     DecimalScratch(const DecimalScratch&) = delete;
     DecimalScratch& operator=(const DecimalScratch&) = delete;
 };
@@ -37,6 +33,31 @@ DecimalScratch& decimal_scratch() {
     return scratch;
 }
 
+/// The largest t <= `limit` for which the last t digits of `quot` (digits
+/// before its first counting as zeros), read as an integer q_t, pass:
+/// q_t <= `bound` when `from_zero`, otherwise 10^t - q_t <= `bound`. Both
+/// sides grow with t, so the first t that fails ends the run; -1 when t = 0
+/// already fails. The bound is small, so past its first digit or two only a
+/// run of zeros (or of nines) keeps the count going: one pass over them.
+long trailing_run(const std::string& quot, unsigned long bound, bool from_zero, long limit) {
+    const long n = static_cast<long>(quot.size());
+    unsigned long value = from_zero ? 0 : 1;
+    if (value > bound) return -1;
+    unsigned long power = 1; // 10^t, no longer tracked once above the bound
+    long t = 0;
+    for (; t < limit; ++t) {
+        // The digit d at 10^t adds d * 10^t to q_t and (9 - d) * 10^t to 10^t - q_t.
+        const int digit = t < n ? quot[static_cast<std::size_t>(n - 1 - t)] - '0' : 0;
+        const auto step = static_cast<unsigned long>(from_zero ? digit : 9 - digit);
+        if (step != 0) {
+            if (power > bound || step * power > bound - value) break;
+            value += step * power;
+        }
+        if (power <= bound) power *= 10;
+    }
+    return t;
+}
+
 /// Writes the shortest decimal C * 10^j that lies strictly inside the
 /// rounding interval of X = significand * 2^k: the open interval between the
 /// midpoints to X's neighbours, X + 2^k above and X - 2^k below (X - 2^(k-1)
@@ -44,15 +65,20 @@ DecimalScratch& decimal_scratch() {
 /// length, the nearer wins and an exact tie keeps the lower one. C goes to
 /// `digits` in decimal; j is returned.
 ///
-/// Rather than producing one digit at a time, the search starts at a weight
-/// 10^j0 certainly fine enough (10^j0 <= 2^(k-1), narrower than the interval,
-/// so the interval holds a multiple of it) and coarsens the weight while the
-/// interval still holds a multiple of 10^(j0+t). Holding a multiple of a power
-/// of ten implies holding one of every finer power, so the first weight that
-/// fails ends the search. A single exact division at j0 serves every weight:
-/// the low decimal digits of its quotient give the remainder at each one.
-/// For binary64 this is a handful of operations on integers of at most
-/// about 1100 bits, instead of a rational digit loop.
+/// The search starts at a weight 10^j0 certainly fine enough (10^j0 <=
+/// 2^(k-1), narrower than the interval, so the interval holds a multiple of
+/// it) and coarsens the weight while the interval still holds a multiple of
+/// 10^(j0+t). Holding a multiple of a power of ten implies holding one of
+/// every finer power, so the first weight that fails ends the search. A
+/// single exact division at j0 serves every weight: the multiples of
+/// 10^(j0+t) either side of X are the quotient with its last t digits cut
+/// off, or that plus one, and how far X lies from them depends on those t
+/// digits alone. Since the interval is only a few units of 10^j0 wide, the
+/// nearer multiple stays inside only while those digits are a small number
+/// (below X) or a small distance from 10^t (above X), which one scan from
+/// the end of the quotient's decimal text settles. The cost is that of the
+/// division and of GMP's conversion to decimal, both subquadratic, so a
+/// value of a million digits prints in well under a second.
 long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
     DecimalScratch& s = decimal_scratch();
     const long j0 = floor_log10_pow2(k - 1);
@@ -66,56 +92,76 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
     mpz_mul(s.num, s.unit, significand);
     mpz_ui_pow_ui(s.den, 5, static_cast<unsigned long>(fives < 0 ? -fives : 0));
     if (twos < 0) mpz_mul_2exp(s.den, s.den, static_cast<mp_bitcnt_t>(-twos));
-    mpz_fdiv_qr(s.quot, s.rem, s.num, s.den);
-
-    // At the weight 10^(j0+t), with lower the multiple at or below X and upper
-    // the next one: below = (X - lower) * den / 10^j0 and
-    // above = (upper - X) * den / 10^j0. The interval reaches unit/2 above X
-    // and unit/2 (unit/4 when finer_below) below it, both ends excluded.
-    const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
-    auto inside_below = [&](mpz_srcptr below) {
-        mpz_mul_2exp(s.probe, below, below_shift);
-        return mpz_cmp(s.probe, s.unit) < 0;
-    };
-    auto inside_above = [&](mpz_srcptr above) {
-        mpz_mul_2exp(s.probe, above, 1);
-        return mpz_cmp(s.probe, s.unit) < 0;
-    };
-    mpz_set(s.below, s.rem);
-    mpz_sub(s.above, s.den, s.rem);
-    bool lower_ok = inside_below(s.below);
-    bool upper_ok = inside_above(s.above);
-    long t = 0;
-    mpz_set_ui(s.power, 1);
-    mpz_set(s.scaled_den, s.den);
-    for (;;) {
-        mpz_mul_ui(s.power, s.power, 10);
-        mpz_mul_ui(s.scaled_den, s.scaled_den, 10);
-        mpz_tdiv_r(s.tail, s.quot, s.power);
-        mpz_mul(s.tail, s.tail, s.den);
-        mpz_add(s.tail, s.tail, s.rem);
-        const bool next_lower_ok = inside_below(s.tail);
-        mpz_sub(s.above, s.scaled_den, s.tail);
-        const bool next_upper_ok = inside_above(s.above);
-        if (!next_lower_ok && !next_upper_ok) break;
-        ++t;
-        lower_ok = next_lower_ok;
-        upper_ok = next_upper_ok;
-        mpz_swap(s.below, s.tail);
+    if (fives >= 0 && twos < 0) {
+        // For k < -1, bits finer than 1/2, den is 2^(j0 - k) alone: a shift
+        // rather than a long division.
+        mpz_fdiv_q_2exp(s.quot, s.num, static_cast<mp_bitcnt_t>(-twos));
+        mpz_fdiv_r_2exp(s.rem, s.num, static_cast<mp_bitcnt_t>(-twos));
+    } else {
+        mpz_fdiv_qr(s.quot, s.rem, s.num, s.den);
     }
-    // `above` was overwritten by the failed probe; rebuild it for the choice.
-    mpz_divexact_ui(s.scaled_den, s.scaled_den, 10);
-    mpz_sub(s.above, s.scaled_den, s.below);
-    if (t > 0) {
-        mpz_divexact_ui(s.power, s.power, 10);
-        mpz_fdiv_q(s.quot, s.quot, s.power);
-    }
-    const bool take_upper = upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0);
-    if (take_upper) mpz_add_ui(s.quot, s.quot, 1);
-
     digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
     mpz_get_str(&digits[0], 10, s.quot);
     digits.resize(std::char_traits<char>::length(digits.c_str()));
+
+    // With q_t the last t digits of the quotient, the multiple below X at the
+    // weight 10^(j0+t) lies (q_t * den + rem) / den units of 10^j0 below it and
+    // the one above (10^t * den - q_t * den - rem) / den units above it. The
+    // interval reaches unit / 2 above X and unit / 2 (unit / 4 when
+    // finer_below) below it, both ends excluded, so the lower multiple is
+    // inside while q_t is at most one bound and the upper one while 10^t - q_t
+    // is at most another: bounds of a few units, as unit / den = 2^k / 10^j0
+    // is below 20.
+    const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
+    long lower_run = -1;
+    mpz_mul_2exp(s.bound, s.rem, below_shift);
+    mpz_sub(s.bound, s.unit, s.bound);
+    if (mpz_sgn(s.bound) > 0) {
+        mpz_sub_ui(s.bound, s.bound, 1);
+        mpz_fdiv_q_2exp(s.bound, s.bound, below_shift);
+        mpz_fdiv_q(s.bound, s.bound, s.den);
+        // The interval lies above 0, so the run ends within the quotient.
+        lower_run =
+            trailing_run(digits, mpz_get_ui(s.bound), true, static_cast<long>(digits.size()));
+    }
+    mpz_mul_2exp(s.bound, s.rem, 1);
+    mpz_add(s.bound, s.bound, s.unit);
+    mpz_sub_ui(s.bound, s.bound, 1);
+    mpz_fdiv_q_2exp(s.bound, s.bound, 1);
+    mpz_fdiv_q(s.bound, s.bound, s.den);
+    const long upper_run = trailing_run(digits, mpz_get_ui(s.bound), false, LONG_MAX);
+
+    const long t = std::max(0L, std::max(lower_run, upper_run));
+    const bool lower_ok = lower_run >= t, upper_ok = upper_run >= t;
+    bool take_upper = upper_ok;
+    if (lower_ok && upper_ok) {
+        // Both inside makes 10^t at most the sum of the bounds, so q_t and
+        // 10^t fit words. The upper multiple is nearer when
+        // 10^t * den - below < below, below = q_t * den + rem.
+        long power = 1, q_t = 0;
+        for (long i = 0; i < t; ++i, power *= 10) {
+            const auto at = static_cast<long>(digits.size()) - 1 - i;
+            q_t += (at >= 0 ? digits[static_cast<std::size_t>(at)] - '0' : 0) * power;
+        }
+        mpz_mul_si(s.bound, s.den, power - 2 * q_t);
+        mpz_mul_2exp(s.num, s.rem, 1);
+        take_upper = mpz_cmp(s.bound, s.num) < 0;
+    }
+    // C is the quotient without its last t digits, plus one for the upper
+    // multiple: the carry runs through the nines at the end.
+    digits.resize(digits.size() > static_cast<std::size_t>(t)
+                      ? digits.size() - static_cast<std::size_t>(t)
+                      : 0);
+    if (take_upper) {
+        std::size_t i = digits.size();
+        while (i > 0 && digits[i - 1] == '9')
+            digits[--i] = '0';
+        if (i > 0)
+            ++digits[i - 1];
+        else
+            digits.insert(digits.begin(), '1');
+    }
+    if (digits.empty()) digits = "0";
     return j0 + t;
 }
 
