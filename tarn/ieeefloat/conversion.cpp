@@ -213,6 +213,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
 
 IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, RoundingContext& r) {
     constexpr IEEEFloat::Repr REPR_GENERIC = IEEEFloat::REPR_GENERIC;
+    check_widths(f);
     if (q.is_integer()) {
         // The integer N is N * 2^(m - m): significand N, exponent m. Beyond a
         // word, its factor of two goes into the exponent, so that an integer
@@ -317,6 +318,7 @@ IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding direction) {
 
 void Access::convert(IEEEFloat& x, format new_fmt, RoundingContext& r) {
     if (new_fmt == x.fmt) return;
+    check_widths(new_fmt);
     const IEEEFloat::Repr repr = x.get_repr();
     auto& value = x.value;
     if (repr == IEEEFloat::REPR_FLOAT32 && new_fmt == binary64_format) {

@@ -22,7 +22,19 @@
 // of the first. Both operands of a two-value operation must have the same
 // format and the same representation: nothing checks or converts the second.
 //
-// Formats are never validated, and no pair of widths makes an operation
+// Limits. A format is served when e + m is at most IEEEFloat::max_width
+// (2^26): every operation on such a format gives its value or throws one of
+// the library's errors, within seconds and a few hundred MiB at the bound (in
+// (11, 2^26 - 11) a division takes about 2 s, to_float_str about 5 s, and no
+// operation needs more than 250 MiB). Wider formats are refused wherever a
+// value of them comes into being (the constructors, from_bits, max_value,
+// from_number, from_rational, from_double, from_float, from_string,
+// set_format, convert, from_int64, from_uint64) with "reached limit on float
+// precision", so no value of one ever exists. Within the bound, exact work
+// whose size follows the exponent rather than the widths is bounded too:
+// addition's alignment and to_number's integers at 2^26 bits (see +=, to_number).
+//
+// Formats are otherwise not validated, and no pair of widths makes an operation
 // crash. A format with a single exponent bit has a bias of 0 and no normal
 // values (its zeros, subnormals, infinities and NaNs are computed like any
 // other format's); a mantissa width of 0 makes the library NaN pattern
@@ -143,7 +155,15 @@ public:
         friend constexpr bool operator!=(format a, format b) { return !(a == b); }
     };
 
-    /// How a value is held. The numbers are part of the interface.
+    /// The largest e + m of a format the library serves: wider formats throw
+    /// "reached limit on float precision" wherever a value of them would be
+    /// made. A pattern of 2^26 bits is 8 MiB, and the exact products and
+    /// quotients of two of them stay within a few times that.
+    static constexpr unsigned long max_width = 1UL << 26;
+
+    /// How a value is held. The numbers are part of the interface: any other
+    /// number given to a constructor or to self_specialize_repr throws
+    /// "bad representation: N".
     enum Repr : int {
         REPR_FLOAT32 = 0, ///< a binary32 word
         REPR_FLOAT64 = 1, ///< a binary64 word
@@ -182,7 +202,8 @@ public:
     IEEEFloat(format fmt, rounding_mode mode);
     /// +0 of `fmt` held in `repr`, rounding with `mode`. The pairing is not
     /// checked: a word representation with another format computes on the
-    /// word's own widths.
+    /// word's own widths. A `repr` outside the three throws "bad
+    /// representation: N"; a format wider than max_width, the precision limit.
     IEEEFloat(format fmt, Repr repr, rounding_mode mode);
     /// Deep copy.
     IEEEFloat(const IEEEFloat& other);
@@ -202,7 +223,8 @@ public:
     /// The value of `fmt` whose packed integer is `bits` (used as given: no
     /// range test, no masking), with ROUND_NEAREST_EVEN, in get_best_repr(fmt).
     /// Every NaN pattern becomes the library NaN: sign 1, exponent field all
-    /// ones, mantissa field 1.
+    /// ones, mantissa field 1. Throws the precision limit for a format wider
+    /// than max_width, as every function that makes a value does.
     static IEEEFloat from_bits(const QNumber& bits, format fmt);
     /// The packed integer of the value, in every representation; never negative.
     QNumber get_bits() const;
@@ -216,7 +238,9 @@ public:
     /// Moves the value into `target`. A generic value goes to a binary32 or
     /// binary64 word by keeping the low 32 or 64 bits of its packed integer; a
     /// word goes to REPR_GENERIC as the packed integer of the same bits, so the
-    /// generic algorithms can be run on binary32 and binary64 values.
+    /// generic algorithms can be run on binary32 and binary64 values. A
+    /// `target` outside the three throws "bad representation: N" and leaves
+    /// the value as it was.
     void self_specialize_repr(Repr target);
 
     /// The value's format.

@@ -6,6 +6,7 @@
 #include "tarn/ieeefloat/internal/decode.h"
 #include "tarn/numbers/bvnumber.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <gmp.h>
 #include <ostream>
@@ -20,14 +21,14 @@ namespace {
 /// Scratch integers of the digit search, kept per thread so that printing in
 /// a loop stops allocating once the limbs have grown to the largest size met.
 struct DecimalScratch {
-    mpz_t significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den, probe;
+    mpz_t significand, num, den, unit, quot, rem, power, below, above, tail, probe;
     DecimalScratch() {
-        mpz_inits(significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den,
-                  probe, nullptr);
+        mpz_inits(significand, num, den, unit, quot, rem, power, below, above, tail, probe,
+                  nullptr);
     }
     ~DecimalScratch() {
-        mpz_clears(significand, num, den, unit, quot, rem, power, below, above, tail, scaled_den,
-                   probe, nullptr);
+        mpz_clears(significand, num, den, unit, quot, rem, power, below, above, tail, probe,
+                   nullptr);
     }
     DecimalScratch(const DecimalScratch&) = delete;
     DecimalScratch& operator=(const DecimalScratch&) = delete;
@@ -49,11 +50,13 @@ DecimalScratch& decimal_scratch() {
 /// 10^j0 certainly fine enough (10^j0 <= 2^(k-1), narrower than the interval,
 /// so the interval holds a multiple of it) and coarsens the weight while the
 /// interval still holds a multiple of 10^(j0+t). Holding a multiple of a power
-/// of ten implies holding one of every finer power, so the first weight that
-/// fails ends the search. A single exact division at j0 serves every weight:
-/// the low decimal digits of its quotient give the remainder at each one.
+/// of ten implies holding one of every finer power, so the coarsest weight
+/// that holds one is the answer. A single exact division at j0 serves every
+/// weight: the low decimal digits of its quotient give the remainder at each
+/// one, and since the interval spans fewer than 20 units of 10^j0, the
+/// coarsest weight follows from the trailing decimal zeros of two integers.
 /// For binary64 this is a handful of operations on integers of at most
-/// about 1100 bits, instead of a rational digit loop.
+/// about 1100 bits, and a format of millions of bits costs a few divisions.
 long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
     DecimalScratch& s = decimal_scratch();
     const long j0 = floor_log10_pow2(k - 1);
@@ -86,33 +89,55 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
     mpz_sub(s.above, s.den, s.rem);
     bool lower_ok = inside_below(s.below);
     bool upper_ok = inside_above(s.above);
-    long t = 0;
-    mpz_set_ui(s.power, 1);
-    mpz_set(s.scaled_den, s.den);
-    for (;;) {
-        mpz_mul_ui(s.power, s.power, 10);
-        mpz_mul_ui(s.scaled_den, s.scaled_den, 10);
-        mpz_tdiv_r(s.tail, s.quot, s.power);
-        mpz_mul(s.tail, s.tail, s.den);
-        mpz_add(s.tail, s.tail, s.rem);
-        const bool next_lower_ok = inside_below(s.tail);
-        mpz_sub(s.above, s.scaled_den, s.tail);
-        const bool next_upper_ok = inside_above(s.above);
-        if (!next_lower_ok && !next_upper_ok) break;
-        ++t;
-        lower_ok = next_lower_ok;
-        upper_ok = next_upper_ok;
-        mpz_swap(s.below, s.tail);
-    }
-    // `above` was overwritten by the failed probe; rebuild it for the choice.
-    mpz_divexact_ui(s.scaled_den, s.scaled_den, 10);
-    mpz_sub(s.above, s.scaled_den, s.below);
+
+    // Coarser weights, without a step per digit (a value such as 1 in a format
+    // of a million mantissa bits would take hundreds of thousands of them).
+    // unit / den = 2^k / 10^j0 lies in [2, 20), so at a weight 10^t with t >= 1
+    // the multiple below X is inside only when quot mod 10^t is below 10, that
+    // is the last digit d0 of quot; and the multiple above only when
+    // 10^t - (quot mod 10^t) is at most 10, that is 10 - d0 (10 for d0 = 0).
+    // Either way the distance to X no longer depends on t, and the weights
+    // that qualify are those up to the decimal valuation of quot - d0, or of
+    // quot + (10 - d0): the largest t is found from two valuations.
+    const unsigned long d0 = mpz_fdiv_ui(s.quot, 10), up = 10 - d0;
+    mpz_mul_ui(s.below, s.den, d0);
+    mpz_add(s.below, s.below, s.rem);
+    mpz_mul_ui(s.above, s.den, up);
+    mpz_sub(s.above, s.above, s.rem);
+    const bool coarse_lower_ok = inside_below(s.below), coarse_upper_ok = inside_above(s.above);
+    // The power of ten dividing quot - d0 (lower) or quot + up (upper).
+    auto decimal_valuation = [&](bool upper) {
+        if (upper)
+            mpz_add_ui(s.tail, s.quot, up);
+        else
+            mpz_sub_ui(s.tail, s.quot, d0);
+        if (mpz_sgn(s.tail) == 0) return 0L; // quot < 10: no coarser multiple is positive
+        const mp_bitcnt_t twos = mpz_scan1(s.tail, 0);
+        mpz_tdiv_q_2exp(s.tail, s.tail, twos);
+        mpz_set_ui(s.power, 5);
+        const auto fives = static_cast<long>(mpz_remove(s.probe, s.tail, s.power));
+        return std::min(static_cast<long>(twos), fives);
+    };
+    const long t_lower = coarse_lower_ok ? decimal_valuation(false) : 0;
+    const long t_upper = coarse_upper_ok ? decimal_valuation(true) : 0;
+    const long t = std::max(t_lower, t_upper);
     if (t > 0) {
-        mpz_divexact_ui(s.power, s.power, 10);
-        mpz_fdiv_q(s.quot, s.quot, s.power);
+        lower_ok = t <= t_lower;
+        upper_ok = t <= t_upper;
+        // The candidate below is quot - d0 and the one above quot + up, each
+        // an exact multiple of 10^t when it qualifies.
+        const bool take_upper = upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0);
+        if (take_upper)
+            mpz_add_ui(s.quot, s.quot, up);
+        else
+            mpz_sub_ui(s.quot, s.quot, d0);
+        mpz_ui_pow_ui(s.power, 10, static_cast<unsigned long>(t));
+        mpz_divexact(s.quot, s.quot, s.power);
+    } else {
+        mpz_set(s.below, s.rem);
+        mpz_sub(s.above, s.den, s.rem);
+        if (upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0)) mpz_add_ui(s.quot, s.quot, 1);
     }
-    const bool take_upper = upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0);
-    if (take_upper) mpz_add_ui(s.quot, s.quot, 1);
 
     digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
     mpz_get_str(&digits[0], 10, s.quot);
