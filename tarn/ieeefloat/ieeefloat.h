@@ -290,8 +290,25 @@ public:
     /// not the nearer 2.75: 8/3 first becomes 2.625, a tie in (4, 3). When N
     /// and D have at most m bits and the result is normal, only the first
     /// rounding can be inexact. Throws "bad rounding mode: N" for a mode above
-    /// 3 when a rounding is inexact.
+    /// 3 when a rounding is inexact. For the correctly rounded value, use
+    /// from_rational.
     static IEEEFloat from_number(const QNumber& q, format fmt, rounding_mode mode);
+    /// `q` correctly rounded once to `fmt` under `mode`, in get_best_repr(fmt),
+    /// raising inexact, underflow and overflow: from_rational(8/3, (4, 3)) is
+    /// 2.75. The work is one division to m + 2 bits, so it stays near-linear
+    /// in the size of q whatever the format. Throws "bad rounding mode: N" for
+    /// a mode above 3 when the result is inexact.
+    static IEEEFloat from_rational(const QNumber& q, format fmt, rounding_mode mode);
+    /// `d` rounded to `fmt` under `mode`, in get_best_repr(fmt), raising the
+    /// flags of convert; infinities and zeros keep their sign and subnormals
+    /// of either side are exact inputs and correctly rounded outputs. To
+    /// binary64 it is the identity on bits, NaN payloads included. A NaN
+    /// into any other format becomes the NaN self_nan() makes there with the
+    /// sign of `d` (payloads have no common meaning between formats), and a
+    /// signaling one raises invalid.
+    static IEEEFloat from_double(double d, format fmt, rounding_mode mode);
+    /// As from_double, from a float; the identity on bits to binary32.
+    static IEEEFloat from_float(float v, format fmt, rounding_mode mode);
     /// Converts the value in place to `new_fmt`, rounding under its own mode;
     /// the result is held in get_best_repr(new_fmt). NaNs become the library
     /// NaN of the new format (the soft-float NaN between binary32 and binary64
@@ -389,6 +406,14 @@ public:
     /// limit on float precision" instead; every value of a format with up to
     /// 26 exponent bits is below that bound.
     QNumber to_number() const;
+    /// The value rounded to binary64 under its own mode, raising the flags of
+    /// convert (overflow to an infinity, underflow into binary64's
+    /// subnormals, inexact). A NaN gives the quiet NaN of its sign, without
+    /// its payload, raising invalid when signaling. Throws "bad rounding
+    /// mode: N" for a mode above 3 when the result is inexact.
+    double to_double() const;
+    /// As to_double, rounded to binary32.
+    float to_float() const;
     /// The value rounded to an integer under its own mode; 0 for zeros, NaNs
     /// and infinities, the last two raising invalid. A mode number other than
     /// 0 to 3 rounds toward zero and is not an error here. A non-zero `width`
