@@ -24,15 +24,17 @@
 //
 // Limits. A format is served when e + m is at most IEEEFloat::max_width
 // (2^26): every operation on such a format gives its value or throws one of
-// the library's errors, within seconds and a few hundred MiB at the bound (in
-// (11, 2^26 - 11) a division takes about 2 s, to_float_str about 5 s, and no
-// operation needs more than 250 MiB). Wider formats are refused wherever a
-// value of them comes into being (the constructors, from_bits, max_value,
-// from_number, from_rational, from_double, from_float, from_string,
-// set_format, convert, from_int64, from_uint64) with "reached limit on float
-// precision", so no value of one ever exists. Within the bound, exact work
-// whose size follows the exponent rather than the widths is bounded too:
-// addition's alignment and to_number's integers at 2^26 bits (see +=, to_number).
+// the library's errors, within seconds and a few hundred MiB at the bound. In
+// (11, 2^26 - 11) a product takes about 0.5 s, a quotient 2 s, a square root
+// 1 s, to_float_str 5 to 15 s; in (2^26 - 1, 1) to_hex_str of the largest
+// value, whose exponent has 20 million digits, about 10 s; none needs more
+// than 250 MiB. Wider formats are refused wherever a value of them would
+// come into being (the constructors, from_bits, max_value, from_number,
+// from_rational, from_double, from_float, from_string, set_format, convert,
+// from_int64, from_uint64) with "reached limit on float precision", so no
+// value of one ever exists. Within the bound, exact work whose size follows
+// the exponent rather than the widths is bounded too: addition's alignment
+// and to_number's integers at 2^26 bits (see +=, to_number).
 //
 // Formats are otherwise not validated, and no pair of widths makes an operation
 // crash. A format with a single exponent bit has a bias of 0 and no normal
