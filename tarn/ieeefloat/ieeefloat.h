@@ -292,8 +292,9 @@ public:
     /// not the nearer 2.75: 8/3 first becomes 2.625, a tie in (4, 3). When N
     /// and D have at most m bits and the result is normal, only the first
     /// rounding can be inexact. Throws "bad rounding mode: N" for a mode above
-    /// 3 when a rounding is inexact. For the correctly rounded value, use
-    /// from_rational.
+    /// 3 when a rounding is inexact; and the precision limit when N or D has
+    /// so many bits that the first rounding's format would pass max_width.
+    /// For the correctly rounded value, without that limit, use from_rational.
     static IEEEFloat from_number(const QNumber& q, format fmt, rounding_mode mode);
     /// `q` correctly rounded once to `fmt` under `mode`, in get_best_repr(fmt),
     /// raising inexact, underflow and overflow: from_rational(8/3, (4, 3)) is
