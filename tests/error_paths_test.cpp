@@ -7,6 +7,7 @@
 #include "tests/robustness.h"
 #include "tests/testing.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <ostream>
 
@@ -116,6 +117,39 @@ TEST(ErrorPath, TheCounterSeesALeak) {
     EXPECT_GT(tarn_testing::blocks_left_by([&] { leaked = new mpz_class(mpz_class(1) << 4096); }),
               0);
     delete leaked;
+}
+
+// Formats past max_width are refused wherever a value of them would be made,
+// before anything is allocated (2^40 bits once aborted inside GMP); so is a
+// representation number outside the three. At the bound itself values are served.
+TEST(Limits, WideFormatsAndBadRepresentationsAreRefused) {
+    constexpr unsigned long w = IEEEFloat::max_width;
+    const IEEEFloat one = IEEEFloat::from_number(1, single, {});
+    const auto up = tarn::rounding::upward;
+    for (const Format f : {Format{11, 1UL << 40}, Format{1000, 1UL << 32}, Format{1UL << 40, 2},
+                           Format{20, w - 19}, Format{~0UL, 2}}) {
+        const std::function<void()> makers[] = {
+            [&] { IEEEFloat(f, {}); },
+            [&] { IEEEFloat::from_bits(1, f); },
+            [&] { IEEEFloat::max_value(f); },
+            [&] { IEEEFloat::from_number(QNumber(1, 3), f, {}); },
+            [&] { IEEEFloat::from_rational(QNumber(1, 3), f, {}); },
+            [&] { IEEEFloat::from_string("1.5", f, {}); },
+            [&] { IEEEFloat::from_double(0.1, f, {}); },
+            [&] { convert(one, f, up); },
+            [&] { tarn::from_int64(1, f, up); },
+            [&] { IEEEFloat(one).set_format(f); },
+        };
+        for (const auto& make : makers)
+            EXPECT_EQ(tarn_testing::error_of(make), limit) << f.exponent_width;
+    }
+    EXPECT_EQ(tarn_testing::error_of([] { IEEEFloat(half, IEEEFloat::Repr(3), {}); }),
+              "bad representation: 3");
+    IEEEFloat x = one;
+    EXPECT_EQ(tarn_testing::error_of([&] { x.self_specialize_repr(IEEEFloat::Repr(-1)); }),
+              "bad representation: -1");
+    EXPECT_EQ(describe(x), describe(one));
+    EXPECT_EQ(IEEEFloat::from_string("1.5", {11, w - 11}, {}).to_hex_str(), "0x1.8p+0");
 }
 
 // Without exponent bits only safety is promised: every operation, in every

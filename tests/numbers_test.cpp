@@ -33,6 +33,27 @@ TEST(Numbers, TheLowestWordIsNeverSmall) {
     }
 }
 
+// Every integer type and double converts exactly, small exactly when a word holds it.
+TEST(Numbers, NativeConstructorsAreExact) {
+    const std::tuple<QNumber, std::string, bool> cases[] = {
+        {QNumber(9223372036854775808ULL), "9223372036854775808", true},
+        {QNumber(UINT64_MAX), "18446744073709551615", true},
+        {QNumber(static_cast<long long>(INT64_MIN)), "-9223372036854775808", true},
+        {QNumber(INT64_MAX), "9223372036854775807", false},
+        {QNumber(4294967295U), "4294967295", false},
+        {QNumber(-0.75), "-3/4", false},
+        {QNumber(0.1f), "13421773/134217728", false},
+        {QNumber(-0x1p62), "-4611686018427387904", false},
+        {QNumber(0x1p63), "9223372036854775808", true},
+        {QNumber(5e-324), "1/" + mpz_class(mpz_class(1) << 1074).get_str(), true},
+    };
+    for (const auto& [value, text, big] : cases) {
+        EXPECT_EQ(value.to_mpq().get_str(), text);
+        EXPECT_EQ(value.is_big(), big) << text;
+    }
+    EXPECT_THROW(QNumber(std::nan("")), std::domain_error);
+}
+
 // The operands of the random cases never have a zero denominator, nor a
 // negative value for the two-word access.
 TEST(Numbers, ZeroDenominatorsAndNegativeWords) {

@@ -20,6 +20,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
+#include <cstring>
 #include <functional>
 #include <string>
 
@@ -712,6 +714,71 @@ inline std::string mixed_compare(const Setting& s, const Operands& in) {
     return "";
 }
 
+// ---- Exact bridges: from_rational and the native types --------------------------
+
+inline std::string from_rational(const Setting& s, const Operands& in) {
+    return made(
+        s, false,
+        [&](auto mode) { return IEEEFloat::from_rational(QNumber(in.q), s.format, mode); },
+        [&](oracle::Format f, int mode) { return oracle::from_rational(in.q, f, mode); },
+        [&] {
+            unsigned flags = 0;
+            oracle::from_rational(in.q, s.ofmt(), s.mode, &flags);
+            return flags;
+        });
+}
+
+/// to_double and to_float of the operand, and from_double and from_float of its
+/// low 64 and 32 bits read as native words, against MPFR's conversions, and for
+/// binary32 and binary64 against the host's casts, which round to nearest.
+inline std::string natives(const Setting& s, const Operands& in) {
+    if (!s.valid_mode()) return "";
+    const auto mode = static_cast<IEEEFloat::rounding_mode>(s.mode);
+    const IEEEFloat x = make(s, in.a);
+    const oracle::Format b32{8, 23}, b64{11, 52};
+    const std::uint64_t low = oracle::to_word(in.a & ((mpz_class(1) << 64) - 1));
+    double d, out64;
+    float f, out32;
+    std::memcpy(&d, &low, 8);
+    std::memcpy(&f, &low, 4);
+    std::uint64_t got64 = 0;
+    std::uint32_t got32 = 0;
+    IEEEFloat from64, from32;
+    const unsigned raised[] = {
+        flags_of([&] { out64 = x.to_double(); }), flags_of([&] { out32 = x.to_float(); }),
+        flags_of([&] { from64 = IEEEFloat::from_double(d, s.format, mode); }),
+        flags_of([&] { from32 = IEEEFloat::from_float(f, s.format, mode); })};
+    std::memcpy(&got64, &out64, 8);
+    std::memcpy(&got32, &out32, 4);
+    const bool nan_source[] = {x.is_nan(), x.is_nan(), std::isnan(d), std::isnan(f)};
+    const mpz_class got[] = {mpz_class(got64), mpz_class(got32), bits_of(from64), bits_of(from32)};
+    const oracle::Format fmts[] = {b64, b32, s.ofmt(), s.ofmt()};
+    unsigned want_flags[4] = {};
+    const mpz_class want[] = {
+        oracle::convert(s.ofmt(), bits_of(x), b64, s.mode, &want_flags[0]),
+        oracle::convert(s.ofmt(), bits_of(x), b32, s.mode, &want_flags[1]),
+        oracle::convert(b64, mpz_class(low), s.ofmt(), s.mode, &want_flags[2]),
+        oracle::convert(b32, mpz_class(low & 0xffffffffU), s.ofmt(), s.mode, &want_flags[3])};
+    static const char* const names[] = {"to_double", "to_float", "from_double", "from_float"};
+    for (int k = 0; k < 4; ++k) {
+        // A NaN keeps its sign; the payload is kept only bit for bit into the same format.
+        const bool sign_ok =
+            !nan_source[k] || oracle::sign_of(fmts[k], got[k]) == (k < 2    ? x.get_sign()
+                                                                   : k == 2 ? std::signbit(d)
+                                                                            : std::signbit(f));
+        ROW_EXPECT(oracle::same_result(fmts[k], got[k], want[k]) && sign_ok,
+                   std::string(names[k]) + mismatch(fmts[k], got[k], want[k]));
+        ROW_EXPECT(raised[k] == want_flags[k],
+                   std::string(names[k]) + flag_mismatch(raised[k], want_flags[k]));
+    }
+    const bool host = s.mode == 0 && !x.is_nan();
+    ROW_EXPECT(!host || s.format != Format(11, 52) || out32 == static_cast<float>(out64),
+               "host to_float");
+    ROW_EXPECT(!host || s.format != Format(8, 23) || out64 == static_cast<double>(out32),
+               "host to_double");
+    return "";
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -767,6 +834,8 @@ inline const Row table[] = {
     {"mixed_div", Input::Pair, Operation::Div, true, mixed<Operation::Div>, true},
     {"mixed_fma", Input::Triple, Operation::Add, true, mixed<Operation::Add, true>, true},
     {"mixed_compare", Input::Pair, Operation::Add, false, mixed_compare, true},
+    {"from_rational", Input::Rational, Operation::Add, true, from_rational},
+    {"natives", Input::Single, Operation::Add, true, natives},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];

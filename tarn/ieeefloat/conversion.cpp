@@ -213,6 +213,7 @@ IEEEFloat IEEEFloat::from_number(const QNumber& q, format f, rounding_mode mode)
 
 IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, RoundingContext& r) {
     constexpr IEEEFloat::Repr REPR_GENERIC = IEEEFloat::REPR_GENERIC;
+    check_widths(f);
     if (q.is_integer()) {
         // The integer N is N * 2^(m - m): significand N, exponent m. Beyond a
         // word, its factor of two goes into the exponent, so that an integer
@@ -303,6 +304,35 @@ IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, Ro
     return result;
 }
 
+IEEEFloat IEEEFloat::from_rational(const QNumber& q, format f, rounding_mode mode) {
+    RoundingContext r = RoundingContext::of_mode(mode);
+    if (q.is_integer()) { // from_number rounds integers once already
+        IEEEFloat result = Access::from_number(q, f, mode, r);
+        raise(r.flags);
+        return result;
+    }
+    Access::check_widths(f);
+    // The quotient N / D to m + 2 bits or more and a sticky bit below them
+    // decides every direction, and the rounding core places it in f's
+    // exponent range, subnormals included. One division of the odd parts at
+    // that resolution, whatever the sizes of N and D.
+    TempNumProvider tmp;
+    const unsigned long twos_n = BVNumber::odd_numerator(q, &tmp[2]);
+    const unsigned long twos_d = BVNumber::odd_denominator(q, &tmp[3]);
+    const long twos = static_cast<long>(twos_n) - static_cast<long>(twos_d);
+    const long lead =
+        static_cast<long>(bit_length(tmp[2])) - static_cast<long>(bit_length(tmp[3])) + twos - 1;
+    const long k = lead - static_cast<long>(f.mantissa_width) - 1;
+    bool low_bits_dropped;
+    const bool inexact = quotient_at(tmp, k - twos, low_bits_dropped);
+    IEEEFloat result(f, REPR_GENERIC, mode);
+    quotient_as_exact_result(tmp, k, inexact, f.mantissa_width);
+    round_and_pack_float(tmp, f, r, q.is_negative(), tmp[0], tmp[1], *result.value.packed);
+    result.self_specialize_repr(best_repr(f));
+    raise(r.flags);
+    return result;
+}
+
 void IEEEFloat::set_format(format new_fmt) {
     RoundingContext r = RoundingContext::of_mode(get_rounding_mode());
     Access::convert(*this, new_fmt, r);
@@ -317,6 +347,7 @@ IEEEFloat convert(const IEEEFloat& x, IEEEFloat::format f, rounding direction) {
 
 void Access::convert(IEEEFloat& x, format new_fmt, RoundingContext& r) {
     if (new_fmt == x.fmt) return;
+    check_widths(new_fmt);
     const IEEEFloat::Repr repr = x.get_repr();
     auto& value = x.value;
     if (repr == IEEEFloat::REPR_FLOAT32 && new_fmt == binary64_format) {

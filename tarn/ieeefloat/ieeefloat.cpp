@@ -40,6 +40,7 @@
 
 #include "tarn/ieeefloat/ieeefloat.h"
 
+#include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/codec.h"
 #include "tarn/ieeefloat/internal/held.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
@@ -48,6 +49,7 @@
 
 #include <cstdint>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace tarn {
@@ -116,11 +118,31 @@ void delete_packed(QNumber* packed) noexcept {
     cache.blocks[cache.count++] = packed;
 }
 
+/// Refuses a representation number outside the three, before it is stored:
+/// every operation dispatches on it and would read a word as a pointer.
+void check_repr(IEEEFloat::Repr r) {
+    if (r == IEEEFloat::REPR_FLOAT32 || r == IEEEFloat::REPR_FLOAT64 ||
+        r == IEEEFloat::REPR_GENERIC)
+        return;
+    Exception partial(std::string("bad representation: "), true);
+    partial << static_cast<int>(r);
+    throw IEEEFloat::error(std::string(partial.what()));
+}
+
 } // namespace
+
+void Access::check_widths(IEEEFloat::format f) {
+    // Written so that no sum of two widths can wrap.
+    if (f.exponent_width > IEEEFloat::max_width ||
+        f.mantissa_width > IEEEFloat::max_width - f.exponent_width)
+        throw_error(precision_limit_message);
+}
 
 IEEEFloat::IEEEFloat(format f, rounding_mode mode) : IEEEFloat(f, get_best_repr(f), mode) {}
 
 IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode mode) : fmt(f) {
+    Access::check_widths(f);
+    check_repr(r);
     set_rounding_mode(mode);
     set_repr(r);
     value.bits64 = 0;
@@ -179,6 +201,7 @@ IEEEFloat::Repr IEEEFloat::get_best_repr(format f) noexcept {
 }
 
 IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
+    Access::check_widths(f);
     IEEEFloat result;
     result.fmt = f;
     const Repr target = get_best_repr(f);
@@ -237,6 +260,7 @@ void IEEEFloat::self_neg() {
 void IEEEFloat::self_specialize_repr(Repr target) {
     const Repr current = get_repr();
     if (target == current) return;
+    check_repr(target);
     if (target == REPR_FLOAT32 || target == REPR_FLOAT64) {
         const std::uint64_t word = current == REPR_FLOAT32   ? value.bits32
                                    : current == REPR_FLOAT64 ? value.bits64
@@ -330,6 +354,7 @@ void IEEEFloat::self_zero(bool negative) {
 }
 
 IEEEFloat IEEEFloat::max_value(format f) {
+    Access::check_widths(f);
     const unsigned long e = f.exponent_width, m = f.mantissa_width;
     // Without exponent bits zero is the only value, and the largest.
     if (e == 0) return from_bits(QNumber(0L), f);

@@ -24,7 +24,21 @@
 // operand's format (see the Arithmetic section), and comparisons compare the
 // exact values, so 1.5 in binary16 equals 1.5 in binary128.
 //
-// Formats are never validated, and no pair of widths makes an operation
+// Limits. A format is served when e + m is at most IEEEFloat::max_width
+// (2^26): every operation on such a format gives its value or throws one of
+// the library's errors, within seconds and a few hundred MiB at the bound. In
+// (11, 2^26 - 11) a product takes about 0.5 s, a quotient 2 s, a square root
+// 1 s, to_float_str 5 to 15 s; in (2^26 - 1, 1) to_hex_str of the largest
+// value, whose exponent has 20 million digits, about 10 s; none needs more
+// than 250 MiB. Wider formats are refused wherever a value of them would
+// come into being (the constructors, from_bits, max_value, from_number,
+// from_rational, from_double, from_float, from_string, set_format, convert,
+// from_int64, from_uint64) with "reached limit on float precision", so no
+// value of one ever exists. Within the bound, exact work whose size follows
+// the exponent rather than the widths is bounded too: addition's alignment
+// and to_number's integers at 2^26 bits (see +=, to_number).
+//
+// Formats are otherwise not validated, and no pair of widths makes an operation
 // crash. A format with a single exponent bit has a bias of 0 and no normal
 // values (its zeros, subnormals, infinities and NaNs are computed like any
 // other format's); a mantissa width of 0 makes the library NaN pattern
@@ -157,7 +171,15 @@ public:
         friend constexpr bool operator!=(format a, format b) { return !(a == b); }
     };
 
-    /// How a value is held. The numbers are part of the interface.
+    /// The largest e + m of a format the library serves: wider formats throw
+    /// "reached limit on float precision" wherever a value of them would be
+    /// made. A pattern of 2^26 bits is 8 MiB, and the exact products and
+    /// quotients of two of them stay within a few times that.
+    static constexpr unsigned long max_width = 1UL << 26;
+
+    /// How a value is held. The numbers are part of the interface: any other
+    /// number given to a constructor or to self_specialize_repr throws
+    /// "bad representation: N".
     enum Repr : int {
         REPR_FLOAT32 = 0, ///< a binary32 word
         REPR_FLOAT64 = 1, ///< a binary64 word
@@ -196,7 +218,8 @@ public:
     IEEEFloat(format fmt, rounding_mode mode);
     /// +0 of `fmt` held in `repr`, rounding with `mode`. The pairing is not
     /// checked: a word representation with another format computes on the
-    /// word's own widths.
+    /// word's own widths. A `repr` outside the three throws "bad
+    /// representation: N"; a format wider than max_width, the precision limit.
     IEEEFloat(format fmt, Repr repr, rounding_mode mode);
     /// Deep copy.
     IEEEFloat(const IEEEFloat& other);
@@ -216,7 +239,8 @@ public:
     /// The value of `fmt` whose packed integer is `bits` (used as given: no
     /// range test, no masking), with ROUND_NEAREST_EVEN, in get_best_repr(fmt).
     /// Every NaN pattern becomes the library NaN: sign 1, exponent field all
-    /// ones, mantissa field 1.
+    /// ones, mantissa field 1. Throws the precision limit for a format wider
+    /// than max_width, as every function that makes a value does.
     static IEEEFloat from_bits(const QNumber& bits, format fmt);
     /// The packed integer of the value, in every representation; never negative.
     QNumber get_bits() const;
@@ -230,7 +254,9 @@ public:
     /// Moves the value into `target`. A generic value goes to a binary32 or
     /// binary64 word by keeping the low 32 or 64 bits of its packed integer; a
     /// word goes to REPR_GENERIC as the packed integer of the same bits, so the
-    /// generic algorithms can be run on binary32 and binary64 values.
+    /// generic algorithms can be run on binary32 and binary64 values. A
+    /// `target` outside the three throws "bad representation: N" and leaves
+    /// the value as it was.
     void self_specialize_repr(Repr target);
 
     /// The value's format.
@@ -280,8 +306,26 @@ public:
     /// not the nearer 2.75: 8/3 first becomes 2.625, a tie in (4, 3). When N
     /// and D have at most m bits and the result is normal, only the first
     /// rounding can be inexact. Throws "bad rounding mode: N" for a mode above
-    /// 3 when a rounding is inexact.
+    /// 3 when a rounding is inexact; and the precision limit when N or D has
+    /// so many bits that the first rounding's format would pass max_width.
+    /// For the correctly rounded value, without that limit, use from_rational.
     static IEEEFloat from_number(const QNumber& q, format fmt, rounding_mode mode);
+    /// `q` correctly rounded once to `fmt` under `mode`, in get_best_repr(fmt),
+    /// raising inexact, underflow and overflow: from_rational(8/3, (4, 3)) is
+    /// 2.75. The work is one division to m + 2 bits, so it stays near-linear
+    /// in the size of q whatever the format. Throws "bad rounding mode: N" for
+    /// a mode above 3 when the result is inexact.
+    static IEEEFloat from_rational(const QNumber& q, format fmt, rounding_mode mode);
+    /// `d` rounded to `fmt` under `mode`, in get_best_repr(fmt), raising the
+    /// flags of convert; infinities and zeros keep their sign and subnormals
+    /// of either side are exact inputs and correctly rounded outputs. To
+    /// binary64 it is the identity on bits, NaN payloads included. A NaN
+    /// into any other format becomes the NaN self_nan() makes there with the
+    /// sign of `d` (payloads have no common meaning between formats), and a
+    /// signaling one raises invalid.
+    static IEEEFloat from_double(double d, format fmt, rounding_mode mode);
+    /// As from_double, from a float; the identity on bits to binary32.
+    static IEEEFloat from_float(float v, format fmt, rounding_mode mode);
     /// Converts the value in place to `new_fmt`, rounding under its own mode;
     /// the result is held in get_best_repr(new_fmt). NaNs become the library
     /// NaN of the new format (the soft-float NaN between binary32 and binary64
@@ -405,6 +449,14 @@ public:
     /// limit on float precision" instead; every value of a format with up to
     /// 26 exponent bits is below that bound.
     QNumber to_number() const;
+    /// The value rounded to binary64 under its own mode, raising the flags of
+    /// convert (overflow to an infinity, underflow into binary64's
+    /// subnormals, inexact). A NaN gives the quiet NaN of its sign, without
+    /// its payload, raising invalid when signaling. Throws "bad rounding
+    /// mode: N" for a mode above 3 when the result is inexact.
+    double to_double() const;
+    /// As to_double, rounded to binary32.
+    float to_float() const;
     /// The value rounded to an integer under its own mode; 0 for zeros, NaNs
     /// and infinities, the last two raising invalid. A mode number other than
     /// 0 to 3 rounds toward zero and is not an error here. A non-zero `width`

@@ -7,7 +7,6 @@
 #include "tarn/numbers/bvnumber.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <gmp.h>
 #include <string>
@@ -21,9 +20,15 @@ namespace {
 /// Scratch integers of the digit search, kept per thread so that printing in
 /// a loop stops allocating once the limbs have grown to the largest size met.
 struct DecimalScratch {
-    mpz_t significand, num, den, unit, quot, rem, bound;
-    DecimalScratch() { mpz_inits(significand, num, den, unit, quot, rem, bound, nullptr); }
-    ~DecimalScratch() { mpz_clears(significand, num, den, unit, quot, rem, bound, nullptr); }
+    mpz_t significand, num, den, unit, quot, rem, power, below, above, tail, probe;
+    DecimalScratch() {
+        mpz_inits(significand, num, den, unit, quot, rem, power, below, above, tail, probe,
+                  nullptr);
+    }
+    ~DecimalScratch() {
+        mpz_clears(significand, num, den, unit, quot, rem, power, below, above, tail, probe,
+                   nullptr);
+    }
     DecimalScratch(const DecimalScratch&) = delete;
     DecimalScratch& operator=(const DecimalScratch&) = delete;
 };
@@ -33,31 +38,6 @@ DecimalScratch& decimal_scratch() {
     return scratch;
 }
 
-/// The largest t <= `limit` for which the last t digits of `quot` (digits
-/// before its first counting as zeros), read as an integer q_t, pass:
-/// q_t <= `bound` when `from_zero`, otherwise 10^t - q_t <= `bound`. Both
-/// sides grow with t, so the first t that fails ends the run; -1 when t = 0
-/// already fails. The bound is small, so past its first digit or two only a
-/// run of zeros (or of nines) keeps the count going: one pass over them.
-long trailing_run(const std::string& quot, unsigned long bound, bool from_zero, long limit) {
-    const long n = static_cast<long>(quot.size());
-    unsigned long value = from_zero ? 0 : 1;
-    if (value > bound) return -1;
-    unsigned long power = 1; // 10^t, no longer tracked once above the bound
-    long t = 0;
-    for (; t < limit; ++t) {
-        // The digit d at 10^t adds d * 10^t to q_t and (9 - d) * 10^t to 10^t - q_t.
-        const int digit = t < n ? quot[static_cast<std::size_t>(n - 1 - t)] - '0' : 0;
-        const auto step = static_cast<unsigned long>(from_zero ? digit : 9 - digit);
-        if (step != 0) {
-            if (power > bound || step * power > bound - value) break;
-            value += step * power;
-        }
-        if (power <= bound) power *= 10;
-    }
-    return t;
-}
-
 /// Writes the shortest decimal C * 10^j that lies strictly inside the
 /// rounding interval of X = significand * 2^k: the open interval between the
 /// midpoints to X's neighbours, X + 2^k above and X - 2^k below (X - 2^(k-1)
@@ -65,20 +45,17 @@ long trailing_run(const std::string& quot, unsigned long bound, bool from_zero, 
 /// length, the nearer wins and an exact tie keeps the lower one. C goes to
 /// `digits` in decimal; j is returned.
 ///
-/// The search starts at a weight 10^j0 certainly fine enough (10^j0 <=
-/// 2^(k-1), narrower than the interval, so the interval holds a multiple of
-/// it) and coarsens the weight while the interval still holds a multiple of
-/// 10^(j0+t). Holding a multiple of a power of ten implies holding one of
-/// every finer power, so the first weight that fails ends the search. A
-/// single exact division at j0 serves every weight: the multiples of
-/// 10^(j0+t) either side of X are the quotient with its last t digits cut
-/// off, or that plus one, and how far X lies from them depends on those t
-/// digits alone. Since the interval is only a few units of 10^j0 wide, the
-/// nearer multiple stays inside only while those digits are a small number
-/// (below X) or a small distance from 10^t (above X), which one scan from
-/// the end of the quotient's decimal text settles. The cost is that of the
-/// division and of GMP's conversion to decimal, both subquadratic, so a
-/// value of a million digits prints in well under a second.
+/// Rather than producing one digit at a time, the search starts at a weight
+/// 10^j0 certainly fine enough (10^j0 <= 2^(k-1), narrower than the interval,
+/// so the interval holds a multiple of it) and coarsens the weight while the
+/// interval still holds a multiple of 10^(j0+t). Holding a multiple of a power
+/// of ten implies holding one of every finer power, so the coarsest weight
+/// that holds one is the answer. A single exact division at j0 serves every
+/// weight: the low decimal digits of its quotient give the remainder at each
+/// one, and since the interval spans fewer than 20 units of 10^j0, the
+/// coarsest weight follows from the trailing decimal zeros of two integers.
+/// For binary64 this is a handful of operations on integers of at most
+/// about 1100 bits, and a format of millions of bits costs a few divisions.
 long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
     DecimalScratch& s = decimal_scratch();
     const long j0 = floor_log10_pow2(k - 1);
@@ -100,68 +77,77 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
     } else {
         mpz_fdiv_qr(s.quot, s.rem, s.num, s.den);
     }
+
+    // At the weight 10^(j0+t), with lower the multiple at or below X and upper
+    // the next one: below = (X - lower) * den / 10^j0 and
+    // above = (upper - X) * den / 10^j0. The interval reaches unit/2 above X
+    // and unit/2 (unit/4 when finer_below) below it, both ends excluded.
+    const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
+    auto inside_below = [&](mpz_srcptr below) {
+        mpz_mul_2exp(s.probe, below, below_shift);
+        return mpz_cmp(s.probe, s.unit) < 0;
+    };
+    auto inside_above = [&](mpz_srcptr above) {
+        mpz_mul_2exp(s.probe, above, 1);
+        return mpz_cmp(s.probe, s.unit) < 0;
+    };
+    mpz_set(s.below, s.rem);
+    mpz_sub(s.above, s.den, s.rem);
+    bool lower_ok = inside_below(s.below);
+    bool upper_ok = inside_above(s.above);
+
+    // Coarser weights, without a step per digit (a value such as 1 in a format
+    // of a million mantissa bits would take hundreds of thousands of them).
+    // unit / den = 2^k / 10^j0 lies in [2, 20), so at a weight 10^t with t >= 1
+    // the multiple below X is inside only when quot mod 10^t is below 10, that
+    // is the last digit d0 of quot; and the multiple above only when
+    // 10^t - (quot mod 10^t) is at most 10, that is 10 - d0 (10 for d0 = 0).
+    // Either way the distance to X no longer depends on t, and the weights
+    // that qualify are those up to the decimal valuation of quot - d0, or of
+    // quot + (10 - d0): the largest t is found from two valuations.
+    const unsigned long d0 = mpz_fdiv_ui(s.quot, 10), up = 10 - d0;
+    mpz_mul_ui(s.below, s.den, d0);
+    mpz_add(s.below, s.below, s.rem);
+    mpz_mul_ui(s.above, s.den, up);
+    mpz_sub(s.above, s.above, s.rem);
+    const bool coarse_lower_ok = inside_below(s.below), coarse_upper_ok = inside_above(s.above);
+    // The power of ten dividing quot - d0 (lower) or quot + up (upper).
+    auto decimal_valuation = [&](bool upper) {
+        if (upper)
+            mpz_add_ui(s.tail, s.quot, up);
+        else
+            mpz_sub_ui(s.tail, s.quot, d0);
+        if (mpz_sgn(s.tail) == 0) return 0L; // quot < 10: no coarser multiple is positive
+        const mp_bitcnt_t twos = mpz_scan1(s.tail, 0);
+        mpz_tdiv_q_2exp(s.tail, s.tail, twos);
+        mpz_set_ui(s.power, 5);
+        const auto fives = static_cast<long>(mpz_remove(s.probe, s.tail, s.power));
+        return std::min(static_cast<long>(twos), fives);
+    };
+    const long t_lower = coarse_lower_ok ? decimal_valuation(false) : 0;
+    const long t_upper = coarse_upper_ok ? decimal_valuation(true) : 0;
+    const long t = std::max(t_lower, t_upper);
+    if (t > 0) {
+        lower_ok = t <= t_lower;
+        upper_ok = t <= t_upper;
+        // The candidate below is quot - d0 and the one above quot + up, each
+        // an exact multiple of 10^t when it qualifies.
+        const bool take_upper = upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0);
+        if (take_upper)
+            mpz_add_ui(s.quot, s.quot, up);
+        else
+            mpz_sub_ui(s.quot, s.quot, d0);
+        mpz_ui_pow_ui(s.power, 10, static_cast<unsigned long>(t));
+        mpz_divexact(s.quot, s.quot, s.power);
+    } else {
+        mpz_set(s.below, s.rem);
+        mpz_sub(s.above, s.den, s.rem);
+        if (upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0)) mpz_add_ui(s.quot, s.quot, 1);
+    }
+
     digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
     mpz_get_str(&digits[0], 10, s.quot);
     digits.resize(std::char_traits<char>::length(digits.c_str()));
-
-    // With q_t the last t digits of the quotient, the multiple below X at the
-    // weight 10^(j0+t) lies (q_t * den + rem) / den units of 10^j0 below it and
-    // the one above (10^t * den - q_t * den - rem) / den units above it. The
-    // interval reaches unit / 2 above X and unit / 2 (unit / 4 when
-    // finer_below) below it, both ends excluded, so the lower multiple is
-    // inside while q_t is at most one bound and the upper one while 10^t - q_t
-    // is at most another: bounds of a few units, as unit / den = 2^k / 10^j0
-    // is below 20.
-    const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
-    long lower_run = -1;
-    mpz_mul_2exp(s.bound, s.rem, below_shift);
-    mpz_sub(s.bound, s.unit, s.bound);
-    if (mpz_sgn(s.bound) > 0) {
-        mpz_sub_ui(s.bound, s.bound, 1);
-        mpz_fdiv_q_2exp(s.bound, s.bound, below_shift);
-        mpz_fdiv_q(s.bound, s.bound, s.den);
-        // The interval lies above 0, so the run ends within the quotient.
-        lower_run =
-            trailing_run(digits, mpz_get_ui(s.bound), true, static_cast<long>(digits.size()));
-    }
-    mpz_mul_2exp(s.bound, s.rem, 1);
-    mpz_add(s.bound, s.bound, s.unit);
-    mpz_sub_ui(s.bound, s.bound, 1);
-    mpz_fdiv_q_2exp(s.bound, s.bound, 1);
-    mpz_fdiv_q(s.bound, s.bound, s.den);
-    const long upper_run = trailing_run(digits, mpz_get_ui(s.bound), false, LONG_MAX);
-
-    const long t = std::max(0L, std::max(lower_run, upper_run));
-    const bool lower_ok = lower_run >= t, upper_ok = upper_run >= t;
-    bool take_upper = upper_ok;
-    if (lower_ok && upper_ok) {
-        // Both inside makes 10^t at most the sum of the bounds, so q_t and
-        // 10^t fit words. The upper multiple is nearer when
-        // 10^t * den - below < below, below = q_t * den + rem.
-        long power = 1, q_t = 0;
-        for (long i = 0; i < t; ++i, power *= 10) {
-            const auto at = static_cast<long>(digits.size()) - 1 - i;
-            q_t += (at >= 0 ? digits[static_cast<std::size_t>(at)] - '0' : 0) * power;
-        }
-        mpz_mul_si(s.bound, s.den, power - 2 * q_t);
-        mpz_mul_2exp(s.num, s.rem, 1);
-        take_upper = mpz_cmp(s.bound, s.num) < 0;
-    }
-    // C is the quotient without its last t digits, plus one for the upper
-    // multiple: the carry runs through the nines at the end.
-    digits.resize(digits.size() > static_cast<std::size_t>(t)
-                      ? digits.size() - static_cast<std::size_t>(t)
-                      : 0);
-    if (take_upper) {
-        std::size_t i = digits.size();
-        while (i > 0 && digits[i - 1] == '9')
-            digits[--i] = '0';
-        if (i > 0)
-            ++digits[i - 1];
-        else
-            digits.insert(digits.begin(), '1');
-    }
-    if (digits.empty()) digits = "0";
     return j0 + t;
 }
 
@@ -341,5 +327,6 @@ std::string IEEEFloat::to_str() const {
     }
     return text;
 }
+
 
 } // namespace tarn

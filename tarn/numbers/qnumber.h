@@ -13,6 +13,7 @@
 #pragma once
 
 #include <climits>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -20,11 +21,19 @@
 #include <gmpxx.h>
 #include <ostream>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 namespace tarn {
 
 class BVNumber;
+
+/// Arithmetic types whose values a long does not always hold: unsigned 64-bit
+/// integers and the floating types.
+template <class T>
+inline constexpr bool not_a_word =
+    std::is_arithmetic_v<T> &&
+    !(std::is_integral_v<T> && (std::is_signed_v<T> || sizeof(T) < sizeof(long)));
 
 /// An exact rational number in lowest terms with a positive denominator.
 ///
@@ -45,10 +54,57 @@ public:
     /// Zero, in the small form.
     QNumber() noexcept : num_(0), den_(1) {}
 
-    /// The integer n. -2^63 has no small form and is held big.
-    QNumber(long n) : num_(n), den_(1) { // NOLINT: implicit on purpose, integers are rationals
-        if (n == LONG_MIN) become_big_from_words();
+    /// The integer n, of any integer type up to 64 bits, exactly: small when
+    /// it fits a signed word other than -2^63, held big otherwise (-2^63 and
+    /// unsigned values from 2^63). Implicit on purpose: integers are rationals.
+    template <class I, std::enable_if_t<std::is_integral_v<I>, int> = 0>
+    QNumber(I n) : num_(0), den_(1) { // NOLINT(google-explicit-constructor)
+        static_assert(sizeof(I) <= sizeof(long), "integers of up to 64 bits");
+        if constexpr (std::is_signed_v<I> || sizeof(I) < sizeof(long)) {
+            num_ = static_cast<long>(n);
+            if (num_ == LONG_MIN) become_big_from_words();
+        } else if (n <= static_cast<unsigned long>(LONG_MAX)) {
+            num_ = static_cast<long>(n);
+        } else {
+            Pair* p = take_pair();
+            mpz_set_ui(p->num, n);
+            mpz_set_ui(p->den, 1);
+            big_ = p;
+            den_ = 0;
+        }
     }
+
+    /// The exact value of a finite double (0.1 is 3602879701896397/2^55):
+    /// small when numerator and denominator fit words, big otherwise. Explicit,
+    /// because a decimal literal's value is rarely what the reader expects; a
+    /// NaN or an infinity throws std::domain_error.
+    explicit QNumber(double d) : num_(0), den_(1) {
+        if (!std::isfinite(d)) throw std::domain_error("tarn::QNumber: not a finite number");
+        if (d == 0) return;
+        int exponent;
+        // d = mantissa * 2^exponent exactly, the mantissa odd and below 2^53.
+        long mantissa = static_cast<long>(std::ldexp(std::frexp(d, &exponent), 53));
+        const int twos = __builtin_ctzl(magnitude(mantissa));
+        mantissa /= 1L << twos;
+        exponent += twos - 53;
+        if (exponent < 0 ? exponent >= -62
+                         : exponent <= 62 && (magnitude(mantissa) >> (63 - exponent)) == 0) {
+            num_ = exponent > 0 ? mantissa * (1L << exponent) : mantissa;
+            den_ = exponent < 0 ? 1L << -exponent : 1;
+            return;
+        }
+        Pair* p = take_pair();
+        mpz_set_si(p->num, mantissa);
+        mpz_set_ui(p->den, 1);
+        mpz_mul_2exp(exponent > 0 ? p->num : p->den, exponent > 0 ? p->num : p->den,
+                     static_cast<mp_bitcnt_t>(exponent > 0 ? exponent : -exponent));
+        big_ = p;
+        den_ = 0;
+    }
+    /// The exact value of a finite float, as for a double.
+    explicit QNumber(float f) : QNumber(static_cast<double>(f)) {}
+    /// A long double may hold more than a double: not converted.
+    QNumber(long double) = delete;
 
     /// n/d brought to lowest terms with a positive denominator. Held big when
     /// either word is -2^63 (its magnitude has no small form); d = 0 throws.
@@ -57,6 +113,10 @@ public:
         if (n == LONG_MIN || d == LONG_MIN) become_big_from_words();
         normalize();
     }
+    /// Parts a word would not hold exactly (unsigned 64-bit integers, floating
+    /// types) do not compile: build the parts as QNumbers and divide.
+    template <class N, class D, std::enable_if_t<not_a_word<N> || not_a_word<D>, int> = 0>
+    QNumber(N, D) = delete;
 
     /// num/den brought to lowest terms. Small when both parts fit a signed
     /// 32-bit int, big otherwise (even when they would fit a word); den = 0
@@ -181,6 +241,16 @@ public:
     }
     /// -1, 0 or +1 by the sign of the value.
     int sign() const noexcept { return is_small() ? (num_ > 0) - (num_ < 0) : mpz_sgn(big_->num); }
+
+    // The word forms of += -= *= and of the free operators take a long; an
+    // argument a long would not hold exactly is refused at compile time
+    // rather than converted to one: QNumber(x) states the exact conversion.
+    template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+    QNumber& operator+=(T) = delete;
+    template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+    QNumber& operator-=(T) = delete;
+    template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+    QNumber& operator*=(T) = delete;
 
     /// this + other, exact.
     QNumber& operator+=(QNumber const& other) { return add_sub<false>(other); }
@@ -1037,6 +1107,17 @@ inline QNumber operator*(QNumber const& a, long n) {
 inline QNumber operator/(long n, QNumber const& b) {
     return QNumber(n) /= b;
 }
+// As for the compound operators: no lossy conversion to a long operand.
+template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+bool operator<(QNumber const&, T) = delete;
+template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+QNumber operator+(QNumber const&, T) = delete;
+template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+QNumber operator-(QNumber const&, T) = delete;
+template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+QNumber operator*(QNumber const&, T) = delete;
+template <class T, std::enable_if_t<not_a_word<T>, int> = 0>
+QNumber operator/(T, QNumber const&) = delete;
 /// a / b; b = 0 throws.
 inline QNumber operator/(QNumber const& a, QNumber const& b) {
     return QNumber(a) /= b;

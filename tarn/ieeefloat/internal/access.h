@@ -15,6 +15,10 @@ struct Access {
         return x.value;
     }
 
+    /// Throws "reached limit on float precision" for a format wider than
+    /// IEEEFloat::max_width: called wherever a value of a format comes into being.
+    static void check_widths(IEEEFloat::format f);
+
     /// x := x op y in the direction of `r`, raising its flags; `op` is an
     /// ArithOp of the arithmetic unit.
     static void arithmetic(int op, IEEEFloat& x, const IEEEFloat& y, RoundingContext& r);
