@@ -67,6 +67,11 @@ TEST(Fpcalc, FunctionsDirectionsAndFlags) {
         {"1 / (1 / 0)", rounding::nearest_even, 0, tarn::FLAG_DIVBYZERO},
         {"int32(nan)", rounding::to_odd, -65504,
          tarn::FLAG_INVALID | tarn::FLAG_OVERFLOW | tarn::FLAG_INEXACT},
+        {"remainder(10, 3) + log_b(0x1p-20)", rounding::nearest_even, -19, 0},
+        {"scale_b(3, -26)", rounding::to_odd, QNumber(1, 1 << 24),
+         tarn::FLAG_UNDERFLOW | tarn::FLAG_INEXACT},
+        {"maximum_number(nan, -2) * copysign(#0x3c00, -0)", rounding::upward, 2,
+         tarn::FLAG_INVALID},
     };
     for (const auto& [text, r, value, flags] : cases) {
         tarn::clear_ieee_flags();
@@ -93,10 +98,15 @@ TEST(Fpcalc, ErrorsPointAtTheOffendingText) {
     for (int i = 0; i < 5000; ++i)
         chain += "+1";
     const std::tuple<std::string, std::size_t, const char*> cases[] = {
-        {"1 +", 3, "a number is missing"},    {"2 * (1 + 2", 4, "not closed"},
-        {"sqrt 2", 5, "'(' expected"},        {"3 * -1e", 4, "invalid number: \"-1e\""},
-        {"fma(1, 2)", 8, "fma takes 3"},      {nested, 1000, "nested too deeply"},
+        {"1 +", 3, "a number is missing"},
+        {"2 * (1 + 2", 4, "not closed"},
+        {"sqrt 2", 5, "'(' expected"},
+        {"3 * -1e", 4, "invalid number: \"-1e\""},
+        {"fma(1, 2)", 8, "fma takes 3"},
+        {nested, 1000, "nested too deeply"},
         {chain, 4096, "expression too long"},
+        {"scale_b(1, 0.5)", 11, "integral power"},
+        {"#0x1ffff", 0, "wider than the format"},
     };
     for (const auto& [text, column, message] : cases) {
         try {

@@ -605,14 +605,18 @@ inline std::string remainder(const Setting& s, const Operands& in) {
 
 inline std::string extremes(const Setting& s, const Operands& in) {
     const IEEEFloat x = make(s, in.a), y = make(s, in.b);
+    // b also in another format, where it may win and be rounded into a's.
+    const Format to = in.to.exponent_width == 0 ? s.format : in.to;
+    const IEEEFloat other = convert(y, to, tarn::rounding::to_odd);
     IEEEFloat (*const ops[])(const IEEEFloat&, const IEEEFloat&) = {
         tarn::minimum, tarn::maximum, tarn::minimum_number, tarn::maximum_number};
-    for (int k = 0; k < 4; ++k) {
+    for (int k = 0; k < 8; ++k) {
+        const IEEEFloat& b = k < 4 ? y : other;
         const std::string wrong = like_first(
-            s, [&] { return ops[k](x, y); },
+            s, [&] { return ops[k % 4](x, b); },
             [&](int mode, unsigned* flags) {
-                return oracle::extreme(s.ofmt(), bits_of(x), s.ofmt(), bits_of(y), k % 2, k >= 2,
-                                       mode, flags);
+                return oracle::extreme(s.ofmt(), bits_of(x), to_oracle(b.get_format()),
+                                       bits_of(b), k % 2, k % 4 >= 2, mode, flags);
             });
         ROW_EXPECT(wrong.empty(), "operation " + std::to_string(k) + wrong);
     }

@@ -1,5 +1,6 @@
 #include "expression.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <optional>
@@ -44,10 +45,23 @@ struct Function {
 };
 
 constexpr Function functions[] = {
-    {"sqrt", Node::Kind::sqrt, 1},     {"fma", Node::Kind::fma, 3},
-    {"rint", Node::Kind::rint, 1},     {"int32", Node::Kind::int32, 1},
-    {"int64", Node::Kind::int64, 1},   {"uint32", Node::Kind::uint32, 1},
+    {"sqrt", Node::Kind::sqrt, 1},
+    {"fma", Node::Kind::fma, 3},
+    {"rint", Node::Kind::rint, 1},
+    {"int32", Node::Kind::int32, 1},
+    {"int64", Node::Kind::int64, 1},
+    {"uint32", Node::Kind::uint32, 1},
     {"uint64", Node::Kind::uint64, 1},
+    {"minimum", Node::Kind::minimum, 2},
+    {"maximum", Node::Kind::maximum, 2},
+    {"minimum_number", Node::Kind::minimum_number, 2},
+    {"maximum_number", Node::Kind::maximum_number, 2},
+    {"remainder", Node::Kind::remainder, 2},
+    {"scale_b", Node::Kind::scale_b, 2},
+    {"log_b", Node::Kind::log_b, 1},
+    {"abs", Node::Kind::abs, 1},
+    {"copysign", Node::Kind::copysign, 2},
+    {"classify", Node::Kind::classify, 1},
 };
 
 const Function* function_named(std::string_view name) {
@@ -144,7 +158,7 @@ private:
             expect_closing(column);
             return inner;
         }
-        if (is_digit(peek()) || peek() == '.') return numeral(column);
+        if (is_digit(peek()) || peek() == '.' || peek() == '#') return numeral(column);
         if (is_alpha(peek())) {
             const std::string_view word = scan_word();
             if (const Function* f = function_named(word)) return call(*f, column);
@@ -192,6 +206,7 @@ private:
     // hexadecimal numerals, where 'e' is a digit ("0x1e-3" is 0x1e minus 3).
     std::unique_ptr<Node> numeral(std::size_t column) {
         const std::size_t start = pos_;
+        if (text_[pos_] == '#') ++pos_; // a bit pattern
         const bool hex =
             text_.size() - start > 1 && text_[start] == '0' && lower(text_[start + 1]) == 'x';
         while (pos_ < text_.size()) {
@@ -210,10 +225,10 @@ private:
         return leaf(text, column);
     }
 
-    // A name: a letter, then letters and digits ("int32").
+    // A name: a letter, then letters, digits and underscores ("int32", "log_b").
     std::string_view scan_word() {
         const std::size_t start = pos_;
-        while (pos_ < text_.size() && is_alnum(text_[pos_]))
+        while (pos_ < text_.size() && (is_alnum(text_[pos_]) || text_[pos_] == '_'))
             ++pos_;
         const std::string_view word = text_.substr(start, pos_ - start);
         skip_blanks();
@@ -298,7 +313,25 @@ IEEEFloat read_rounding_to_odd_first(std::string_view text, IEEEFloat::format fm
     return tarn::convert(x, fmt, r);
 }
 
+// "#0x..." or "#0b...", after an optional sign: the value whose packed
+// integer that is; a sign negates it.
+IEEEFloat read_pattern(const Node& leaf, IEEEFloat::format fmt) {
+    const std::size_t hash = leaf.text.find('#');
+    const std::string digits = leaf.text.substr(hash + 1);
+    mpz_class bits;
+    const bool binary = digits.size() > 2 && lower(digits[1]) == 'b';
+    if (digits.size() < 3 || digits[0] != '0' || (lower(digits[1]) != 'x' && !binary) ||
+        bits.set_str(digits.substr(2), binary ? 2 : 16) != 0)
+        throw InputError("a bit pattern is # then 0x and hexadecimal or 0b and binary digits",
+                         leaf.column);
+    if (mpz_sizeinbase(bits.get_mpz_t(), 2) > fmt.exponent_width + fmt.mantissa_width + 1)
+        throw InputError("bit pattern wider than the format", leaf.column);
+    IEEEFloat x = IEEEFloat::from_bits(QNumber(bits), fmt);
+    return hash > 0 && leaf.text[0] == '-' ? -x : x;
+}
+
 IEEEFloat read_numeral(const Node& leaf, IEEEFloat::format fmt, tarn::rounding r) {
+    if (leaf.text.find('#') != std::string::npos) return read_pattern(leaf, fmt);
     try {
         if (r == tarn::rounding::nearest_away || r == tarn::rounding::to_odd)
             return read_rounding_to_odd_first(leaf.text, fmt, r);
@@ -316,6 +349,33 @@ Value integer(std::int64_t n, IEEEFloat::format fmt, tarn::rounding r) {
 Value integer(std::uint64_t n, IEEEFloat::format fmt, tarn::rounding r) {
     return {tarn::from_uint64(n, fmt, r), std::to_string(n)};
 }
+
+// The power of two of scale_b: an integral value of the format that fits a
+// long, read without disturbing the thread's flags.
+long integral_power(const IEEEFloat& n, const Node& node) {
+    const unsigned before = tarn::ieee_flags();
+    tarn::clear_ieee_flags();
+    const std::int64_t power = tarn::to_int64(n, tarn::rounding::toward_zero, true);
+    const bool integral = tarn::ieee_flags() == 0;
+    tarn::clear_ieee_flags();
+    tarn::raise_ieee_flags(before);
+    if (!integral) throw InputError("scale_b takes an integral power of two", node.rhs->column);
+    return static_cast<long>(power);
+}
+
+// x * 2^n rounded once in r, for every direction: scale_b rounds under the
+// value's stored mode, which has no ties-away or to-odd, so the product is
+// formed exactly in a format whose exponent range holds every long power
+// beyond x's own, and rounded into x's format from there.
+IEEEFloat scaled(const IEEEFloat& x, long n, tarn::rounding r) {
+    const IEEEFloat::format f = x.get_format();
+    const IEEEFloat::format wide{std::max(f.exponent_width, 64UL) + 2, f.mantissa_width};
+    return tarn::convert(tarn::scale_b(tarn::convert(x, wide, r), n), f, r);
+}
+
+constexpr const char* class_names[] = {
+    "signaling_nan", "quiet_nan",     "negative_infinity",  "negative_normal", "negative_subnormal",
+    "negative_zero", "positive_zero", "positive_subnormal", "positive_normal", "positive_infinity"};
 
 // The operation of `node` on its evaluated operands, rounded once in r. The
 // integer conversions and rint are exact ones: a changed value raises inexact.
@@ -344,6 +404,29 @@ Value operate(const Node& node, const IEEEFloat& a, const IEEEFloat* b, const IE
         return integer(std::uint64_t{tarn::to_uint32(a, r, true)}, fmt, r);
     case Node::Kind::uint64:
         return integer(tarn::to_uint64(a, r, true), fmt, r);
+    case Node::Kind::minimum:
+        return {tarn::minimum(a, *b)};
+    case Node::Kind::maximum:
+        return {tarn::maximum(a, *b)};
+    case Node::Kind::minimum_number:
+        return {tarn::minimum_number(a, *b)};
+    case Node::Kind::maximum_number:
+        return {tarn::maximum_number(a, *b)};
+    case Node::Kind::remainder:
+        return {tarn::remainder(a, *b)};
+    case Node::Kind::scale_b:
+        return {scaled(a, integral_power(*b, node), r)};
+    case Node::Kind::log_b:
+        return integer(std::int64_t{tarn::log_b(a)}, fmt, r);
+    case Node::Kind::abs:
+        return {tarn::abs(a)};
+    case Node::Kind::copysign:
+        return {tarn::copysign(a, *b)};
+    case Node::Kind::classify: {
+        Value value{a};
+        value.label = class_names[static_cast<int>(tarn::classify(a))];
+        return value;
+    }
     default: // negation, which never rounds
         return {-a};
     }

@@ -50,7 +50,17 @@ struct Node {
         int32,
         int64,
         uint32,
-        uint64
+        uint64,
+        minimum,
+        maximum,
+        minimum_number,
+        maximum_number,
+        remainder,
+        scale_b,
+        log_b,
+        abs,
+        copysign,
+        classify
     };
 
     Kind kind;                    ///< the operation, or numeral for a leaf
@@ -67,9 +77,11 @@ struct Value {
     Value(tarn::IEEEFloat n, std::string i = {}) : number(std::move(n)), integer(std::move(i)) {}
 
     tarn::IEEEFloat number; ///< the value in the format
-    /// For an integer conversion, the integer in decimal; `number` is that
-    /// integer converted back into the format, rounded in the direction.
+    /// For an integer conversion (and log_b), the integer in decimal; `number`
+    /// is that integer converted back into the format, rounded in the direction.
     std::string integer;
+    /// For classify, the class of `number` ("positive_normal", ...).
+    std::string label;
     /// The status flags the node's own operation raised (its operands' not
     /// included; for a numeral, those of reading it).
     unsigned flags = 0;
@@ -79,8 +91,13 @@ struct Value {
 /// reads them, "inf" and "nan" included), + - * / with the usual precedence
 /// and left associativity, unary minus and plus, parentheses and the functions
 /// sqrt(x), fma(a, b, c) (a * b + c rounded once), rint(x) (x rounded to an
-/// integral value) and int32(x), int64(x), uint32(x), uint64(x) (x rounded to
-/// an integer of that type). Function names are read in any case.
+/// integral value), int32(x), int64(x), uint32(x), uint64(x) (x rounded to
+/// an integer of that type), minimum, maximum, minimum_number,
+/// maximum_number, remainder and copysign of two values, scale_b(x, n) (n
+/// an integral value), log_b(x), abs(x) and classify(x). Function names are
+/// read in any case. A bit pattern is written "#" then a hexadecimal ("0x")
+/// or binary ("0b") integer: "#0x3c00" is binary16's 1, taken as from_bits
+/// takes it (every NaN pattern the library NaN).
 /// A minus right before a numeral belongs to the numeral: "-0.1" is read as
 /// one number, so it is rounded once in the direction, as written.
 /// Blanks between tokens are ignored. Throws InputError on a syntax error.

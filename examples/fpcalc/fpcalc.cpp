@@ -111,7 +111,11 @@ void print_help(std::ostream& out) {
            "Expressions: numerals (12, -0.1, 1e-3, 0x1.8p-3, inf, nan), + - * /, unary\n"
            "minus, parentheses, sqrt(x), fma(a, b, c) (a * b + c rounded once), rint(x)\n"
            "(x rounded to an integral value) and int32(x), int64(x), uint32(x),\n"
-           "uint64(x) (x rounded to that integer type, then back into the format).\n"
+           "uint64(x) (x rounded to that integer type, then back into the format),\n"
+           "minimum(a, b), maximum(a, b), minimum_number(a, b), maximum_number(a, b),\n"
+           "remainder(a, b), copysign(a, b), scale_b(x, n) (x * 2^n, n integral),\n"
+           "log_b(x), abs(x), classify(x); bit patterns as #0x3c00 or #0b1111.\n"
+           "Each result is also shown as its bit pattern in hexadecimal.\n"
            "Exit status 2 for bad input.\n";
 }
 
@@ -244,15 +248,23 @@ std::string describe_flags(unsigned flags) {
     return flags == 0 ? text + " none" : text;
 }
 
-// An integer conversion shows the integer, then the value it gives in the format.
+// An integer conversion shows the integer, then the value it gives in the
+// format; classify shows the class before the value.
 std::string describe_value(const fpcalc::Value& value) {
     const std::string bits = value.number.to_str();
+    if (!value.label.empty()) return value.label + ": " + bits;
     return value.integer.empty() ? bits : value.integer + ", in the format " + bits;
+}
+
+// The packed integer in hexadecimal, as "#0x..." reads it back.
+std::string hex_pattern(const IEEEFloat& x) {
+    return "0x" + x.get_bits().to_mpq().get_num().get_str(16);
 }
 
 void print_result(const fpcalc::Value& value, const Options& options) {
     const IEEEFloat& result = value.number;
     std::cout << "  = " << describe_value(value) << "\n";
+    std::cout << "  bits: " << hex_pattern(result) << "\n";
     if (options.notation)
         std::cout << "  " << notation_names[static_cast<int>(*options.notation)].name << ": "
                   << fpcalc::written(result, *options.notation, options.digits) << "\n";

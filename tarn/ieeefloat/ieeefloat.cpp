@@ -4,11 +4,18 @@
 // The rest of IEEEFloat has one unit per group of operations:
 //   format.cpp       format constants and the named formats
 //   flags.cpp        the status flags of each thread
-//   conversion.cpp   from_number, set_format, convert
+//   conversion.cpp   from_number, from_rational, set_format, convert
+//   native.cpp       from_double, from_float, to_double, to_float
 //   arithmetic.cpp   + - * / and add, sub, mul, div
+//   mixed.cpp        operands of different formats or representations
 //   fma.cpp          fused multiply-add
 //   sqrt.cpp         square root
-//   compare.cpp      < <= == and ieee_cmp
+//   compare.cpp      < <= == != > >= and ieee_cmp
+//   remainder.cpp    remainder
+//   min_max.cpp      minimum, maximum, minimum_number, maximum_number
+//   total_order.cpp  total_order, total_order_mag
+//   scale.cpp        scale_b, log_b
+//   classify.cpp     classify, is_signaling, abs, copysign
 //   exact.cpp        to_number, to_integer
 //   round_to_integral.cpp      round, round_to_integral
 //   integer_conversion.cpp     to_int32 ... to_uint64, from_int64, from_uint64
