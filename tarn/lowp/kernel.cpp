@@ -16,6 +16,12 @@ namespace tarn::lowp_detail {
 
 namespace {
 
+/// c ? a : b without a branch.
+template <class T>
+T pick(bool c, T a, T b) {
+    return b ^ ((a ^ b) & (T{0} - static_cast<T>(c)));
+}
+
 template <class F>
 struct Input;
 
@@ -54,6 +60,10 @@ bool kernel_serves(const Plan& plan) {
 }
 
 template <class F, Method how, class Out>
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+// Variable per-lane shifts need AVX2: a second copy for machines that have it.
+__attribute__((target_clones("avx2", "default")))
+#endif
 unsigned run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, Out* out,
              std::uint64_t first) {
     using W = typename Input<F>::word;
@@ -66,12 +76,14 @@ unsigned run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, 
     const W one_m = W{1} << m, max_mag = static_cast<W>(plan.max_mag),
             nan = static_cast<W>(plan.nan);
     const bool subnormals = plan.subnormals, has_sign = plan.has_sign;
-    const W sign[2] = {0, static_cast<W>(plan.sign[1])};
-    const W zero[2] = {0, static_cast<W>(plan.zero[1])};
-    const W zero_in[2] = {static_cast<W>(plan.zero_in[0]), static_cast<W>(plan.zero_in[1])};
-    const W inf_in[2] = {static_cast<W>(plan.inf_in[0]), static_cast<W>(plan.inf_in[1])};
-    const W overflowed[2] = {static_cast<W>(plan.overflowed[0]),
-                             static_cast<W>(plan.overflowed[1])};
+    // Pairs by sign as two scalars each: selects, where indexing an array
+    // would be a load the vectoriser cannot if-convert.
+    const W sign1 = static_cast<W>(plan.sign[1]), zero1 = static_cast<W>(plan.zero[1]);
+    const W zero_in0 = static_cast<W>(plan.zero_in[0]), zero_in1 = static_cast<W>(plan.zero_in[1]);
+    const W inf_in0 = static_cast<W>(plan.inf_in[0]), inf_in1 = static_cast<W>(plan.inf_in[1]);
+    const W over0 = static_cast<W>(plan.overflowed[0]), over1 = static_cast<W>(plan.overflowed[1]);
+    const unsigned nan_flags = plan.nan_flags, inf_in_flags = plan.inf_in_flags,
+                   zero_in_flags = plan.zero_in_flags;
     const unsigned drop = s ? 64 - s->random_bits : 0;
     const std::uint64_t seed = s ? s->seed : 0, counter = s ? s->offset + first : 0;
     unsigned flags = 0;
@@ -83,7 +95,9 @@ unsigned run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, 
         const W ef = a >> in_m, mf = a & mantissa_mask;
         const W sig = mf | static_cast<W>(ef != 0) << in_m;
         const S k = static_cast<S>(ef == 0 ? 1 : ef) - Input<F>::bias - in_m;
-        const S E = k + (ef != 0 ? in_m : Input<F>::floor_log2(mf | 1));
+        // Computed for every element: a conversion under a condition may trap.
+        const S subnormal_log2 = Input<F>::floor_log2(mf | 1);
+        const S E = k + pick<S>(ef != 0, in_m, subnormal_log2);
         const S Ec = E < emin ? emin : E > emax ? emax : E;
         const S shift = Ec - static_cast<S>(m) - k;
         const unsigned cut = shift < 0 ? 0 : shift > top ? top : static_cast<unsigned>(shift);
@@ -91,7 +105,7 @@ unsigned run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, 
         const W t = sig << 2, w = t >> cut;
         const bool round_bit = (w >> 1) & 1, sticky = (t & ((W{2} << cut) - 1)) != 0;
         W pattern = (static_cast<W>(Ec + field_offset) << m) + (w >> 2) - one_m;
-        bool inexact = round_bit || sticky, tiny = E < emin;
+        bool inexact = round_bit | sticky, tiny = E < emin;
         if constexpr (how == Method::stochastic) {
             const std::uint64_t wide_sig = sig;
             const unsigned c = shift < 1 ? 0 : shift > 127 ? 127 : static_cast<unsigned>(shift);
@@ -102,40 +116,40 @@ unsigned run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, 
             const std::uint64_t random = random_bits(seed, counter + i);
             pattern += inexact && (random >> drop) < (fraction >> drop);
         } else {
-            pattern += inexact && directed_away(how, negative, round_bit, sticky, pattern & 1);
+            pattern += inexact & directed_away(how, negative, round_bit, sticky, pattern & 1);
             // Tiny unless rounding one bit finer carries up to 2^emin.
             const bool fine = w & 1, fine_sticky = (t & ((W{1} << cut) - 1)) != 0;
-            const bool carried = (w >> 1) == (one_m << 1) - 1 && (fine || fine_sticky) &&
+            const bool carried = ((w >> 1) == (one_m << 1) - 1) & (fine | fine_sticky) &
                                  directed_away(how, negative, fine, fine_sticky, true);
-            tiny = E < emin - 1 || (E == emin - 1 && !carried);
+            tiny = (E < emin - 1) | ((E == emin - 1) & !carried);
         }
-        if (!subnormals && E < emin) {
-            pattern = 0;
-            inexact = tiny = true;
-        }
-        const bool over = E > emax || pattern > max_mag;
-        const bool zero_result = !over && subnormals && pattern == 0;
-        W result = over          ? overflowed[negative]
-                   : zero_result ? zero[negative]
-                                 : pattern | sign[negative];
-        unsigned f = over ? FLAG_OVERFLOW | FLAG_INEXACT
-                          : (inexact ? FLAG_INEXACT : 0) | (inexact && tiny ? FLAG_UNDERFLOW : 0);
-        const bool bad_sign = negative && !has_sign;
-        if (bad_sign && !zero_result) {
-            result = nan;
-            f = FLAG_INVALID;
-        }
-        if (ef == exponent_ones) {
-            const bool quiet = (mf >> (in_m - 1)) & 1;
-            result = mf != 0 ? nan : bad_sign ? nan : inf_in[negative];
-            f = mf != 0    ? plan.nan_flags | (quiet ? 0 : FLAG_INVALID)
-                : bad_sign ? FLAG_INVALID
-                           : plan.inf_in_flags;
-        }
-        if (a == 0) {
-            result = zero_in[negative];
-            f = plan.zero_in_flags;
-        }
+        // From here every choice is a masked select: a chain of conditional
+        // assignments would merge into one many-armed choice, which the
+        // vectoriser does not take apart.
+        const bool clamp = !subnormals & (E < emin);
+        pattern = pick(clamp, W{0}, pattern);
+        inexact |= clamp;
+        tiny |= clamp;
+        const bool over = (E > emax) | (pattern > max_mag);
+        const bool zero_result = !over & subnormals & (pattern == 0);
+        const bool bad_sign = negative & !has_sign;
+        const bool special = ef == exponent_ones, is_nan = special & (mf != 0);
+        const bool quiet = (mf >> (in_m - 1)) & 1;
+        W result = pick(negative, pattern | sign1, pattern);
+        result = pick(zero_result, pick(negative, zero1, W{0}), result);
+        result = pick(over, pick(negative, over1, over0), result);
+        result = pick(bad_sign & !zero_result, nan, result);
+        result =
+            pick(special, pick(is_nan | bad_sign, nan, pick(negative, inf_in1, inf_in0)), result);
+        result = pick(a == 0, pick(negative, zero_in1, zero_in0), result);
+        unsigned f = (inexact ? FLAG_INEXACT : 0u) | (inexact & tiny ? FLAG_UNDERFLOW : 0u);
+        f = pick(over, FLAG_OVERFLOW | FLAG_INEXACT, f);
+        f = pick(bad_sign & !zero_result, FLAG_INVALID, f);
+        f = pick(special,
+                 pick(is_nan, nan_flags | (quiet ? 0u : FLAG_INVALID),
+                      pick(bad_sign, FLAG_INVALID, inf_in_flags)),
+                 f);
+        f = pick(a == 0, zero_in_flags, f);
         out[i] = static_cast<Out>(result);
         flags |= f;
     }

@@ -64,7 +64,7 @@ Split split(const Plan& plan, std::uint64_t bits);
 inline bool directed_away(Method d, bool negative, bool round_bit, bool sticky, bool odd) {
     switch (d) {
     case Method::nearest_even:
-        return round_bit && (sticky || odd);
+        return round_bit & (sticky | odd);
     case Method::upward:
         return !negative;
     case Method::downward:

@@ -157,7 +157,7 @@ struct stochastic {
 ///    2^-bias gives that value in every direction (inexact, underflow).
 /// Under nearest_even a tie goes to the even pattern: for exponent_only, whose
 /// patterns are exponents, to the even exponent; to_odd likewise makes the
-/// pattern odd.
+/// pattern odd. A direction outside the six throws "bad rounding mode: N".
 std::uint64_t encode(const IEEEFloat& x, const encoding& enc, rounding r, overflow o);
 /// x rounded stochastically into `enc` with the random bits of element 0 of
 /// `s` (counter s.offset), otherwise as the directed encode.
@@ -206,7 +206,8 @@ void quantize(const double* in, std::size_t n, std::uint16_t* out, const encodin
 /// double). A value of another encoding that the destination cannot hold is
 /// rounded to nearest-even, as converting the decoded value would round it
 /// (beyond the range: an infinity). NaN patterns give a quiet NaN. Raises no
-/// flag.
+/// flag. Throws "invalid encoding: wider than the input elements" for an
+/// encoding wider than the patterns' type.
 void dequantize(const std::uint8_t* in, std::size_t n, float* out, const encoding& enc);
 void dequantize(const std::uint8_t* in, std::size_t n, double* out, const encoding& enc);
 void dequantize(const std::uint16_t* in, std::size_t n, float* out, const encoding& enc);
@@ -222,7 +223,8 @@ constexpr std::size_t packed_size(std::size_t n, unsigned width) {
 /// nibble of byte 0; with width 6 four elements fill three bytes). Writes
 /// packed_size(n, width) bytes; unused bits of the last byte are 0.
 void pack_bits(const std::uint8_t* in, std::size_t n, unsigned width, std::uint8_t* out);
-/// The inverse of pack_bits: n elements of `width` bits into bytes.
+/// The inverse of pack_bits: n elements of `width` bits into bytes. Both
+/// throw "invalid element width for packing" for a width outside 1 to 8.
 void unpack_bits(const std::uint8_t* in, std::size_t n, unsigned width, std::uint8_t* out);
 
 } // namespace tarn
