@@ -64,8 +64,9 @@ template <class F, Method how, class Out>
 // Variable per-lane shifts need AVX2: a second copy for machines that have it.
 __attribute__((target_clones("avx2", "default")))
 #endif
-unsigned run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, Out* out,
-             std::uint64_t first) {
+unsigned
+run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, Out* out,
+    std::uint64_t first) {
     using W = typename Input<F>::word;
     using S = typename Input<F>::sword;
     constexpr int in_m = Input<F>::m, top = Input<F>::width - 1;
@@ -142,7 +143,7 @@ unsigned run(const Plan& plan, const stochastic* s, const F* in, std::size_t n, 
         result =
             pick(special, pick(is_nan | bad_sign, nan, pick(negative, inf_in1, inf_in0)), result);
         result = pick(a == 0, pick(negative, zero_in1, zero_in0), result);
-        unsigned f = (inexact ? FLAG_INEXACT : 0u) | (inexact & tiny ? FLAG_UNDERFLOW : 0u);
+        unsigned f = (inexact ? FLAG_INEXACT : 0u) | ((inexact & tiny) ? FLAG_UNDERFLOW : 0u);
         f = pick(over, FLAG_OVERFLOW | FLAG_INEXACT, f);
         f = pick(bad_sign & !zero_result, FLAG_INVALID, f);
         f = pick(special,
