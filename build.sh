@@ -15,7 +15,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
 JOBS=$(nproc 2>/dev/null || echo 2)
-BASE_PACKAGES=(g++ cmake ninja-build pkg-config libgmp-dev libgtest-dev libmpfr-dev)
+BASE_PACKAGES=(g++ cmake ninja-build pkg-config libgmp-dev libgtest-dev libmpfr-dev librandom123-dev
+    libhwy-dev)
 
 log() { printf '==> %s\n' "$*"; }
 

@@ -10,6 +10,7 @@ set(tarn_public_headers
     exception/exception.h
     ieeefloat/flags.h
     ieeefloat/ieeefloat.h
+    lowp/lowp.h
     numbers/bvnumber.h
     numbers/qnumber.h
     swflt/swflt.h)

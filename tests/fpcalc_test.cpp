@@ -2,6 +2,7 @@
 // where numerals end, one rounding per numeral and per operation, and errors
 // that point at the right place.
 
+#include "encodings.h"
 #include "expression.h"
 
 #include <gtest/gtest.h>
@@ -117,6 +118,30 @@ TEST(Fpcalc, ErrorsPointAtTheOffendingText) {
             EXPECT_NE(std::string(e.what()).find(message), std::string::npos) << e.what();
         }
     }
+}
+
+// The encode and decode commands: named and custom encodings, a numeral rounded
+// once (0.1 to float16 is 0x2e66 whichever way it is read), both overflow modes.
+TEST(Fpcalc, EncodesAndDecodesLowPrecision) {
+    const auto nearest = tarn::rounding::nearest_even;
+    const auto saturate = tarn::overflow::saturate;
+    const auto e4m3fn = fpcalc::parse_encoding("float8_e4m3fn");
+    EXPECT_EQ(fpcalc::encode_text(e4m3fn, "1.3", nearest, saturate),
+              "0x3a 0b00111010 = 1.25  flags: inexact");
+    EXPECT_EQ(fpcalc::encode_text(e4m3fn, "-1e9", nearest, tarn::overflow::non_finite),
+              "0x7f 0b01111111 = nan  flags: overflow inexact");
+    EXPECT_EQ(fpcalc::decode_text(e4m3fn, "0b01111110"), "0x7e 0b01111110 = 448");
+    EXPECT_EQ(fpcalc::encode_text(fpcalc::parse_encoding("float16"), "0.1", nearest, saturate)
+                  .substr(0, 6),
+              "0x2e66");
+    const auto fnuz = fpcalc::parse_encoding("e4m3:bias=8:fnuz");
+    EXPECT_TRUE(fnuz == *tarn::encoding::by_name("float8_e4m3fnuz"));
+    EXPECT_EQ(fpcalc::decode_text(fnuz, "0x80"), "0x80 0b10000000 = nan");
+    EXPECT_EQ(fpcalc::decode_text(fpcalc::parse_encoding("e2m1:finite:unsigned"), "7"),
+              "0x7 0b111 = 6");
+    for (const char* bad : {"e4", "e0m3", "e4m3:fnuz:unsigned", "e4m3:bias=x"})
+        EXPECT_THROW(fpcalc::parse_encoding(bad), fpcalc::EncodingError) << bad;
+    EXPECT_THROW(fpcalc::decode_text(e4m3fn, "0x100"), fpcalc::EncodingError);
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #pragma once
 
 #include "tarn/ieeefloat/ieeefloat.h"
+#include "tarn/lowp/lowp.h"
 #include "tarn/swflt/swflt.h"
 #include "tests/oracle/oracle.h"
 
@@ -24,6 +25,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace rows {
 
@@ -783,6 +785,139 @@ inline std::string natives(const Setting& s, const Operands& in) {
     return "";
 }
 
+// ---- Low-precision encodings (tarn/lowp) ----------------------------------------
+
+inline oracle::Encoding to_oracle(const tarn::encoding& e) {
+    return {static_cast<unsigned>(e.exponent_width), static_cast<unsigned>(e.mantissa_width),
+            e.bias, e.has_sign, static_cast<int>(e.top)};
+}
+
+/// Every named encoding, and an unsigned one of an odd bias.
+inline const std::vector<tarn::encoding>& encodings() {
+    static const std::vector<tarn::encoding> all = [] {
+        std::vector<tarn::encoding> v;
+        for (const auto name : tarn::encoding::known_names())
+            v.push_back(*tarn::encoding::by_name(name));
+        tarn::encoding odd =
+            tarn::encoding::make(3, 4, tarn::encoding::specials::finite_nan_all_ones);
+        odd.bias = -2;
+        odd.has_sign = false;
+        v.push_back(odd);
+        return v;
+    }();
+    return all;
+}
+
+/// Whether a case checks encoding k: all of them, but one in turn in the 16-bit
+/// formats, whose every pattern the exhaustive run walks.
+inline bool checks(const Setting& s, const Operands& in, std::size_t k) {
+    return s.ofmt().width() != 16 ||
+           k == (oracle::to_word(in.a) + static_cast<unsigned>(in.direction)) % encodings().size();
+}
+
+/// Each encoding, rounding in `in.direction`, saturating or not by `in.flag`.
+inline std::string encode_row(const Setting& s, const Operands& in) {
+    const IEEEFloat x = make(s, in.a);
+    const auto r = static_cast<tarn::rounding>(in.direction);
+    const auto o = in.flag ? tarn::overflow::saturate : tarn::overflow::non_finite;
+    for (std::size_t k = 0; k < encodings().size(); ++k) {
+        const tarn::encoding& e = encodings()[k];
+        if (!checks(s, in, k)) continue;
+        std::uint64_t got = 0;
+        const unsigned raised = flags_of([&] { got = tarn::encode(x, e, r, o); });
+        unsigned flags = 0;
+        const mpz_class want =
+            oracle::encode(s.ofmt(), bits_of(x), to_oracle(e), in.direction, in.flag, &flags);
+        ROW_EXPECT(got == oracle::to_word(want) && raised == flags,
+                   "(" + std::to_string(e.exponent_width) + "," + std::to_string(e.mantissa_width) +
+                       ") bias " + std::to_string(e.bias) + " got " + std::to_string(got) +
+                       " want " + want.get_str() + flag_mismatch(raised, flags));
+    }
+    return "";
+}
+
+/// The low bits of the operand as a pattern of each encoding: its value, and the
+/// float and double that dequantize gives for it.
+inline std::string decode_row(const Setting& s, const Operands& in) {
+    for (std::size_t k = 0; k < encodings().size(); ++k) {
+        const tarn::encoding& e = encodings()[k];
+        if (!checks(s, in, k)) continue;
+        const std::uint64_t p = oracle::to_word(in.a) & (~0ULL >> (64 - e.width()));
+        const IEEEFloat got = tarn::decode(p, e);
+        bool negative = false;
+        mpq_class value;
+        const Kind kind = oracle::decode(to_oracle(e), p, negative, value);
+        const std::string what = "pattern " + std::to_string(p) + " of (" +
+                                 std::to_string(e.exponent_width) + "," +
+                                 std::to_string(e.mantissa_width) + ")";
+        ROW_EXPECT(got.is_nan() == (kind == Kind::NaN) &&
+                       got.is_inf() == (kind == Kind::Infinite) &&
+                       got.is_zero() == (kind == Kind::Zero) &&
+                       (kind == Kind::NaN || got.get_sign() == negative) &&
+                       (kind != Kind::Normal || got.to_number().to_mpq() == value),
+                   what + " decoded to " + got.to_str());
+        if (e.width() > 16) continue;
+        const auto q = static_cast<std::uint16_t>(p);
+        float f;
+        double d;
+        tarn::dequantize(&q, 1, &f, e);
+        tarn::dequantize(&q, 1, &d, e);
+        const mpq_class read_f = kind == Kind::Normal ? mpq_class(f) : 0;
+        ROW_EXPECT((kind == Kind::NaN) == (f != f) && (kind != Kind::Normal || read_f == value) &&
+                       (kind != Kind::Normal || mpq_class(d) == value),
+                   what + " dequantized to " + std::to_string(d));
+    }
+    return "";
+}
+
+/// The bulk conversions of binary32 and binary64 words, on the operand, its
+/// neighbour pattern and its negation, element by element against encode, with
+/// the flags of the batch the OR of the elements'.
+template <class F>
+std::string bulk_batch(const Setting& s, const Operands& in) {
+    const mpz_class sign_bit = oracle::pow2(s.ofmt().width() - 1);
+    const IEEEFloat xs[] = {make(s, in.a), make(s, in.a ^ 1), make(s, in.a ^ sign_bit)};
+    F batch[3];
+    for (int i = 0; i < 3; ++i) {
+        const std::uint64_t word = oracle::to_word(bits_of(xs[i]));
+        std::memcpy(&batch[i], &word, sizeof(F)); // little-endian: the low bytes
+    }
+    const auto r = static_cast<tarn::rounding>(in.direction);
+    const auto o = in.flag ? tarn::overflow::saturate : tarn::overflow::non_finite;
+    const tarn::stochastic st{oracle::to_word(in.a), in.width,
+                              1 + 12 * static_cast<unsigned>(in.direction)};
+    for (const tarn::encoding& e : encodings()) {
+        if (e.width() > 16) continue;
+        for (const bool random : {false, true}) {
+            std::uint16_t out[3];
+            const unsigned raised = flags_of([&] {
+                random ? tarn::quantize(batch, 3, out, e, st, o)
+                       : tarn::quantize(batch, 3, out, e, r, o);
+            });
+            unsigned flags = 0;
+            for (std::uint64_t i = 0; i < 3; ++i) {
+                std::uint64_t want = 0;
+                const tarn::stochastic one{st.seed, st.offset + i, st.random_bits};
+                flags |= flags_of(
+                    [&] { want = random ? encode(xs[i], e, one, o) : encode(xs[i], e, r, o); });
+                ROW_EXPECT(out[i] == want,
+                           std::string(random ? "stochastic " : "") + "element " +
+                               std::to_string(i) + " of (" + std::to_string(e.exponent_width) +
+                               "," + std::to_string(e.mantissa_width) + ") got " +
+                               std::to_string(out[i]) + " want " + std::to_string(want));
+            }
+            ROW_EXPECT(raised == flags, "batch" + flag_mismatch(raised, flags));
+        }
+    }
+    return "";
+}
+
+inline std::string quantize_row(const Setting& s, const Operands& in) {
+    if (s.format == Format::binary32()) return bulk_batch<float>(s, in);
+    if (s.format == Format::binary64()) return bulk_batch<double>(s, in);
+    return "";
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -840,6 +975,9 @@ inline const Row table[] = {
     {"mixed_compare", Input::Pair, Operation::Add, false, mixed_compare, true},
     {"from_rational", Input::Rational, Operation::Add, true, from_rational},
     {"natives", Input::Single, Operation::Add, true, natives},
+    {"encode", Input::Single, Operation::Add, false, encode_row, true},
+    {"decode", Input::Single, Operation::Add, false, decode_row},
+    {"quantize", Input::Single, Operation::Add, false, quantize_row, true},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];

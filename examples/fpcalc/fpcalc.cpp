@@ -8,6 +8,7 @@
 // expression was evaluated, 2 for bad input (options, format, rounding direction,
 // syntax, numerals), 1 when the library refused a computation.
 
+#include "encodings.h"
 #include "expression.h"
 
 #include <cctype>
@@ -311,9 +312,58 @@ int run(const Options& options) {
     return EXIT_SUCCESS;
 }
 
+constexpr const char* encoding_usage =
+    "usage: fpcalc encode ENCODING VALUE [--round R] [--non-finite]\n"
+    "       fpcalc decode ENCODING PATTERN\n"
+    "\n"
+    "Rounds VALUE once into a low-precision encoding (saturating, unless\n"
+    "--non-finite), or reads PATTERN (0x hex, 0b binary or decimal) of one, and\n"
+    "prints the pattern in hex and binary and its value. ENCODING is a name\n"
+    "(float8_e4m3fn, float8_e5m2, float8_e4m3fnuz, float8_e5m2fnuz,\n"
+    "float8_e4m3b11fnuz, float8_e8m0fnu, float6_e3m2fn, float6_e2m3fn,\n"
+    "float4_e2m1fn, bfloat16, float16, float32) or eXmY with options after\n"
+    "colons: bias=B, unsigned, and one of ieee (default), fn (no infinities,\n"
+    "NaN all ones), fnuz (no infinities, no -0, NaN the sign bit alone), finite\n"
+    "(no specials), scale (exponent only, unsigned): e4m3:bias=8:fnuz.\n";
+
+/// `fpcalc encode ...` and `fpcalc decode ...` (examples/fpcalc/encodings.h).
+int run_encoding_command(int argc, char** argv) {
+    const bool encode = std::string_view(argv[1]) == "encode";
+    try {
+        tarn::rounding direction = tarn::rounding::nearest_even;
+        tarn::overflow overflow = tarn::overflow::saturate;
+        std::vector<std::string_view> operands;
+        for (int i = 2; i < argc; ++i) {
+            const std::string_view arg = argv[i];
+            if ((arg == "--round" || arg == "-r") && i + 1 < argc)
+                direction = parse_rounding(argv[++i]);
+            else if (arg == "--non-finite")
+                overflow = tarn::overflow::non_finite;
+            else if (arg == "--help" || arg == "-h")
+                return std::cout << encoding_usage, EXIT_SUCCESS;
+            else
+                operands.push_back(arg);
+        }
+        if (operands.size() != 2) throw UsageError{"give an encoding and a value or pattern"};
+        const tarn::encoding enc = fpcalc::parse_encoding(operands[0]);
+        std::cout << (encode ? fpcalc::encode_text(enc, operands[1], direction, overflow)
+                             : fpcalc::decode_text(enc, operands[1]))
+                  << "\n";
+        return EXIT_SUCCESS;
+    } catch (const UsageError& e) {
+        std::cerr << "fpcalc: " << e.message << "\n" << encoding_usage;
+    } catch (const fpcalc::EncodingError& e) {
+        std::cerr << "fpcalc: " << e.what() << "\n";
+    }
+    return exit_bad_input;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    if (argc >= 2 &&
+        (std::string_view(argv[1]) == "encode" || std::string_view(argv[1]) == "decode"))
+        return run_encoding_command(argc, argv);
     Options options;
     try {
         options = parse_options(argc, argv);

@@ -746,4 +746,179 @@ int compare_mixed(Format fa, const mpz_class& a, Format fb, const mpz_class& b) 
     return order < 0 ? -1 : order > 0 ? 1 : 0;
 }
 
+// ---- Low-precision encodings ------------------------------------------------
+
+namespace {
+
+/// The grid of an encoding: exponent of the smallest normal binade, whether there
+/// are subnormals, and the patterns that do not depend on a value.
+struct Grid {
+    const Encoding& enc;
+    long emin;
+    bool scale;
+    mpz_class sign_bit, nan, largest, infinity;
+
+    explicit Grid(const Encoding& x)
+        : enc(x), emin(x.top == 4 ? -x.bias : 1 - x.bias), scale(x.top == 4),
+          sign_bit(x.has_sign ? pow2(x.e + x.m) : mpz_class(0)) {
+        const mpz_class all = pow2(x.e + x.m) - 1;
+        infinity = (pow2(x.e) - 1) * pow2(x.m);
+        nan = x.top == 0   ? infinity + (x.m ? pow2(x.m - 1) : mpz_class(0))
+              : x.top == 2 ? pow2(x.e + x.m)
+              : x.top == 3 ? mpz_class(0)
+                           : all;
+        largest = x.top == 0 ? infinity - 1 : x.top == 1 || x.top == 4 ? all - 1 : all;
+    }
+
+    /// The pattern of a non-negative value on the grid (beyond the top too).
+    mpz_class pattern(mpfr_srcptr v) const {
+        if (mpfr_zero_p(v)) return 0;
+        const long E = mpfr_get_exp(v) - 1;
+        const long low = E < emin ? emin : E;
+        mpfr_t t;
+        mpfr_init2(t, mpfr_get_prec(v));
+        mpfr_mul_2si(t, v, enc.m - low, MPFR_RNDN);
+        mpz_class sig;
+        mpfr_get_z(sig.get_mpz_t(), t, MPFR_RNDN);
+        mpfr_clear(t);
+        if (E < emin) return sig;
+        return mpz_class(low - emin + (scale ? 0 : 1)) * pow2(enc.m) + sig - pow2(enc.m);
+    }
+
+    /// Chooses between the neighbours z <= |x| <= a of the grid in direction `mode`;
+    /// `odd` tells whether z is odd.
+    static bool pick_a(mpfr_srcptr x, mpfr_srcptr z, mpfr_srcptr a, bool odd, bool negative,
+                       int mode) {
+        mpfr_t mid;
+        mpfr_init2(mid, mpfr_get_prec(z) + 8);
+        mpfr_add(mid, z, a, MPFR_RNDN);
+        mpfr_div_2ui(mid, mid, 1, MPFR_RNDN);
+        const int c = mpfr_cmp(x, mid);
+        mpfr_clear(mid);
+        switch (mode) {
+        case NEAREST_EVEN:
+            return c > 0 || (c == 0 && odd);
+        case TOWARD_ZERO:
+            return false;
+        case TOWARD_POSITIVE:
+            return !negative;
+        case TOWARD_NEGATIVE:
+            return negative;
+        case NEAREST_AWAY:
+            return c >= 0;
+        default:
+            return !odd;
+        }
+    }
+};
+
+/// |x| rounded toward zero and away from zero at precision p, and when `bounded` at
+/// no bit below 2^low: where the subnormals of the encoding lie.
+void neighbours(mpfr_srcptr x, long p, long low, bool bounded, mpfr_ptr z, mpfr_ptr a) {
+    if (bounded) p = std::min(p, static_cast<long>(mpfr_get_exp(x)) - low);
+    mpfr_set_prec(z, std::max(p, 1L));
+    mpfr_set_prec(a, std::max(p, 1L));
+    if (p <= 0) {
+        mpfr_set_zero(z, 1);
+        mpfr_set_ui_2exp(a, 1, low, MPFR_RNDN);
+        return;
+    }
+    mpfr_set(z, x, MPFR_RNDZ);
+    mpfr_set(a, x, MPFR_RNDA);
+}
+
+} // namespace
+
+mpz_class encode(Format from, const mpz_class& bits, const Encoding& enc, int mode, bool saturate,
+                 unsigned* flags) {
+    const Grid g(enc);
+    unsigned raised = 0;
+    const bool negative = sign_of(from, bits);
+    const mpz_class sign = negative ? g.sign_bit : mpz_class(0);
+    const bool to_infinity = mode == NEAREST_EVEN || mode == NEAREST_AWAY ||
+                             (mode == TOWARD_POSITIVE && !negative) ||
+                             (mode == TOWARD_NEGATIVE && negative);
+    const mpz_class beyond = enc.top == 0   ? g.infinity + sign
+                             : enc.top == 3 ? g.largest + sign
+                                            : g.nan;
+    mpz_class result;
+    const Kind kind = classify(from, bits);
+    if (kind == Kind::NaN) {
+        result = g.nan;
+        raised = enc.top == 3 || is_signaling(from, bits) ? FLAG_INVALID : 0;
+    } else if (negative && (g.scale || (!enc.has_sign && kind == Kind::Infinite))) {
+        result = g.nan;
+        raised = FLAG_INVALID;
+    } else if (kind == Kind::Infinite) {
+        result = saturate ? g.largest + sign : beyond;
+        raised = enc.top == 0 ? 0 : FLAG_INVALID;
+    } else if (kind == Kind::Zero) {
+        result = g.scale ? g.nan : enc.has_sign && enc.top != 2 ? sign : mpz_class(0);
+        raised = g.scale ? FLAG_INVALID : 0;
+    } else {
+        mpfr_set_emin(mpfr_get_emin_min());
+        mpfr_set_emax(mpfr_get_emax_max());
+        mpfr_t x, z, a, threshold;
+        mpfr_inits2(from.m + 2, x, z, a, threshold, static_cast<mpfr_ptr>(nullptr));
+        mpfr_set_q(x, to_rational(from, bits).get_mpq_t(), MPFR_RNDN);
+        mpfr_abs(x, x, MPFR_RNDN);
+        mpfr_set_ui_2exp(threshold, 1, g.emin, MPFR_RNDN);
+        const bool below = mpfr_cmp(x, threshold) < 0;
+        mpz_class p;
+        bool inexact = true, tiny = below;
+        if (g.scale && below) {
+            p = 0; // nothing lies below the smallest scale
+        } else {
+            neighbours(x, enc.m + 1, g.emin - enc.m, true, z, a);
+            inexact = !mpfr_equal_p(z, a);
+            const mpz_class pz = g.pattern(z);
+            p = pz;
+            if (inexact && Grid::pick_a(x, z, a, mpz_odd_p(pz.get_mpz_t()), negative, mode))
+                p = g.pattern(a);
+            if (below && inexact) {
+                // Tininess after rounding: at full precision with an unbounded exponent.
+                neighbours(x, enc.m + 1, 0, false, z, a);
+                mpz_class sig;
+                mpfr_get_z_2exp(sig.get_mpz_t(), z);
+                const bool up = Grid::pick_a(x, z, a, mpz_odd_p(sig.get_mpz_t()), negative, mode);
+                tiny = mpfr_cmp(up ? a : z, threshold) < 0;
+            }
+        }
+        mpfr_clears(x, z, a, threshold, static_cast<mpfr_ptr>(nullptr));
+        if (p > g.largest) {
+            result = !saturate && to_infinity ? beyond : g.largest + sign;
+            raised = FLAG_OVERFLOW | FLAG_INEXACT;
+        } else {
+            result = p == 0 && !g.scale ? (enc.has_sign && enc.top != 2 ? sign : mpz_class(0))
+                                        : p + sign;
+            raised = inexact ? FLAG_INEXACT | (tiny ? FLAG_UNDERFLOW : 0) : 0;
+        }
+        if (negative && !enc.has_sign && (p != 0 || g.scale)) {
+            result = g.nan;
+            raised = FLAG_INVALID;
+        }
+    }
+    if (flags) *flags = raised;
+    return result;
+}
+
+Kind decode(const Encoding& enc, const mpz_class& bits, bool& negative, mpq_class& value) {
+    const Grid g(enc);
+    const mpz_class magnitude = bits % pow2(enc.e + enc.m);
+    negative = enc.has_sign && mpz_tstbit(bits.get_mpz_t(), enc.e + enc.m);
+    const mpz_class field = magnitude / pow2(enc.m), mantissa = magnitude % pow2(enc.m);
+    const bool top_field = field == pow2(enc.e) - 1;
+    if ((enc.top == 0 && top_field && mantissa != 0) ||
+        ((enc.top == 1 || enc.top == 4) && magnitude == g.nan) ||
+        (enc.top == 2 && negative && magnitude == 0))
+        return Kind::NaN;
+    if (enc.top == 0 && top_field) return Kind::Infinite;
+    if (magnitude == 0 && !g.scale) return Kind::Zero;
+    const bool normal = field != 0 || g.scale;
+    const long exponent = normal ? field.get_si() - (g.scale ? 0 : 1) + g.emin : g.emin;
+    value = times_pow2(mpq_class(normal ? mantissa + pow2(enc.m) : mantissa), exponent - enc.m);
+    if (negative) value = -value;
+    return Kind::Normal;
+}
+
 } // namespace oracle

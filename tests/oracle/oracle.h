@@ -389,4 +389,34 @@ mpz_class mixed(Operation op, Format fa, const mpz_class& a, Format fb, const mp
 /// compare() of a of format fa and b of format fb: their exact values compared.
 int compare_mixed(Format fa, const mpz_class& a, Format fb, const mpz_class& b);
 
+// ---------------------------------------------------------------------------
+// Low-precision encodings: formats with other biases and other conventions at the
+// top of the range, written from their definitions rather than from the library's.
+// ---------------------------------------------------------------------------
+
+/// An encoding of e exponent and m mantissa bits, any bias, an optional sign bit on
+/// top. `top`: 0 IEEE infinities and NaNs; 1 no infinities, NaN only with exponent
+/// and mantissa all ones; 2 no infinities, no -0, the one NaN is the sign bit alone;
+/// 3 every pattern finite; 4 an unsigned scale 2^(pattern - bias), all ones NaN.
+struct Encoding {
+    unsigned e, m;
+    long bias;
+    bool has_sign;
+    int top;
+};
+
+/// `bits` of `from` rounded once into `enc` in direction `mode` (0 to 5), on the
+/// encoding's grid extended upward without limit (MPFR at precision m+1, subnormalized
+/// at the encoding's smallest exponent); a result beyond the largest finite value is an
+/// overflow: the largest finite value when `saturate` or when the direction would not
+/// give an infinity, else the infinity, the NaN, or in encodings with neither the
+/// largest finite value. Ties of the nearest direction go to the even pattern; to odd
+/// makes the pattern odd. Special cases and flags as tarn/lowp/lowp.h documents them.
+mpz_class encode(Format from, const mpz_class& bits, const Encoding& enc, int mode, bool saturate,
+                 unsigned* flags = nullptr);
+
+/// The class of pattern `bits` of `enc` (Normal for every finite non-zero value), with
+/// its sign, and for a finite value its exact value.
+Kind decode(const Encoding& enc, const mpz_class& bits, bool& negative, mpq_class& value);
+
 } // namespace oracle
