@@ -227,4 +227,56 @@ void pack_bits(const std::uint8_t* in, std::size_t n, unsigned width, std::uint8
 /// throw "invalid element width for packing" for a width outside 1 to 8.
 void unpack_bits(const std::uint8_t* in, std::size_t n, unsigned width, std::uint8_t* out);
 
+// ---- Block scaling (MX) ------------------------------------------------------
+//
+// Microscaling blocks: `block` consecutive values share one power-of-two scale,
+// stored as a float8_e8m0fnu pattern (2^(p - 127), 255 NaN), and each value is
+// kept as an element pattern of `element`, one per byte (pack_bits densifies
+// the 4- and 6-bit ones). The MX element encodings are float8_e4m3fn,
+// float8_e5m2, float6_e3m2fn, float6_e2m3fn and float4_e2m1fn; any encoding of
+// at most 8 bits is taken.
+//
+// The scale of a block is the largest power of two not above its largest
+// magnitude, divided by the element encoding's largest power of two (the
+// binade of its largest finite value: 2^8 for e4m3fn, 2^15 for e5m2, 2^4 for
+// e3m2fn, 2^2 for e2m3fn and e2m1fn), so that the largest value lands in the
+// element's top binade. It is clamped to the scales e8m0 holds, 2^-127 to
+// 2^127: a block too small for the lowest scale loses its low bits to the
+// elements' rounding, and (only from doubles) one too large for the highest
+// saturates. Each element is x / scale rounded to nearest-even and saturating,
+// exactly as encode(x / scale, element, nearest_even, saturate) with the
+// quotient taken exactly, so the largest values of a block may saturate.
+//
+// Special blocks:
+//  - an all-zero block (either sign) gets the smallest scale, pattern 0, and
+//    zero elements that keep their sign where the encoding has a negative zero;
+//  - a block that holds a NaN or an infinity has no scale that represents it:
+//    its scale is the NaN pattern 255, its elements are 0, and invalid is
+//    raised. Its other values are lost; dequantizing gives NaN for the whole
+//    block.
+//
+// n need not be a multiple of block: the last block is then short, and scales
+// receives (n + block - 1) / block patterns. The flags raised are the OR of the
+// elements' encode flags and invalid for the NaN-scaled blocks. `threads` (0 is
+// taken as 1) splits the blocks into contiguous parts; the results never depend
+// on it. Throws "invalid block size" for a block of 0 and "invalid encoding:
+// wider than the output elements" for an element encoding wider than 8 bits.
+void mx_quantize(const float* in, std::size_t n, std::size_t block, const encoding& element,
+                 std::uint8_t* elements, std::uint8_t* scales, unsigned threads = 1);
+void mx_quantize(const double* in, std::size_t n, std::size_t block, const encoding& element,
+                 std::uint8_t* elements, std::uint8_t* scales, unsigned threads = 1);
+
+/// The values of n elements in blocks of `block` (the last one may be short):
+/// element value x scale, NaN for every element of a block whose scale is 255,
+/// and for NaN elements. Into double the product is exact for every encoding
+/// whose values double holds (all named ones); into float it is that product
+/// rounded once to nearest-even, which for the MX elements is exact but beyond
+/// float's range, where it is an infinity. Raises no flag.
+/// Throws as mx_quantize, with "invalid encoding: wider than the input
+/// elements" for a wide element encoding.
+void mx_dequantize(const std::uint8_t* elements, const std::uint8_t* scales, std::size_t n,
+                   std::size_t block, const encoding& element, float* out);
+void mx_dequantize(const std::uint8_t* elements, const std::uint8_t* scales, std::size_t n,
+                   std::size_t block, const encoding& element, double* out);
+
 } // namespace tarn

@@ -921,4 +921,42 @@ Kind decode(const Encoding& enc, const mpz_class& bits, bool& negative, mpq_clas
     return Kind::Normal;
 }
 
+unsigned mx_block(Format from, const std::vector<mpz_class>& block, const Encoding& enc,
+                  std::vector<mpz_class>& elements, unsigned& flags) {
+    elements.assign(block.size(), 0);
+    mpq_class largest = 0, top;
+    for (const mpz_class& x : block) {
+        const Kind kind = classify(from, x);
+        if (kind == Kind::NaN || kind == Kind::Infinite) {
+            flags |= FLAG_INVALID;
+            return 255;
+        }
+        largest = std::max<mpq_class>(largest, abs(to_rational(from, x)));
+    }
+    bool negative = false;
+    decode(enc, Grid(enc).largest, negative, top);
+    const auto floor_log2 = [](const mpq_class& q) {
+        enter_full_range();
+        mpfr_t t;
+        mpfr_init2(t, 8);
+        mpfr_set_q(t, q.get_mpq_t(), MPFR_RNDZ);
+        const long e = mpfr_get_exp(t) - 1;
+        mpfr_clear(t);
+        return e;
+    };
+    const long shared = largest == 0 ? -127 : floor_log2(largest) - floor_log2(top);
+    const long s = std::clamp(shared, -127L, 127L);
+    // The quotients exactly, in a format of the same precision and a wider range.
+    const Format wide{from.e + 2, from.m};
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        unsigned raised = 0;
+        const bool zero = classify(from, block[i]) == Kind::Zero;
+        const mpz_class q =
+            zero ? block[i] : from_rational(times_pow2(to_rational(from, block[i]), -s), wide, 0);
+        elements[i] = encode(zero ? from : wide, q, enc, NEAREST_EVEN, true, &raised);
+        flags |= raised;
+    }
+    return static_cast<unsigned>(s + 127);
+}
+
 } // namespace oracle

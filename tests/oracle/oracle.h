@@ -58,6 +58,7 @@
 #include <iosfwd>
 #include <mpfr.h>
 #include <string>
+#include <vector>
 
 namespace oracle {
 
@@ -418,5 +419,14 @@ mpz_class encode(Format from, const mpz_class& bits, const Encoding& enc, int mo
 /// The class of pattern `bits` of `enc` (Normal for every finite non-zero value), with
 /// its sign, and for a finite value its exact value.
 Kind decode(const Encoding& enc, const mpz_class& bits, bool& negative, mpq_class& value);
+
+/// Block scaling of `block` (patterns of `from`) into elements of `enc`: the shared
+/// scale 2^(floor(log2 max |x|) - emax), emax the binade of enc's largest finite value,
+/// clamped to 2^-127 .. 2^127 (2^-127 for an all-zero block), returned as its
+/// float8_e8m0fnu pattern; each element x / scale rounded to nearest-even, saturating.
+/// A NaN or infinity makes the scale 255, the elements 0 and raises invalid. The
+/// elements' flags are or-ed into `flags`.
+unsigned mx_block(Format from, const std::vector<mpz_class>& block, const Encoding& enc,
+                  std::vector<mpz_class>& elements, unsigned& flags);
 
 } // namespace oracle
