@@ -920,69 +920,54 @@ inline std::string quantize_row(const Setting& s, const Operands& in) {
 
 /// Block scaling of binary32 and binary64 words: a block of the operand, its neighbour
 /// pattern, two copies scaled down (subnormal and vanishing elements) and a zero, then
-/// a short block of -0 or one more value, into each MX element encoding, against the
-/// reference; and back, to the exact value (double) and its rounding (float).
+/// a short block of -0 or one more value, into each MX element encoding; and back, to
+/// the exact values (double) and their roundings (float).
 template <class F>
 std::string mx_blocks(const Setting& s, const Operands& in) {
-    F x[2]; // little-endian: the low bytes of the words
-    for (std::uint64_t i = 0, word = oracle::to_word(in.a); i < 2; ++i, word ^= 1)
-        std::memcpy(&x[i], &word, sizeof(F));
-    const auto bits = [](F f) {
+    F v[6];
+    for (unsigned long i = 0, word = oracle::to_word(in.a); i < 2; ++i, word ^= 1)
+        std::memcpy(&v[i], &word, sizeof(F)); // little-endian: the low bytes
+    const int k = static_cast<int>(in.width % 13);
+    v[2] = std::ldexp(v[0], -k), v[3] = std::ldexp(v[0], -k - 12), v[4] = 0;
+    v[5] = in.flag ? -F(0) : -v[2];
+    std::vector<mpz_class> words, want;
+    for (const F f : v) {
         unsigned long word = 0;
         std::memcpy(&word, &f, sizeof f);
-        return mpz_class(word);
-    };
-    const int k = static_cast<int>(in.width % 13);
-    const F v[] = {x[0],
-                   x[1],
-                   std::ldexp(x[0], -k),
-                   std::ldexp(x[0], -k - 12),
-                   F(0),
-                   in.flag ? -F(0) : -std::ldexp(x[1], -k)};
-    constexpr std::size_t n = 6, block = 5;
+        words.emplace_back(word);
+    }
     for (const char* name :
          {"float8_e4m3fn", "float8_e5m2", "float6_e3m2fn", "float6_e2m3fn", "float4_e2m1fn"}) {
         const tarn::encoding e = *tarn::encoding::by_name(name);
-        std::uint8_t elements[n], scales[2];
+        std::uint8_t got[6], scales[2];
         const unsigned threads = 1 + (in.width == 1 && in.direction == 0);
         const unsigned raised =
-            flags_of([&] { tarn::mx_quantize(v, n, block, e, elements, scales, threads); });
-        float back[n];
-        double exact[n];
-        tarn::mx_dequantize(elements, scales, n, block, e, back);
-        tarn::mx_dequantize(elements, scales, n, block, e, exact);
+            flags_of([&] { tarn::mx_quantize(v, 6, 5, e, got, scales, threads); });
+        float back[6];
+        double exact[6];
+        tarn::mx_dequantize(got, scales, 6, 5, e, back);
+        tarn::mx_dequantize(got, scales, 6, 5, e, exact);
         unsigned flags = 0;
-        for (std::size_t b = 0; b < 2; ++b) {
-            std::vector<mpz_class> patterns, want;
-            for (std::size_t i = b * block; i < std::min(n, b * block + block); ++i)
-                patterns.push_back(bits(v[i]));
-            const unsigned scale = oracle::mx_block(s.ofmt(), patterns, to_oracle(e), want, flags);
-            ROW_EXPECT(scales[b] == scale, std::string(name) + " scale " +
-                                               std::to_string(scales[b]) + " want " +
-                                               std::to_string(scale));
-            for (std::size_t j = 0, i = b * block; j < want.size(); ++j, ++i) {
-                bool negative = false;
-                mpq_class value;
-                const Kind kind = scale == 255
-                                      ? Kind::NaN
-                                      : oracle::decode(to_oracle(e), want[j], negative, value);
-                value = oracle::times_pow2(value, static_cast<long>(scale) - 127);
-                std::uint32_t word;
-                std::memcpy(&word, &back[i], 4);
-                ROW_EXPECT(elements[i] == oracle::to_word(want[j]) &&
-                               (kind == Kind::NaN) ==
-                                   (back[i] != back[i] && exact[i] != exact[i]) &&
-                               (kind != Kind::Zero || (std::signbit(back[i]) == negative &&
-                                                       std::signbit(exact[i]) == negative)) &&
-                               (kind != Kind::Normal ||
-                                (mpq_class(exact[i]) == value &&
-                                 word == oracle::from_rational(value, {8, 23}, 0))),
-                           std::string(name) + " element " + std::to_string(i) + " got " +
-                               std::to_string(elements[i]) + " want " + want[j].get_str() +
-                               " back " + std::to_string(exact[i]));
-            }
+        const std::vector<unsigned> scale =
+            oracle::mx(s.ofmt(), words, 5, to_oracle(e), want, flags);
+        ROW_EXPECT(raised == flags && scales[0] == scale[0] && scales[1] == scale[1],
+                   std::string(name) + " scale " + std::to_string(scales[0]) + " want " +
+                       std::to_string(scale[0]) + flag_mismatch(raised, flags));
+        for (std::size_t i = 0; i < 6; ++i) {
+            bool negative = false;
+            mpq_class value;
+            const long shift = static_cast<long>(scale[i / 5]) - 127;
+            const bool nan =
+                shift == 128 || oracle::decode(to_oracle(e), want[i], negative, value) == Kind::NaN;
+            const float rounded = static_cast<float>(exact[i]);
+            ROW_EXPECT(got[i] == oracle::to_word(want[i]) && std::isnan(exact[i]) == nan &&
+                           (nan || (mpq_class(exact[i]) == oracle::times_pow2(value, shift) &&
+                                    std::signbit(exact[i]) == negative)) &&
+                           std::memcmp(&rounded, &back[i], sizeof rounded) == 0,
+                       std::string(name) + " element " + std::to_string(i) + " got " +
+                           std::to_string(got[i]) + " want " + want[i].get_str() + " back " +
+                           std::to_string(exact[i]));
         }
-        ROW_EXPECT(raised == flags, std::string(name) + flag_mismatch(raised, flags));
     }
     return "";
 }

@@ -921,42 +921,38 @@ Kind decode(const Encoding& enc, const mpz_class& bits, bool& negative, mpq_clas
     return Kind::Normal;
 }
 
-unsigned mx_block(Format from, const std::vector<mpz_class>& block, const Encoding& enc,
-                  std::vector<mpz_class>& elements, unsigned& flags) {
-    elements.assign(block.size(), 0);
-    mpq_class largest = 0, top;
-    for (const mpz_class& x : block) {
-        const Kind kind = classify(from, x);
-        if (kind == Kind::NaN || kind == Kind::Infinite) {
-            flags |= FLAG_INVALID;
-            return 255;
+std::vector<unsigned> mx(Format from, const std::vector<mpz_class>& values, std::size_t block,
+                         const Encoding& enc, std::vector<mpz_class>& elements, unsigned& flags) {
+    const Grid g(enc);
+    const long emax = mpz_class(g.largest >> enc.m).get_si() - (g.scale ? 0 : 1) + g.emin;
+    // The quotients exactly, in a format of the same precision and a wider range.
+    const Format wide{from.e + 2, from.m};
+    std::vector<unsigned> scales;
+    elements.assign(values.size(), 0);
+    for (std::size_t begin = 0; begin < values.size(); begin += block) {
+        const std::size_t end = std::min(values.size(), begin + block);
+        mpq_class largest = 0;
+        bool special = false;
+        for (std::size_t i = begin; i < end; ++i) {
+            special |= !is_finite(from, values[i]);
+            if (!special) largest = std::max<mpq_class>(largest, abs(to_rational(from, values[i])));
         }
-        largest = std::max<mpq_class>(largest, abs(to_rational(from, x)));
-    }
-    bool negative = false;
-    decode(enc, Grid(enc).largest, negative, top);
-    const auto floor_log2 = [](const mpq_class& q) {
         enter_full_range();
         mpfr_t t;
         mpfr_init2(t, 8);
-        mpfr_set_q(t, q.get_mpq_t(), MPFR_RNDZ);
-        const long e = mpfr_get_exp(t) - 1;
+        mpfr_set_q(t, largest.get_mpq_t(), MPFR_RNDZ); // keeps the binade
+        const long s = largest == 0 ? -127 : std::clamp(mpfr_get_exp(t) - 1 - emax, -127L, 127L);
         mpfr_clear(t);
-        return e;
-    };
-    const long shared = largest == 0 ? -127 : floor_log2(largest) - floor_log2(top);
-    const long s = std::clamp(shared, -127L, 127L);
-    // The quotients exactly, in a format of the same precision and a wider range.
-    const Format wide{from.e + 2, from.m};
-    for (std::size_t i = 0; i < block.size(); ++i) {
-        unsigned raised = 0;
-        const bool zero = classify(from, block[i]) == Kind::Zero;
-        const mpz_class q =
-            zero ? block[i] : from_rational(times_pow2(to_rational(from, block[i]), -s), wide, 0);
-        elements[i] = encode(zero ? from : wide, q, enc, NEAREST_EVEN, true, &raised);
-        flags |= raised;
+        scales.push_back(special ? 255 : static_cast<unsigned>(s + 127));
+        flags |= special ? FLAG_INVALID : 0;
+        for (std::size_t i = begin; i < end && !special; ++i) {
+            unsigned raised = 0;
+            const mpz_class q = scale_b(wide, convert(from, values[i], wide, 0), -s, 0);
+            elements[i] = encode(wide, q, enc, NEAREST_EVEN, true, &raised);
+            flags |= raised;
+        }
     }
-    return static_cast<unsigned>(s + 127);
+    return scales;
 }
 
 } // namespace oracle

@@ -420,13 +420,13 @@ mpz_class encode(Format from, const mpz_class& bits, const Encoding& enc, int mo
 /// its sign, and for a finite value its exact value.
 Kind decode(const Encoding& enc, const mpz_class& bits, bool& negative, mpq_class& value);
 
-/// Block scaling of `block` (patterns of `from`) into elements of `enc`: the shared
-/// scale 2^(floor(log2 max |x|) - emax), emax the binade of enc's largest finite value,
-/// clamped to 2^-127 .. 2^127 (2^-127 for an all-zero block), returned as its
-/// float8_e8m0fnu pattern; each element x / scale rounded to nearest-even, saturating.
-/// A NaN or infinity makes the scale 255, the elements 0 and raises invalid. The
-/// elements' flags are or-ed into `flags`.
-unsigned mx_block(Format from, const std::vector<mpz_class>& block, const Encoding& enc,
-                  std::vector<mpz_class>& elements, unsigned& flags);
+/// Block scaling of `values` (patterns of `from`) in blocks of `block` (the last may be
+/// short) into elements of `enc`, returning each block's float8_e8m0fnu scale pattern:
+/// 2^(floor(log2 max |x|) - emax), emax the binade of enc's largest finite value,
+/// clamped to 2^-127 .. 2^127 (2^-127 for an all-zero block). Each element is
+/// x / scale rounded to nearest-even, saturating. A NaN or infinity makes the scale 255
+/// and the block's elements 0 and raises invalid. The elements' flags are or-ed.
+std::vector<unsigned> mx(Format from, const std::vector<mpz_class>& values, std::size_t block,
+                         const Encoding& enc, std::vector<mpz_class>& elements, unsigned& flags);
 
 } // namespace oracle
