@@ -617,8 +617,8 @@ inline std::string extremes(const Setting& s, const Operands& in) {
         const std::string wrong = like_first(
             s, [&] { return ops[k % 4](x, b); },
             [&](int mode, unsigned* flags) {
-                return oracle::extreme(s.ofmt(), bits_of(x), to_oracle(b.get_format()),
-                                       bits_of(b), k % 2, k % 4 >= 2, mode, flags);
+                return oracle::extreme(s.ofmt(), bits_of(x), to_oracle(b.get_format()), bits_of(b),
+                                       k % 2, k % 4 >= 2, mode, flags);
             });
         ROW_EXPECT(wrong.empty(), "operation " + std::to_string(k) + wrong);
     }
