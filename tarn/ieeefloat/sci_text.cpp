@@ -73,16 +73,34 @@ mpz_class scaled_to_decimal(const mpz_class& significand, long k, long j) {
 /// The first `count` significant digits of significand * 2^k (> 0),
 /// correctly rounded, and the decimal exponent of the first of them.
 std::string significant_digits(const mpz_class& significand, long k, long count, long& exponent) {
-    // The value lies in [2^(bits - 1), 2^bits), so this guess of its decimal
-    // exponent is exact or one too low; a rounding up to 10^count also shows
-    // as one digit too many, and one step coarser gives the right digits then.
+    // The value lies in [2^(bits - 1), 2^bits), so its decimal exponent is
+    // this guess or one more, and one more only when 10^(guess + 1) lies below
+    // 2^bits, which an exact comparison then settles: cheaper than rounding at
+    // the wrong weight and again at the right one.
     const long bits = static_cast<long>(mpz_sizeinbase(significand.get_mpz_t(), 2)) + k;
     exponent = floor_log10_pow2(bits - 1);
-    for (;;) {
-        std::string digits = scaled_to_decimal(significand, k, exponent - count + 1).get_str();
-        if (static_cast<long>(digits.size()) <= count) return digits;
+    if (floor_log10_pow2(bits) > exponent) {
+        // significand * 2^k >= 10^p, p = exponent + 1, with each power of 5
+        // and of 2 moved to the side where it is a whole number.
+        const long p = exponent + 1;
+        mpz_class left = significand, right = 1, power;
+        mpz_ui_pow_ui(power.get_mpz_t(), 5, static_cast<unsigned long>(p < 0 ? -p : p));
+        (p < 0 ? left : right) *= power;
+        if (k > p)
+            left <<= static_cast<mp_bitcnt_t>(k - p);
+        else
+            right <<= static_cast<mp_bitcnt_t>(p - k);
+        if (left >= right) exponent = p;
+    }
+    std::string digits = scaled_to_decimal(significand, k, exponent - count + 1).get_str();
+    // A value within half a unit of 10^(exponent + 1) rounds up to it, in
+    // count + 1 digits. Being within a twentieth of a unit of the next weight
+    // too, it rounds to the same power there: one zero fewer.
+    if (static_cast<long>(digits.size()) > count) {
+        digits.pop_back();
         ++exponent;
     }
+    return digits;
 }
 
 /// Appends digits * 10^-fraction positionally, with `fraction` digits after

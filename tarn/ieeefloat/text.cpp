@@ -21,11 +21,25 @@ namespace {
 /// Scratch integers of the digit search, kept per thread so that printing in
 /// a loop stops allocating once the limbs have grown to the largest size met.
 struct DecimalScratch {
-    mpz_t significand, num, den, unit, quot, rem, bound;
-    DecimalScratch() { mpz_inits(significand, num, den, unit, quot, rem, bound, nullptr); }
-    ~DecimalScratch() { mpz_clears(significand, num, den, unit, quot, rem, bound, nullptr); }
+    mpz_t significand, num, den, unit, quot, rem, bound, shifted, power;
+    /// The exponent n of `power` = 5^n, -1 when it holds no such power.
+    long power_of = -1;
+    DecimalScratch() {
+        mpz_inits(significand, num, den, unit, quot, rem, bound, shifted, power, nullptr);
+    }
+    ~DecimalScratch() {
+        mpz_clears(significand, num, den, unit, quot, rem, bound, shifted, power, nullptr);
+    }
     DecimalScratch(const DecimalScratch&) = delete;
     DecimalScratch& operator=(const DecimalScratch&) = delete;
+
+    /// 5^n in `power`, computed only when not already there: the quotient is
+    /// tested and then divided by the same power.
+    mpz_srcptr power_of_five(long n) {
+        if (power_of != n) mpz_ui_pow_ui(power, 5, static_cast<unsigned long>(n));
+        power_of = n;
+        return power;
+    }
 };
 
 DecimalScratch& decimal_scratch() {
@@ -33,64 +47,101 @@ DecimalScratch& decimal_scratch() {
     return scratch;
 }
 
-/// The largest t <= `limit` for which the last t digits of `quot` (digits
-/// before its first counting as zeros), read as an integer q_t, pass:
-/// q_t <= `bound` when `from_zero`, otherwise 10^t - q_t <= `bound`. Both
-/// sides grow with t, so the first t that fails ends the run; -1 when t = 0
-/// already fails. The bound is small, so past its first digit or two only a
-/// run of zeros (or of nines) keeps the count going: one pass over them.
-long trailing_run(const std::string& quot, unsigned long bound, bool from_zero, long limit) {
-    const long n = static_cast<long>(quot.size());
-    unsigned long value = from_zero ? 0 : 1;
-    if (value > bound) return -1;
-    unsigned long power = 1; // 10^t, no longer tracked once above the bound
-    long t = 0;
-    for (; t < limit; ++t) {
-        // The digit d at 10^t adds d * 10^t to q_t and (9 - d) * 10^t to 10^t - q_t.
-        const int digit = t < n ? quot[static_cast<std::size_t>(n - 1 - t)] - '0' : 0;
-        const auto step = static_cast<unsigned long>(from_zero ? digit : 9 - digit);
-        if (step != 0) {
-            if (power > bound || step * power > bound - value) break;
-            value += step * power;
-        }
-        if (power <= bound) power *= 10;
-    }
-    return t;
+/// The number of zeros that end x (> 0) in decimal: the smaller of its
+/// valuations at 2 and at 5. The one at 2 is a bit scan, and caps the one at
+/// 5, which is tested at that cap first: runs of zeros come from values that
+/// are short decimals, with as many fives as twos to spare. Only otherwise does
+/// GMP's removal of fives, by squared powers of 5, count them.
+long decimal_valuation(mpz_srcptr x, DecimalScratch& s) {
+    const auto twos = static_cast<long>(mpz_scan1(x, 0));
+    if (twos == 0 || !mpz_divisible_ui_p(x, 5)) return 0;
+    if (mpz_divisible_p(x, s.power_of_five(twos))) return twos;
+    mpz_set_ui(s.bound, 5);
+    return std::min(twos, static_cast<long>(mpz_remove(s.shifted, x, s.bound)));
 }
+
+/// 10^n for n = 0 to 19, the powers that fit a word.
+constexpr unsigned long power_of_ten(long n) {
+    unsigned long p = 1;
+    while (n-- > 0)
+        p *= 10;
+    return p;
+}
+
+/// The largest t for which the last t decimal digits of `quot` (digits
+/// before its first counting as zeros), read as an integer q_t, pass:
+/// q_t <= `bound` when `from_zero`, otherwise 10^t - q_t <= `bound`; when
+/// every digit of the quotient passes with `from_zero`, their count. Both
+/// sides grow with t, so the first t that fails ends the run; -1 when t = 0
+/// already fails. The bound is small (below 10^18), so past its d digits
+/// (10^d > bound) a passing q_t is the last d digits r alone, or 10^t - q_t is
+/// 10^d - r alone: the digits between are zeros, or nines. The run then ends
+/// where the zeros of quot - r, or of quot + 10^d - r, end, which valuations
+/// count without writing the quotient in decimal.
+long trailing_run(mpz_srcptr quot, unsigned long bound, bool from_zero, DecimalScratch& s) {
+    long d = 0;
+    while (power_of_ten(d) <= bound)
+        ++d;
+    const unsigned long last = mpz_fdiv_ui(quot, power_of_ten(d));
+    // Only a quotient below 10^d can run out of digits before d.
+    long length = 1;
+    while (length < d && power_of_ten(length) <= last)
+        ++length;
+    const bool whole = mpz_cmp_ui(quot, last) == 0;
+    for (long t = 0; t <= d; ++t) {
+        const unsigned long q_t = last % power_of_ten(t);
+        if ((from_zero ? q_t : power_of_ten(t) - q_t) > bound) return t - 1;
+        if (from_zero && whole && t == length) return t;
+    }
+    if (from_zero && whole) return length;
+    if (from_zero)
+        mpz_sub_ui(s.shifted, quot, last);
+    else
+        mpz_add_ui(s.shifted, quot, power_of_ten(d) - last);
+    return decimal_valuation(s.shifted, s);
+}
+
+/// The number of digits the quotient at the fine weight must exceed that at
+/// the coarse one before the coarse start is tried: below it, a failed try
+/// would cost more than converting the longer quotient saves.
+constexpr long coarse_start_gain = 200;
 
 /// Writes the shortest decimal C * 10^j that lies strictly inside the
 /// rounding interval of X = significand * 2^k: the open interval between the
 /// midpoints to X's neighbours, X + 2^k above and X - 2^k below (X - 2^(k-1)
 /// when `finer_below`). Of the two candidates that bracket X at the shortest
 /// length, the nearer wins and an exact tie keeps the lower one. C goes to
-/// `digits` in decimal; j is returned.
+/// `digits` in decimal and j to `exponent`; false, when the interval holds
+/// no multiple of 10^j0, the weight the search starts at.
 ///
-/// The search starts at a weight 10^j0 certainly fine enough (10^j0 <=
-/// 2^(k-1), narrower than the interval, so the interval holds a multiple of
-/// it) and coarsens the weight while the interval still holds a multiple of
-/// 10^(j0+t). Holding a multiple of a power of ten implies holding one of
-/// every finer power, so the first weight that fails ends the search. A
+/// The search coarsens the weight while the interval still holds a multiple
+/// of 10^(j0+t). Holding a multiple of a power of ten implies holding one of
+/// every finer power, so the first weight that fails ends the search, and
+/// every start at which the interval holds a multiple ends it alike. A
 /// single exact division at j0 serves every weight: the multiples of
 /// 10^(j0+t) either side of X are the quotient with its last t digits cut
 /// off, or that plus one, and how far X lies from them depends on those t
-/// digits alone. Since the interval is only a few units of 10^j0 wide, the
-/// nearer multiple stays inside only while those digits are a small number
-/// (below X) or a small distance from 10^t (above X), which one scan from
-/// the end of the quotient's decimal text settles. The cost is that of the
-/// division and of GMP's conversion to decimal, both subquadratic, so a
-/// value of a million digits prints in well under a second.
-long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
+/// digits alone. Since the interval is at most a few units of 10^j0 wide,
+/// the nearer multiple stays inside only while those digits are a small
+/// number (below X) or a small distance from 10^t (above X): a run of zeros
+/// or nines after the last digit or two, which valuations of the quotient
+/// (or of it plus a few units) measure without writing it in decimal. Only
+/// C itself is written in decimal. The cost is that of the division and a
+/// few exact products and quotients of its size, all subquadratic.
+bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, long j0,
+                           std::string& digits, long& exponent) {
     DecimalScratch& s = decimal_scratch();
-    const long j0 = floor_log10_pow2(k - 1);
 
     // X / 10^j0 = num / den and ulp / 10^j0 = unit / den, where
     // num = significand * unit and unit, den are products of powers of 2 and 5.
     const long twos = k - j0;
     const long fives = -j0;
-    mpz_ui_pow_ui(s.unit, 5, static_cast<unsigned long>(fives > 0 ? fives : 0));
+    mpz_set_ui(s.unit, 1);
+    mpz_set_ui(s.den, 1);
+    if (fives != 0)
+        mpz_set(fives > 0 ? s.unit : s.den, s.power_of_five(fives > 0 ? fives : -fives));
     if (twos > 0) mpz_mul_2exp(s.unit, s.unit, static_cast<mp_bitcnt_t>(twos));
     mpz_mul(s.num, s.unit, significand);
-    mpz_ui_pow_ui(s.den, 5, static_cast<unsigned long>(fives < 0 ? -fives : 0));
     if (twos < 0) mpz_mul_2exp(s.den, s.den, static_cast<mp_bitcnt_t>(-twos));
     if (fives >= 0 && twos < 0) {
         // For k < -1, bits finer than 1/2, den is 2^(j0 - k) alone: a shift
@@ -100,9 +151,6 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
     } else {
         mpz_fdiv_qr(s.quot, s.rem, s.num, s.den);
     }
-    digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
-    mpz_get_str(&digits[0], 10, s.quot);
-    digits.resize(std::char_traits<char>::length(digits.c_str()));
 
     // With q_t the last t digits of the quotient, the multiple below X at the
     // weight 10^(j0+t) lies (q_t * den + rem) / den units of 10^j0 below it and
@@ -120,49 +168,67 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
         mpz_sub_ui(s.bound, s.bound, 1);
         mpz_fdiv_q_2exp(s.bound, s.bound, below_shift);
         mpz_fdiv_q(s.bound, s.bound, s.den);
-        // The interval lies above 0, so the run ends within the quotient.
-        lower_run =
-            trailing_run(digits, mpz_get_ui(s.bound), true, static_cast<long>(digits.size()));
+        lower_run = trailing_run(s.quot, mpz_get_ui(s.bound), true, s);
     }
     mpz_mul_2exp(s.bound, s.rem, 1);
     mpz_add(s.bound, s.bound, s.unit);
     mpz_sub_ui(s.bound, s.bound, 1);
     mpz_fdiv_q_2exp(s.bound, s.bound, 1);
     mpz_fdiv_q(s.bound, s.bound, s.den);
-    const long upper_run = trailing_run(digits, mpz_get_ui(s.bound), false, LONG_MAX);
+    const long upper_run = trailing_run(s.quot, mpz_get_ui(s.bound), false, s);
 
-    const long t = std::max(0L, std::max(lower_run, upper_run));
+    // Neither multiple of 10^j0 nearest X inside: only a start coarser than
+    // the interval gets here.
+    if (lower_run < 0 && upper_run < 0) return false;
+    const long t = std::max(lower_run, upper_run);
     const bool lower_ok = lower_run >= t, upper_ok = upper_run >= t;
     bool take_upper = upper_ok;
+    // The last t digits of the quotient, q_t, when the lower multiple is
+    // inside, or 10^t - q_t when the upper one is: either is at most a bound,
+    // so below 10^18, and thus the last digits of the quotient at 10^18.
+    const unsigned long tail = mpz_fdiv_ui(s.quot, power_of_ten(std::min(t, 18L)));
     if (lower_ok && upper_ok) {
         // Both inside makes 10^t at most the sum of the bounds, so q_t and
         // 10^t fit words. The upper multiple is nearer when
         // 10^t * den - below < below, below = q_t * den + rem.
-        long power = 1, q_t = 0;
-        for (long i = 0; i < t; ++i, power *= 10) {
-            const auto at = static_cast<long>(digits.size()) - 1 - i;
-            q_t += (at >= 0 ? digits[static_cast<std::size_t>(at)] - '0' : 0) * power;
-        }
+        const auto power = static_cast<long>(power_of_ten(t)), q_t = static_cast<long>(tail);
         mpz_mul_si(s.bound, s.den, power - 2 * q_t);
         mpz_mul_2exp(s.num, s.rem, 1);
         take_upper = mpz_cmp(s.bound, s.num) < 0;
     }
-    // C is the quotient without its last t digits, plus one for the upper
-    // multiple: the carry runs through the nines at the end.
-    digits.resize(digits.size() > static_cast<std::size_t>(t)
-                      ? digits.size() - static_cast<std::size_t>(t)
-                      : 0);
-    if (take_upper) {
-        std::size_t i = digits.size();
-        while (i > 0 && digits[i - 1] == '9')
-            digits[--i] = '0';
-        if (i > 0)
-            ++digits[i - 1];
-        else
-            digits.insert(digits.begin(), '1');
+    // C is the multiple of 10^t chosen, divided by 10^t: an exact division.
+    if (take_upper)
+        mpz_add_ui(s.quot, s.quot, power_of_ten(std::min(t, 18L)) - tail);
+    else
+        mpz_sub_ui(s.quot, s.quot, tail);
+    if (t > 0) {
+        mpz_fdiv_q_2exp(s.quot, s.quot, static_cast<mp_bitcnt_t>(t));
+        mpz_divexact(s.quot, s.quot, s.power_of_five(t));
     }
-    if (digits.empty()) digits = "0";
-    return j0 + t;
+    digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
+    mpz_get_str(&digits[0], 10, s.quot);
+    digits.resize(std::char_traits<char>::length(digits.c_str()));
+    exponent = j0 + t;
+    return true;
+}
+
+/// shortest_decimal_from at a start that always holds a multiple; j is returned.
+///
+/// 10^fine <= 2^(k-1) is narrower than the interval, which so holds a
+/// multiple of it, but the quotient there has all the digits of X, hundreds
+/// of thousands in a wide format, even when the answer is "1.5". A wide value
+/// is therefore tried first near its 20th significant digit, where the
+/// quotient is short, and only a value with more digits than that, which
+/// fails there, starts again at the fine weight.
+long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
+    const long fine = floor_log10_pow2(k - 1);
+    const long bits = static_cast<long>(mpz_sizeinbase(significand, 2)) + k;
+    const long coarse = floor_log10_pow2(bits - 1) - 20;
+    long exponent;
+    if (coarse - fine < coarse_start_gain ||
+        !shortest_decimal_from(significand, k, finer_below, coarse, digits, exponent))
+        shortest_decimal_from(significand, k, finer_below, fine, digits, exponent);
+    return exponent;
 }
 
 /// 5^n for n = 0 to 27, the powers that fit a word.
