@@ -7,6 +7,7 @@
 #include "tarn/numbers/bvnumber.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstdint>
 #include <gmp.h>
@@ -61,12 +62,33 @@ long decimal_valuation(mpz_srcptr x, DecimalScratch& s) {
 }
 
 /// 10^n for n = 0 to 19, the powers that fit a word.
-constexpr unsigned long power_of_ten(long n) {
-    unsigned long p = 1;
-    while (n-- > 0)
-        p *= 10;
-    return p;
+constexpr auto powers_of_ten = [] {
+    std::array<unsigned long, 20> powers{1};
+    for (std::size_t n = 1; n < powers.size(); ++n)
+        powers[n] = powers[n - 1] * 10;
+    return powers;
+}();
+
+unsigned long power_of_ten(long n) {
+    return powers_of_ten[static_cast<std::size_t>(n)];
 }
+
+__extension__ using u128 = unsigned __int128;
+
+/// The quotient of the digit search, also as a native integer when below
+/// 2^120, as for binary64 and binary128 values, whose runs and digits are
+/// then found without GMP's calls.
+struct Quotient {
+    mpz_srcptr wide;
+    bool narrow;
+    u128 value;        // when narrow
+    unsigned long low; // the quotient mod 10^18
+    explicit Quotient(mpz_srcptr q)
+        : wide(q), narrow(mpz_size(q) <= 2 && mpz_getlimbn(q, 1) >> 56 == 0),
+          value(narrow ? static_cast<u128>(mpz_getlimbn(q, 1)) << 64 | mpz_getlimbn(q, 0) : 0),
+          low(narrow ? static_cast<unsigned long>(value % power_of_ten(18))
+                     : mpz_fdiv_ui(q, power_of_ten(18))) {}
+};
 
 /// The largest t for which the last t decimal digits of `quot` (digits
 /// before its first counting as zeros), read as an integer q_t, pass:
@@ -78,26 +100,35 @@ constexpr unsigned long power_of_ten(long n) {
 /// 10^d - r alone: the digits between are zeros, or nines. The run then ends
 /// where the zeros of quot - r, or of quot + 10^d - r, end, which valuations
 /// count without writing the quotient in decimal.
-long trailing_run(mpz_srcptr quot, unsigned long bound, bool from_zero, DecimalScratch& s) {
+long trailing_run(const Quotient& quot, unsigned long bound, bool from_zero, DecimalScratch& s) {
     long d = 0;
     while (power_of_ten(d) <= bound)
         ++d;
-    const unsigned long last = mpz_fdiv_ui(quot, power_of_ten(d));
+    const unsigned long last = quot.low % power_of_ten(d);
     // Only a quotient below 10^d can run out of digits before d.
     long length = 1;
     while (length < d && power_of_ten(length) <= last)
         ++length;
-    const bool whole = mpz_cmp_ui(quot, last) == 0;
+    const bool whole = quot.narrow ? quot.value == last : mpz_cmp_ui(quot.wide, last) == 0;
     for (long t = 0; t <= d; ++t) {
         const unsigned long q_t = last % power_of_ten(t);
         if ((from_zero ? q_t : power_of_ten(t) - q_t) > bound) return t - 1;
         if (from_zero && whole && t == length) return t;
     }
     if (from_zero && whole) return length;
+    if (quot.narrow) {
+        u128 x = from_zero ? quot.value - last : quot.value + (power_of_ten(d) - last);
+        long zeros = 0;
+        for (; x >> 64 != 0; x /= 10, ++zeros)
+            if (x % 10 != 0) return zeros;
+        for (auto word = static_cast<std::uint64_t>(x); word % 10 == 0; word /= 10)
+            ++zeros;
+        return zeros;
+    }
     if (from_zero)
-        mpz_sub_ui(s.shifted, quot, last);
+        mpz_sub_ui(s.shifted, quot.wide, last);
     else
-        mpz_add_ui(s.shifted, quot, power_of_ten(d) - last);
+        mpz_add_ui(s.shifted, quot.wide, power_of_ten(d) - last);
     return decimal_valuation(s.shifted, s);
 }
 
@@ -161,6 +192,7 @@ bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, lon
     // is at most another: bounds of a few units, as unit / den = 2^k / 10^j0
     // is below 20.
     const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
+    const Quotient quot(s.quot);
     long lower_run = -1;
     mpz_mul_2exp(s.bound, s.rem, below_shift);
     mpz_sub(s.bound, s.unit, s.bound);
@@ -168,14 +200,14 @@ bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, lon
         mpz_sub_ui(s.bound, s.bound, 1);
         mpz_fdiv_q_2exp(s.bound, s.bound, below_shift);
         mpz_fdiv_q(s.bound, s.bound, s.den);
-        lower_run = trailing_run(s.quot, mpz_get_ui(s.bound), true, s);
+        lower_run = trailing_run(quot, mpz_get_ui(s.bound), true, s);
     }
     mpz_mul_2exp(s.bound, s.rem, 1);
     mpz_add(s.bound, s.bound, s.unit);
     mpz_sub_ui(s.bound, s.bound, 1);
     mpz_fdiv_q_2exp(s.bound, s.bound, 1);
     mpz_fdiv_q(s.bound, s.bound, s.den);
-    const long upper_run = trailing_run(s.quot, mpz_get_ui(s.bound), false, s);
+    const long upper_run = trailing_run(quot, mpz_get_ui(s.bound), false, s);
 
     // Neither multiple of 10^j0 nearest X inside: only a start coarser than
     // the interval gets here.
@@ -186,7 +218,7 @@ bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, lon
     // The last t digits of the quotient, q_t, when the lower multiple is
     // inside, or 10^t - q_t when the upper one is: either is at most a bound,
     // so below 10^18, and thus the last digits of the quotient at 10^18.
-    const unsigned long tail = mpz_fdiv_ui(s.quot, power_of_ten(std::min(t, 18L)));
+    const unsigned long tail = quot.low % power_of_ten(std::min(t, 18L));
     if (lower_ok && upper_ok) {
         // Both inside makes 10^t at most the sum of the bounds, so q_t and
         // 10^t fit words. The upper multiple is nearer when
@@ -197,17 +229,37 @@ bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, lon
         take_upper = mpz_cmp(s.bound, s.num) < 0;
     }
     // C is the multiple of 10^t chosen, divided by 10^t: an exact division.
-    if (take_upper)
-        mpz_add_ui(s.quot, s.quot, power_of_ten(std::min(t, 18L)) - tail);
-    else
-        mpz_sub_ui(s.quot, s.quot, tail);
-    if (t > 0) {
-        mpz_fdiv_q_2exp(s.quot, s.quot, static_cast<mp_bitcnt_t>(t));
-        mpz_divexact(s.quot, s.quot, s.power_of_five(t));
+    const unsigned long offset = take_upper ? power_of_ten(std::min(t, 18L)) - tail : tail;
+    if (quot.narrow) {
+        u128 chosen = take_upper ? quot.value + offset : quot.value - offset;
+        for (long left = t; left > 0; left -= 19)
+            chosen /= power_of_ten(std::min(left, 19L));
+        // Below 2^120, so the digits above the last 19 fit a word.
+        auto high = static_cast<std::uint64_t>(chosen / power_of_ten(19));
+        auto low = static_cast<std::uint64_t>(chosen % power_of_ten(19));
+        char buffer[40];
+        char* const end = buffer + sizeof buffer;
+        char* p = end;
+        for (int n = 0; n == 0 || low != 0 || (high != 0 && n < 19); ++n, low /= 10)
+            *--p = static_cast<char>('0' + low % 10);
+        for (; high != 0; high /= 10)
+            *--p = static_cast<char>('0' + high % 10);
+        digits.assign(p, end);
+    } else {
+        if (take_upper)
+            mpz_add_ui(s.quot, s.quot, offset);
+        else
+            mpz_sub_ui(s.quot, s.quot, offset);
+        if (t <= 19) {
+            mpz_divexact_ui(s.quot, s.quot, power_of_ten(t));
+        } else {
+            mpz_fdiv_q_2exp(s.quot, s.quot, static_cast<mp_bitcnt_t>(t));
+            mpz_divexact(s.quot, s.quot, s.power_of_five(t));
+        }
+        digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
+        mpz_get_str(&digits[0], 10, s.quot);
+        digits.resize(std::char_traits<char>::length(digits.c_str()));
     }
-    digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
-    mpz_get_str(&digits[0], 10, s.quot);
-    digits.resize(std::char_traits<char>::length(digits.c_str()));
     exponent = j0 + t;
     return true;
 }
