@@ -10,6 +10,7 @@
 #include <array>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <gmp.h>
 #include <string>
 
@@ -22,24 +23,43 @@ namespace {
 /// Scratch integers of the digit search, kept per thread so that printing in
 /// a loop stops allocating once the limbs have grown to the largest size met.
 struct DecimalScratch {
-    mpz_t significand, num, den, unit, quot, rem, bound, shifted, power;
-    /// The exponent n of `power` = 5^n, -1 when it holds no such power.
-    long power_of = -1;
+    mpz_t significand, num, den, unit, quot, rem, bound, shifted, ratio;
+    /// Two powers of five, powers[i] = 5^exponents[i] (-1: none yet), the
+    /// older of them replaced first.
+    mpz_t powers[2];
+    long exponents[2] = {-1, -1};
+    int older = 0;
     DecimalScratch() {
-        mpz_inits(significand, num, den, unit, quot, rem, bound, shifted, power, nullptr);
+        mpz_inits(significand, num, den, unit, quot, rem, bound, shifted, ratio, powers[0],
+                  powers[1], nullptr);
     }
     ~DecimalScratch() {
-        mpz_clears(significand, num, den, unit, quot, rem, bound, shifted, power, nullptr);
+        mpz_clears(significand, num, den, unit, quot, rem, bound, shifted, ratio, powers[0],
+                   powers[1], nullptr);
     }
     DecimalScratch(const DecimalScratch&) = delete;
     DecimalScratch& operator=(const DecimalScratch&) = delete;
 
-    /// 5^n in `power`, computed only when not already there: the quotient is
-    /// tested and then divided by the same power.
+    /// 5^n, valid until the next call but one. Values of one binade, or of the
+    /// subnormal range, share their power, and the coarse and fine starts of
+    /// one value need powers a few hundred digits apart, the larger of which
+    /// a product by a small power gives faster than raising 5 again.
     mpz_srcptr power_of_five(long n) {
-        if (power_of != n) mpz_ui_pow_ui(power, 5, static_cast<unsigned long>(n));
-        power_of = n;
-        return power;
+        for (int i = 0; i < 2; ++i)
+            if (exponents[i] == n) {
+                older = 1 - i;
+                return powers[i];
+            }
+        const int i = older, other = 1 - older;
+        if (exponents[other] >= 0 && exponents[other] < n && 2 * exponents[other] >= n) {
+            mpz_ui_pow_ui(ratio, 5, static_cast<unsigned long>(n - exponents[other]));
+            mpz_mul(powers[i], powers[other], ratio);
+        } else {
+            mpz_ui_pow_ui(powers[i], 5, static_cast<unsigned long>(n));
+        }
+        exponents[i] = n;
+        older = other;
+        return powers[i];
     }
 };
 
@@ -171,8 +191,12 @@ bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, lon
     mpz_set_ui(s.den, 1);
     if (fives != 0)
         mpz_set(fives > 0 ? s.unit : s.den, s.power_of_five(fives > 0 ? fives : -fives));
-    if (twos > 0) mpz_mul_2exp(s.unit, s.unit, static_cast<mp_bitcnt_t>(twos));
+    // The power of two goes on by shifting, not into the product.
     mpz_mul(s.num, s.unit, significand);
+    if (twos > 0) {
+        mpz_mul_2exp(s.unit, s.unit, static_cast<mp_bitcnt_t>(twos));
+        mpz_mul_2exp(s.num, s.num, static_cast<mp_bitcnt_t>(twos));
+    }
     if (twos < 0) mpz_mul_2exp(s.den, s.den, static_cast<mp_bitcnt_t>(-twos));
     if (fives >= 0 && twos < 0) {
         // For k < -1, bits finer than 1/2, den is 2^(j0 - k) alone: a shift
@@ -277,6 +301,10 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
     const long bits = static_cast<long>(mpz_sizeinbase(significand, 2)) + k;
     const long coarse = floor_log10_pow2(bits - 1) - 20;
     long exponent;
+    // The start whose power of five is the smaller computes it first, so that
+    // the other is a product (a tiny value's coarse start, or a huge one's).
+    if (coarse - fine >= coarse_start_gain && std::labs(coarse) > std::labs(fine))
+        decimal_scratch().power_of_five(std::labs(fine));
     if (coarse - fine < coarse_start_gain ||
         !shortest_decimal_from(significand, k, finer_below, coarse, digits, exponent))
         shortest_decimal_from(significand, k, finer_below, fine, digits, exponent);
