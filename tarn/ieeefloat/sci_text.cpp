@@ -59,17 +59,30 @@ mpz_class scaled_to_decimal(const mpz_class& significand, long k, long j, int* s
         mpz_ui_pow_ui(power.get_mpz_t(), 5, static_cast<unsigned long>(j < 0 ? -j : j));
         (j < 0 ? num : den) *= power;
     }
-    if (k > j)
-        num <<= static_cast<mp_bitcnt_t>(k - j);
-    else
-        den <<= static_cast<mp_bitcnt_t>(j - k);
     mpz_class quotient, remainder;
-    mpz_fdiv_qr(quotient.get_mpz_t(), remainder.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
-    remainder <<= 1;
-    const int half = cmp(remainder, den);
+    int half, rest;
+    if (j <= 0 && k < j) {
+        // A denominator of 2^shift alone, as for digits after the point of a
+        // long significand: the quotient is a shift, and the remainder's bits
+        // tell its distance to a half.
+        const auto shift = static_cast<mp_bitcnt_t>(j - k);
+        mpz_fdiv_q_2exp(quotient.get_mpz_t(), num.get_mpz_t(), shift);
+        const mp_bitcnt_t lowest = mpz_scan1(num.get_mpz_t(), 0);
+        half = !mpz_tstbit(num.get_mpz_t(), shift - 1) ? -1 : lowest < shift - 1 ? 1 : 0;
+        rest = lowest < shift ? 1 : 0;
+    } else {
+        if (k > j)
+            num <<= static_cast<mp_bitcnt_t>(k - j);
+        else
+            den <<= static_cast<mp_bitcnt_t>(j - k);
+        mpz_fdiv_qr(quotient.get_mpz_t(), remainder.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
+        remainder <<= 1;
+        half = cmp(remainder, den);
+        rest = sgn(remainder);
+    }
     const bool up = half > 0 || (half == 0 && mpz_odd_p(quotient.get_mpz_t()));
     if (up) ++quotient;
-    if (side) *side = up ? -1 : sgn(remainder);
+    if (side) *side = up ? -1 : rest;
     return quotient;
 }
 
