@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <gmp.h>
@@ -214,7 +213,7 @@ bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, lon
     // finer_below) below it, both ends excluded, so the lower multiple is
     // inside while q_t is at most one bound and the upper one while 10^t - q_t
     // is at most another: bounds of a few units, as unit / den = 2^k / 10^j0
-    // is below 20.
+    // is below 20 (below 1 from a coarse start).
     const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
     const Quotient quot(s.quot);
     long lower_run = -1;
@@ -301,8 +300,8 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
     const long bits = static_cast<long>(mpz_sizeinbase(significand, 2)) + k;
     const long coarse = floor_log10_pow2(bits - 1) - 20;
     long exponent;
-    // The start whose power of five is the smaller computes it first, so that
-    // the other is a product (a tiny value's coarse start, or a huge one's).
+    // Far above 1 the coarse start needs the larger power of five: the fine
+    // one's is computed first, so that the coarse one is a product of it.
     if (coarse - fine >= coarse_start_gain && std::labs(coarse) > std::labs(fine))
         decimal_scratch().power_of_five(std::labs(fine));
     if (coarse - fine < coarse_start_gain ||
