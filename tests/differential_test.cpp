@@ -241,7 +241,8 @@ std::vector<Case> random_cases() {
                             {Format(11, 52), word64, 1500},  {Format(11, 52), generic, 800},
                             {Format(11, 60), generic, 600},  {Format(3, 60), generic, 300},
                             {Format(15, 64), generic, 600},  {Format(15, 112), generic, 600},
-                            {Format(15, 140), generic, 300}, {Format(19, 200), generic, 200}};
+                            {Format(15, 140), generic, 300}, {Format(19, 200), generic, 200},
+                            {Format(11, 1000), generic, 40}};
     std::vector<Case> cases;
     for (const Row& r : rows::table)
         for (Case t : targets) {

@@ -50,23 +50,39 @@ std::string ieeefloat_detail::scientific_of_positional(std::string_view position
 namespace {
 
 /// significand * 2^k / 10^j rounded to the nearest integer, ties to even:
-/// the value's digits down to the weight 10^j.
-mpz_class scaled_to_decimal(const mpz_class& significand, long k, long j) {
+/// the value's digits down to the weight 10^j. `side`, when given, receives
+/// the sign of the exact quotient minus the result.
+mpz_class scaled_to_decimal(const mpz_class& significand, long k, long j, int* side = nullptr) {
     check_exact_size(j);
     mpz_class num = significand, den = 1, power;
     if (j != 0) {
         mpz_ui_pow_ui(power.get_mpz_t(), 5, static_cast<unsigned long>(j < 0 ? -j : j));
         (j < 0 ? num : den) *= power;
     }
-    if (k > j)
-        num <<= static_cast<mp_bitcnt_t>(k - j);
-    else
-        den <<= static_cast<mp_bitcnt_t>(j - k);
     mpz_class quotient, remainder;
-    mpz_fdiv_qr(quotient.get_mpz_t(), remainder.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
-    remainder <<= 1;
-    const int side = cmp(remainder, den);
-    if (side > 0 || (side == 0 && mpz_odd_p(quotient.get_mpz_t()))) ++quotient;
+    int half, rest;
+    if (j <= 0 && k < j) {
+        // A denominator of 2^shift alone, as for digits after the point of a
+        // long significand: the quotient is a shift, and the remainder's bits
+        // tell its distance to a half.
+        const auto shift = static_cast<mp_bitcnt_t>(j - k);
+        mpz_fdiv_q_2exp(quotient.get_mpz_t(), num.get_mpz_t(), shift);
+        const mp_bitcnt_t lowest = mpz_scan1(num.get_mpz_t(), 0);
+        half = !mpz_tstbit(num.get_mpz_t(), shift - 1) ? -1 : lowest < shift - 1 ? 1 : 0;
+        rest = lowest < shift ? 1 : 0;
+    } else {
+        if (k > j)
+            num <<= static_cast<mp_bitcnt_t>(k - j);
+        else
+            den <<= static_cast<mp_bitcnt_t>(j - k);
+        mpz_fdiv_qr(quotient.get_mpz_t(), remainder.get_mpz_t(), num.get_mpz_t(), den.get_mpz_t());
+        remainder <<= 1;
+        half = cmp(remainder, den);
+        rest = sgn(remainder);
+    }
+    const bool up = half > 0 || (half == 0 && mpz_odd_p(quotient.get_mpz_t()));
+    if (up) ++quotient;
+    if (side) *side = up ? -1 : rest;
     return quotient;
 }
 
@@ -74,15 +90,35 @@ mpz_class scaled_to_decimal(const mpz_class& significand, long k, long j) {
 /// correctly rounded, and the decimal exponent of the first of them.
 std::string significant_digits(const mpz_class& significand, long k, long count, long& exponent) {
     // The value lies in [2^(bits - 1), 2^bits), so this guess of its decimal
-    // exponent is exact or one too low; a rounding up to 10^count also shows
-    // as one digit too many, and one step coarser gives the right digits then.
+    // exponent is exact or one too low. One too low, or a rounding up to
+    // 10^count, shows as a digit too many, and the digits at the next weight
+    // are then those rounded once more: knowing on which side of them the
+    // value lies makes that rounding exact, where a new division would cost
+    // as much as the first.
     const long bits = static_cast<long>(mpz_sizeinbase(significand.get_mpz_t(), 2)) + k;
     exponent = floor_log10_pow2(bits - 1);
-    for (;;) {
-        std::string digits = scaled_to_decimal(significand, k, exponent - count + 1).get_str();
-        if (static_cast<long>(digits.size()) <= count) return digits;
+    int side;
+    std::string digits = scaled_to_decimal(significand, k, exponent - count + 1, &side).get_str();
+    while (static_cast<long>(digits.size()) > count) {
+        // With D the digits at the weight 10^w, value / 10^w = D + o, where
+        // |o| <= 1/2 has the sign `side`, so value / 10^(w+1) is D without its
+        // last digit plus (last + o) / 10: that digit and the sign decide.
+        const int last = digits.back() - '0';
+        digits.pop_back();
         ++exponent;
+        const bool up =
+            last > 5 || (last == 5 && (side > 0 || (side == 0 && (digits.back() - '0') % 2 == 1)));
+        side = up ? -1 : last != 0 ? 1 : side;
+        if (!up) continue;
+        std::size_t i = digits.size();
+        while (i > 0 && digits[i - 1] == '9')
+            digits[--i] = '0';
+        if (i > 0)
+            ++digits[i - 1];
+        else
+            digits.insert(digits.begin(), '1');
     }
+    return digits;
 }
 
 /// Appends digits * 10^-fraction positionally, with `fraction` digits after

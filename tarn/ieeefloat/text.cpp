@@ -7,7 +7,9 @@
 #include "tarn/numbers/bvnumber.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <gmp.h>
 #include <string>
 
@@ -20,17 +22,44 @@ namespace {
 /// Scratch integers of the digit search, kept per thread so that printing in
 /// a loop stops allocating once the limbs have grown to the largest size met.
 struct DecimalScratch {
-    mpz_t significand, num, den, unit, quot, rem, power, below, above, tail, probe;
+    mpz_t significand, num, den, unit, quot, rem, bound, shifted, ratio;
+    /// Two powers of five, powers[i] = 5^exponents[i] (-1: none yet), the
+    /// older of them replaced first.
+    mpz_t powers[2];
+    long exponents[2] = {-1, -1};
+    int older = 0;
     DecimalScratch() {
-        mpz_inits(significand, num, den, unit, quot, rem, power, below, above, tail, probe,
-                  nullptr);
+        mpz_inits(significand, num, den, unit, quot, rem, bound, shifted, ratio, powers[0],
+                  powers[1], nullptr);
     }
     ~DecimalScratch() {
-        mpz_clears(significand, num, den, unit, quot, rem, power, below, above, tail, probe,
-                   nullptr);
+        mpz_clears(significand, num, den, unit, quot, rem, bound, shifted, ratio, powers[0],
+                   powers[1], nullptr);
     }
     DecimalScratch(const DecimalScratch&) = delete;
     DecimalScratch& operator=(const DecimalScratch&) = delete;
+
+    /// 5^n, valid until the next call but one. Values of one binade, or of the
+    /// subnormal range, share their power, and the coarse and fine starts of
+    /// one value need powers a few hundred digits apart, the larger of which
+    /// a product by a small power gives faster than raising 5 again.
+    mpz_srcptr power_of_five(long n) {
+        for (int i = 0; i < 2; ++i)
+            if (exponents[i] == n) {
+                older = 1 - i;
+                return powers[i];
+            }
+        const int i = older, other = 1 - older;
+        if (exponents[other] >= 0 && exponents[other] < n && 2 * exponents[other] >= n) {
+            mpz_ui_pow_ui(ratio, 5, static_cast<unsigned long>(n - exponents[other]));
+            mpz_mul(powers[i], powers[other], ratio);
+        } else {
+            mpz_ui_pow_ui(powers[i], 5, static_cast<unsigned long>(n));
+        }
+        exponents[i] = n;
+        older = other;
+        return powers[i];
+    }
 };
 
 DecimalScratch& decimal_scratch() {
@@ -38,36 +67,135 @@ DecimalScratch& decimal_scratch() {
     return scratch;
 }
 
+/// The number of zeros that end x (> 0) in decimal: the smaller of its
+/// valuations at 2 and at 5. The one at 2 is a bit scan, and caps the one at
+/// 5, which is tested at that cap first: runs of zeros come from values that
+/// are short decimals, with as many fives as twos to spare. Only otherwise does
+/// GMP's removal of fives, by squared powers of 5, count them.
+long decimal_valuation(mpz_srcptr x, DecimalScratch& s) {
+    const auto twos = static_cast<long>(mpz_scan1(x, 0));
+    if (twos == 0 || !mpz_divisible_ui_p(x, 5)) return 0;
+    if (mpz_divisible_p(x, s.power_of_five(twos))) return twos;
+    mpz_set_ui(s.bound, 5);
+    return std::min(twos, static_cast<long>(mpz_remove(s.shifted, x, s.bound)));
+}
+
+/// 10^n for n = 0 to 19, the powers that fit a word.
+constexpr auto powers_of_ten = [] {
+    std::array<unsigned long, 20> powers{1};
+    for (std::size_t n = 1; n < powers.size(); ++n)
+        powers[n] = powers[n - 1] * 10;
+    return powers;
+}();
+
+unsigned long power_of_ten(long n) {
+    return powers_of_ten[static_cast<std::size_t>(n)];
+}
+
+__extension__ using u128 = unsigned __int128;
+
+/// The quotient of the digit search, also as a native integer when below
+/// 2^120, as for binary64 and binary128 values, whose runs and digits are
+/// then found without GMP's calls.
+struct Quotient {
+    mpz_srcptr wide;
+    bool narrow;
+    u128 value;        // when narrow
+    unsigned long low; // the quotient mod 10^18
+    explicit Quotient(mpz_srcptr q)
+        : wide(q), narrow(mpz_size(q) <= 2 && mpz_getlimbn(q, 1) >> 56 == 0),
+          value(narrow ? static_cast<u128>(mpz_getlimbn(q, 1)) << 64 | mpz_getlimbn(q, 0) : 0),
+          low(narrow ? static_cast<unsigned long>(value % power_of_ten(18))
+                     : mpz_fdiv_ui(q, power_of_ten(18))) {}
+};
+
+/// The largest t for which the last t decimal digits of `quot` (digits
+/// before its first counting as zeros), read as an integer q_t, pass:
+/// q_t <= `bound` when `from_zero`, otherwise 10^t - q_t <= `bound`; when
+/// every digit of the quotient passes with `from_zero`, their count. Both
+/// sides grow with t, so the first t that fails ends the run; -1 when t = 0
+/// already fails. The bound is small (below 10^18), so past its d digits
+/// (10^d > bound) a passing q_t is the last d digits r alone, or 10^t - q_t is
+/// 10^d - r alone: the digits between are zeros, or nines. The run then ends
+/// where the zeros of quot - r, or of quot + 10^d - r, end, which valuations
+/// count without writing the quotient in decimal.
+long trailing_run(const Quotient& quot, unsigned long bound, bool from_zero, DecimalScratch& s) {
+    long d = 0;
+    while (power_of_ten(d) <= bound)
+        ++d;
+    const unsigned long last = quot.low % power_of_ten(d);
+    // Only a quotient below 10^d can run out of digits before d.
+    long length = 1;
+    while (length < d && power_of_ten(length) <= last)
+        ++length;
+    const bool whole = quot.narrow ? quot.value == last : mpz_cmp_ui(quot.wide, last) == 0;
+    for (long t = 0; t <= d; ++t) {
+        const unsigned long q_t = last % power_of_ten(t);
+        if ((from_zero ? q_t : power_of_ten(t) - q_t) > bound) return t - 1;
+        if (from_zero && whole && t == length) return t;
+    }
+    if (from_zero && whole) return length;
+    if (quot.narrow) {
+        u128 x = from_zero ? quot.value - last : quot.value + (power_of_ten(d) - last);
+        long zeros = 0;
+        for (; x >> 64 != 0; x /= 10, ++zeros)
+            if (x % 10 != 0) return zeros;
+        for (auto word = static_cast<std::uint64_t>(x); word % 10 == 0; word /= 10)
+            ++zeros;
+        return zeros;
+    }
+    if (from_zero)
+        mpz_sub_ui(s.shifted, quot.wide, last);
+    else
+        mpz_add_ui(s.shifted, quot.wide, power_of_ten(d) - last);
+    return decimal_valuation(s.shifted, s);
+}
+
+/// The number of digits the quotient at the fine weight must exceed that at
+/// the coarse one before the coarse start is tried: below it, a failed try
+/// would cost more than converting the longer quotient saves.
+constexpr long coarse_start_gain = 200;
+
 /// Writes the shortest decimal C * 10^j that lies strictly inside the
 /// rounding interval of X = significand * 2^k: the open interval between the
 /// midpoints to X's neighbours, X + 2^k above and X - 2^k below (X - 2^(k-1)
 /// when `finer_below`). Of the two candidates that bracket X at the shortest
 /// length, the nearer wins and an exact tie keeps the lower one. C goes to
-/// `digits` in decimal; j is returned.
+/// `digits` in decimal and j to `exponent`; false, when the interval holds
+/// no multiple of 10^j0, the weight the search starts at.
 ///
-/// Rather than producing one digit at a time, the search starts at a weight
-/// 10^j0 certainly fine enough (10^j0 <= 2^(k-1), narrower than the interval,
-/// so the interval holds a multiple of it) and coarsens the weight while the
-/// interval still holds a multiple of 10^(j0+t). Holding a multiple of a power
-/// of ten implies holding one of every finer power, so the coarsest weight
-/// that holds one is the answer. A single exact division at j0 serves every
-/// weight: the low decimal digits of its quotient give the remainder at each
-/// one, and since the interval spans fewer than 20 units of 10^j0, the
-/// coarsest weight follows from the trailing decimal zeros of two integers.
-/// For binary64 this is a handful of operations on integers of at most
-/// about 1100 bits, and a format of millions of bits costs a few divisions.
-long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
+/// The search coarsens the weight while the interval still holds a multiple
+/// of 10^(j0+t). Holding a multiple of a power of ten implies holding one of
+/// every finer power, so the first weight that fails ends the search, and
+/// every start at which the interval holds a multiple ends it alike. A
+/// single exact division at j0 serves every weight: the multiples of
+/// 10^(j0+t) either side of X are the quotient with its last t digits cut
+/// off, or that plus one, and how far X lies from them depends on those t
+/// digits alone. Since the interval is at most a few units of 10^j0 wide,
+/// the nearer multiple stays inside only while those digits are a small
+/// number (below X) or a small distance from 10^t (above X): a run of zeros
+/// or nines after the last digit or two, which valuations of the quotient
+/// (or of it plus a few units) measure without writing it in decimal. Only
+/// C itself is written in decimal. The cost is that of the division and a
+/// few exact products and quotients of its size, all subquadratic.
+bool shortest_decimal_from(mpz_srcptr significand, long k, bool finer_below, long j0,
+                           std::string& digits, long& exponent) {
     DecimalScratch& s = decimal_scratch();
-    const long j0 = floor_log10_pow2(k - 1);
 
     // X / 10^j0 = num / den and ulp / 10^j0 = unit / den, where
     // num = significand * unit and unit, den are products of powers of 2 and 5.
     const long twos = k - j0;
     const long fives = -j0;
-    mpz_ui_pow_ui(s.unit, 5, static_cast<unsigned long>(fives > 0 ? fives : 0));
-    if (twos > 0) mpz_mul_2exp(s.unit, s.unit, static_cast<mp_bitcnt_t>(twos));
+    mpz_set_ui(s.unit, 1);
+    mpz_set_ui(s.den, 1);
+    if (fives != 0)
+        mpz_set(fives > 0 ? s.unit : s.den, s.power_of_five(fives > 0 ? fives : -fives));
+    // The power of two goes on by shifting, not into the product.
     mpz_mul(s.num, s.unit, significand);
-    mpz_ui_pow_ui(s.den, 5, static_cast<unsigned long>(fives < 0 ? -fives : 0));
+    if (twos > 0) {
+        mpz_mul_2exp(s.unit, s.unit, static_cast<mp_bitcnt_t>(twos));
+        mpz_mul_2exp(s.num, s.num, static_cast<mp_bitcnt_t>(twos));
+    }
     if (twos < 0) mpz_mul_2exp(s.den, s.den, static_cast<mp_bitcnt_t>(-twos));
     if (fives >= 0 && twos < 0) {
         // For k < -1, bits finer than 1/2, den is 2^(j0 - k) alone: a shift
@@ -78,77 +206,108 @@ long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::str
         mpz_fdiv_qr(s.quot, s.rem, s.num, s.den);
     }
 
-    // At the weight 10^(j0+t), with lower the multiple at or below X and upper
-    // the next one: below = (X - lower) * den / 10^j0 and
-    // above = (upper - X) * den / 10^j0. The interval reaches unit/2 above X
-    // and unit/2 (unit/4 when finer_below) below it, both ends excluded.
+    // With q_t the last t digits of the quotient, the multiple below X at the
+    // weight 10^(j0+t) lies (q_t * den + rem) / den units of 10^j0 below it and
+    // the one above (10^t * den - q_t * den - rem) / den units above it. The
+    // interval reaches unit / 2 above X and unit / 2 (unit / 4 when
+    // finer_below) below it, both ends excluded, so the lower multiple is
+    // inside while q_t is at most one bound and the upper one while 10^t - q_t
+    // is at most another: bounds of a few units, as unit / den = 2^k / 10^j0
+    // is below 20 (below 1 from a coarse start).
     const mp_bitcnt_t below_shift = finer_below ? 2 : 1;
-    auto inside_below = [&](mpz_srcptr below) {
-        mpz_mul_2exp(s.probe, below, below_shift);
-        return mpz_cmp(s.probe, s.unit) < 0;
-    };
-    auto inside_above = [&](mpz_srcptr above) {
-        mpz_mul_2exp(s.probe, above, 1);
-        return mpz_cmp(s.probe, s.unit) < 0;
-    };
-    mpz_set(s.below, s.rem);
-    mpz_sub(s.above, s.den, s.rem);
-    bool lower_ok = inside_below(s.below);
-    bool upper_ok = inside_above(s.above);
-
-    // Coarser weights, without a step per digit (a value such as 1 in a format
-    // of a million mantissa bits would take hundreds of thousands of them).
-    // unit / den = 2^k / 10^j0 lies in [2, 20), so at a weight 10^t with t >= 1
-    // the multiple below X is inside only when quot mod 10^t is below 10, that
-    // is the last digit d0 of quot; and the multiple above only when
-    // 10^t - (quot mod 10^t) is at most 10, that is 10 - d0 (10 for d0 = 0).
-    // Either way the distance to X no longer depends on t, and the weights
-    // that qualify are those up to the decimal valuation of quot - d0, or of
-    // quot + (10 - d0): the largest t is found from two valuations.
-    const unsigned long d0 = mpz_fdiv_ui(s.quot, 10), up = 10 - d0;
-    mpz_mul_ui(s.below, s.den, d0);
-    mpz_add(s.below, s.below, s.rem);
-    mpz_mul_ui(s.above, s.den, up);
-    mpz_sub(s.above, s.above, s.rem);
-    const bool coarse_lower_ok = inside_below(s.below), coarse_upper_ok = inside_above(s.above);
-    // The power of ten dividing quot - d0 (lower) or quot + up (upper).
-    auto decimal_valuation = [&](bool upper) {
-        if (upper)
-            mpz_add_ui(s.tail, s.quot, up);
-        else
-            mpz_sub_ui(s.tail, s.quot, d0);
-        if (mpz_sgn(s.tail) == 0) return 0L; // quot < 10: no coarser multiple is positive
-        const mp_bitcnt_t twos = mpz_scan1(s.tail, 0);
-        mpz_tdiv_q_2exp(s.tail, s.tail, twos);
-        mpz_set_ui(s.power, 5);
-        const auto fives = static_cast<long>(mpz_remove(s.probe, s.tail, s.power));
-        return std::min(static_cast<long>(twos), fives);
-    };
-    const long t_lower = coarse_lower_ok ? decimal_valuation(false) : 0;
-    const long t_upper = coarse_upper_ok ? decimal_valuation(true) : 0;
-    const long t = std::max(t_lower, t_upper);
-    if (t > 0) {
-        lower_ok = t <= t_lower;
-        upper_ok = t <= t_upper;
-        // The candidate below is quot - d0 and the one above quot + up, each
-        // an exact multiple of 10^t when it qualifies.
-        const bool take_upper = upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0);
-        if (take_upper)
-            mpz_add_ui(s.quot, s.quot, up);
-        else
-            mpz_sub_ui(s.quot, s.quot, d0);
-        mpz_ui_pow_ui(s.power, 10, static_cast<unsigned long>(t));
-        mpz_divexact(s.quot, s.quot, s.power);
-    } else {
-        mpz_set(s.below, s.rem);
-        mpz_sub(s.above, s.den, s.rem);
-        if (upper_ok && (!lower_ok || mpz_cmp(s.above, s.below) < 0)) mpz_add_ui(s.quot, s.quot, 1);
+    const Quotient quot(s.quot);
+    long lower_run = -1;
+    mpz_mul_2exp(s.bound, s.rem, below_shift);
+    mpz_sub(s.bound, s.unit, s.bound);
+    if (mpz_sgn(s.bound) > 0) {
+        mpz_sub_ui(s.bound, s.bound, 1);
+        mpz_fdiv_q_2exp(s.bound, s.bound, below_shift);
+        mpz_fdiv_q(s.bound, s.bound, s.den);
+        lower_run = trailing_run(quot, mpz_get_ui(s.bound), true, s);
     }
+    mpz_mul_2exp(s.bound, s.rem, 1);
+    mpz_add(s.bound, s.bound, s.unit);
+    mpz_sub_ui(s.bound, s.bound, 1);
+    mpz_fdiv_q_2exp(s.bound, s.bound, 1);
+    mpz_fdiv_q(s.bound, s.bound, s.den);
+    const long upper_run = trailing_run(quot, mpz_get_ui(s.bound), false, s);
 
-    digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
-    mpz_get_str(&digits[0], 10, s.quot);
-    digits.resize(std::char_traits<char>::length(digits.c_str()));
-    return j0 + t;
+    // Neither multiple of 10^j0 nearest X inside: only a start coarser than
+    // the interval gets here.
+    if (lower_run < 0 && upper_run < 0) return false;
+    const long t = std::max(lower_run, upper_run);
+    const bool lower_ok = lower_run >= t, upper_ok = upper_run >= t;
+    bool take_upper = upper_ok;
+    // The last t digits of the quotient, q_t, when the lower multiple is
+    // inside, or 10^t - q_t when the upper one is: either is at most a bound,
+    // so below 10^18, and thus the last digits of the quotient at 10^18.
+    const unsigned long tail = quot.low % power_of_ten(std::min(t, 18L));
+    if (lower_ok && upper_ok) {
+        // Both inside makes 10^t at most the sum of the bounds, so q_t and
+        // 10^t fit words. The upper multiple is nearer when
+        // 10^t * den - below < below, below = q_t * den + rem.
+        const auto power = static_cast<long>(power_of_ten(t)), q_t = static_cast<long>(tail);
+        mpz_mul_si(s.bound, s.den, power - 2 * q_t);
+        mpz_mul_2exp(s.num, s.rem, 1);
+        take_upper = mpz_cmp(s.bound, s.num) < 0;
+    }
+    // C is the multiple of 10^t chosen, divided by 10^t: an exact division.
+    const unsigned long offset = take_upper ? power_of_ten(std::min(t, 18L)) - tail : tail;
+    if (quot.narrow) {
+        u128 chosen = take_upper ? quot.value + offset : quot.value - offset;
+        for (long left = t; left > 0; left -= 19)
+            chosen /= power_of_ten(std::min(left, 19L));
+        // Below 2^120, so the digits above the last 19 fit a word.
+        auto high = static_cast<std::uint64_t>(chosen / power_of_ten(19));
+        auto low = static_cast<std::uint64_t>(chosen % power_of_ten(19));
+        char buffer[40];
+        char* const end = buffer + sizeof buffer;
+        char* p = end;
+        for (int n = 0; n == 0 || low != 0 || (high != 0 && n < 19); ++n, low /= 10)
+            *--p = static_cast<char>('0' + low % 10);
+        for (; high != 0; high /= 10)
+            *--p = static_cast<char>('0' + high % 10);
+        digits.assign(p, end);
+    } else {
+        if (take_upper)
+            mpz_add_ui(s.quot, s.quot, offset);
+        else
+            mpz_sub_ui(s.quot, s.quot, offset);
+        if (t <= 19) {
+            mpz_divexact_ui(s.quot, s.quot, power_of_ten(t));
+        } else {
+            mpz_fdiv_q_2exp(s.quot, s.quot, static_cast<mp_bitcnt_t>(t));
+            mpz_divexact(s.quot, s.quot, s.power_of_five(t));
+        }
+        digits.resize(mpz_sizeinbase(s.quot, 10) + 1);
+        mpz_get_str(&digits[0], 10, s.quot);
+        digits.resize(std::char_traits<char>::length(digits.c_str()));
+    }
+    exponent = j0 + t;
+    return true;
+}
+
+/// shortest_decimal_from at a start that always holds a multiple; j is returned.
+///
+/// 10^fine <= 2^(k-1) is narrower than the interval, which so holds a
+/// multiple of it, but the quotient there has all the digits of X, hundreds
+/// of thousands in a wide format, even when the answer is "1.5". A wide value
+/// is therefore tried first near its 20th significant digit, where the
+/// quotient is short, and only a value with more digits than that, which
+/// fails there, starts again at the fine weight.
+long shortest_decimal(mpz_srcptr significand, long k, bool finer_below, std::string& digits) {
+    const long fine = floor_log10_pow2(k - 1);
+    const long bits = static_cast<long>(mpz_sizeinbase(significand, 2)) + k;
+    const long coarse = floor_log10_pow2(bits - 1) - 20;
+    long exponent;
+    // Far above 1 the coarse start needs the larger power of five: the fine
+    // one's is computed first, so that the coarse one is a product of it.
+    if (coarse - fine >= coarse_start_gain && std::labs(coarse) > std::labs(fine))
+        decimal_scratch().power_of_five(std::labs(fine));
+    if (coarse - fine < coarse_start_gain ||
+        !shortest_decimal_from(significand, k, finer_below, coarse, digits, exponent))
+        shortest_decimal_from(significand, k, finer_below, fine, digits, exponent);
+    return exponent;
 }
 
 /// 5^n for n = 0 to 27, the powers that fit a word.
@@ -327,6 +486,5 @@ std::string IEEEFloat::to_str() const {
     }
     return text;
 }
-
 
 } // namespace tarn
