@@ -1,0 +1,303 @@
+// The bulk kernel of float inputs on Highway's vectors: compiled once for each
+// instruction set Highway knows (AVX-512, AVX2, SSE4, ... and a portable
+// fallback) and chosen at run time, so that one binary runs everywhere at the
+// speed of the machine it lands on.
+//
+// A vector whose lanes are all finite, and signed where the encoding has no
+// sign, takes the vector path: rebias, a per-lane shift that rounds in the
+// call's direction (the carry into the exponent field comes for free), the
+// overflow pattern, the sign, and the flags as OR-ed lane masks. Any other
+// vector (NaN, infinity, a negative input into an unsigned encoding) goes
+// through the word kernel, element by element, which has every case written
+// out; those inputs are rare in the arrays this is for.
+//
+// This file includes itself once per target through Highway's foreach_target.
+
+#include "tarn/lowp/kernel.h"
+
+#ifndef TARN_LOWP_SIMD_ONCE
+#define TARN_LOWP_SIMD_ONCE
+
+#include <cmath>
+#include <cstring>
+
+namespace tarn::lowp_detail {
+namespace {
+
+std::uint32_t bits_of(float f) {
+    std::uint32_t u;
+    std::memcpy(&u, &f, 4);
+    return u;
+}
+
+/// The constants of a call as 32-bit lane values.
+struct Lanes {
+    std::int32_t s0 = 0;    ///< bits a normal result discards: 23 - m
+    std::int32_t B = 0;     ///< the input's biased exponent of 2^emin
+    std::uint32_t keep = 0; ///< input bits that decide the vector path
+    std::uint32_t max_mag = 0, sign1 = 0, zero1 = 0, over0 = 0, over1 = 0;
+    std::int32_t tiny_pos = 0;                  ///< magnitudes below this are tiny (positive)
+    std::int32_t tiny_neg = 0;                  ///< (negative)
+    std::uint32_t random_hi = 0, random_lo = 0; ///< the random bits compared
+
+    explicit Lanes(const Plan& p, const stochastic* s) {
+        const int m = static_cast<int>(p.m);
+        s0 = 23 - m;
+        B = static_cast<std::int32_t>(p.emin + 127);
+        keep = p.has_sign ? 0x7fffffffu : 0xffffffffu;
+        max_mag = static_cast<std::uint32_t>(p.max_mag);
+        sign1 = static_cast<std::uint32_t>(p.sign[1]);
+        zero1 = static_cast<std::uint32_t>(p.zero[1]);
+        over0 = static_cast<std::uint32_t>(p.overflowed[0]);
+        over1 = static_cast<std::uint32_t>(p.overflowed[1]);
+        // Tiny after rounding to m + 1 bits with an unbounded exponent: below
+        // 2^emin, or below the point from which the direction rounds up to it
+        // (the halfway point for the nearest directions, just above the
+        // largest number under 2^emin for rounding away from zero).
+        const int emin = static_cast<int>(p.emin);
+        const auto at = [&](float f) { return static_cast<std::int32_t>(bits_of(f)); };
+        const std::int32_t whole = at(std::ldexp(1.0f, emin));
+        const std::int32_t half = at(std::ldexp(1.0f - std::ldexp(1.0f, -m - 2), emin));
+        const std::int32_t above = at(std::ldexp(1.0f - std::ldexp(1.0f, -m - 1), emin)) + 1;
+        tiny_pos = tiny_neg = whole;
+        if (p.method == Method::nearest_even || p.method == Method::nearest_away)
+            tiny_pos = tiny_neg = half;
+        if (p.method == Method::upward) tiny_pos = above;
+        if (p.method == Method::downward) tiny_neg = above;
+        if (s) {
+            const unsigned drop = 64 - s->random_bits;
+            const std::uint64_t mask = ~std::uint64_t{0} << drop;
+            random_hi = static_cast<std::uint32_t>(mask >> 32);
+            random_lo = static_cast<std::uint32_t>(mask);
+        }
+    }
+};
+
+} // namespace
+} // namespace tarn::lowp_detail
+
+#endif // TARN_LOWP_SIMD_ONCE
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "tarn/lowp/simd.cpp"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace tarn::lowp_detail::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// One-lane vectors (HWY_SCALAR) gain nothing over the word kernel.
+#if HWY_TARGET != HWY_SCALAR
+namespace {
+
+using DU = hn::ScalableTag<std::uint32_t>;
+using DI = hn::RebindToSigned<DU>;
+using VU = hn::Vec<DU>;
+using VI = hn::Vec<DI>;
+
+/// v shifted left by L lanes-wise, right by -L where L is negative; shifts of
+/// 32 or more give 0.
+VU shift_signed(VU v, VI L) {
+    const DU du;
+    const DI di;
+    const VI zero = hn::Zero(di), most = hn::Set(di, 31);
+    const VU left = hn::Shl(v, hn::BitCast(du, hn::Min(hn::Max(L, zero), most)));
+    const VU right = hn::Shr(v, hn::BitCast(du, hn::Min(hn::Max(hn::Neg(L), zero), most)));
+    const VU out = hn::IfThenElse(hn::RebindMask(du, hn::Lt(L, zero)), right, left);
+    return hn::IfThenZeroElse(hn::RebindMask(du, hn::Gt(hn::Abs(L), most)), out);
+}
+
+/// The first 64 bits of the Philox4x32-10 blocks of counters c + lane, as
+/// their high and low words, lanes in the order of `hi` and `lo`.
+void philox(std::uint64_t seed, std::uint64_t c, VU& hi, VU& lo) {
+    const DU du;
+    const hn::Repartition<std::uint64_t, DU> d64;
+    const std::size_t half = hn::Lanes(d64);
+    const VU m0 = hn::Set(du, 0xD2511F53u), m1 = hn::Set(du, 0xCD9E8D57u);
+    // Each 64-bit lane carries one 32-bit word of the state in its low half:
+    // the products are whole there, and what the high halves collect is never
+    // read (the multiplications read the low halves only).
+    hn::Vec<decltype(d64)> r0[2], r1[2];
+    for (std::size_t h = 0; h < 2; ++h) {
+        auto c0 = hn::Add(hn::Iota(d64, 0), hn::Set(d64, c + h * half));
+        auto c1 = hn::ShiftRight<32>(c0);
+        auto k0 = static_cast<std::uint32_t>(seed), k1 = static_cast<std::uint32_t>(seed >> 32);
+        // The first round: the words 2 and 3 of the counter are zero.
+        auto p0 = hn::MulEven(hn::BitCast(du, c0), m0);
+        c0 = hn::Xor(c1, hn::Set(d64, k0));
+        c1 = hn::Zero(d64);
+        auto c2 = hn::Xor(hn::ShiftRight<32>(p0), hn::Set(d64, k1));
+        auto c3 = p0;
+        for (int round = 1; round < 10; ++round) {
+            k0 += 0x9E3779B9u;
+            k1 += 0xBB67AE85u;
+            p0 = hn::MulEven(hn::BitCast(du, c0), m0);
+            const auto p1 = hn::MulEven(hn::BitCast(du, c2), m1);
+            c0 = hn::Xor3(hn::ShiftRight<32>(p1), c1, hn::Set(d64, k0));
+            c1 = p1;
+            c2 = hn::Xor3(hn::ShiftRight<32>(p0), c3, hn::Set(d64, k1));
+            c3 = p0;
+        }
+        r0[h] = c0;
+        r1[h] = c1;
+    }
+    lo = hn::ConcatEven(du, hn::BitCast(du, r0[1]), hn::BitCast(du, r0[0]));
+    hi = hn::ConcatEven(du, hn::BitCast(du, r1[1]), hn::BitCast(du, r1[0]));
+}
+
+template <Method how, class Out>
+unsigned convert(const Plan& plan, const stochastic* s, const float* in, std::size_t n, Out* out,
+                 std::uint64_t first) {
+    const Lanes c(plan, s);
+    const DU du;
+    const DI di;
+    const hn::Rebind<float, DU> df;
+    const hn::Rebind<Out, DU> dout;
+    const std::size_t N = hn::Lanes(du);
+    const VU zero = hn::Zero(du), one = hn::Set(du, 1), keep = hn::Set(du, c.keep);
+    const VU finite_top = hn::Set(du, 0x7f7fffffu), magnitude = hn::Set(du, 0x7fffffffu);
+    const VI s0 = hn::Set(di, c.s0), s0B = hn::Set(di, c.s0 + c.B), B = hn::Set(di, c.B);
+    const VI most = hn::Set(di, 31), thirty_two = hn::Set(di, 32), sixty_four = hn::Set(di, 64);
+    const VU max_mag = hn::Set(du, c.max_mag), sign1 = hn::Set(du, c.sign1),
+             zero1 = hn::Set(du, c.zero1), over0 = hn::Set(du, c.over0),
+             over1 = hn::Set(du, c.over1);
+    const VI tiny_pos = hn::Set(di, c.tiny_pos), tiny_neg = hn::Set(di, c.tiny_neg);
+    auto any_inexact = hn::Lt(zero, zero), any_tiny = any_inexact, any_over = any_inexact;
+    unsigned flags = 0;
+    std::size_t i = 0;
+    for (; i + N <= n; i += N) {
+        const VU u = hn::BitCast(du, hn::LoadU(df, in + i));
+        if (!hn::AllFalse(du, hn::Gt(hn::And(u, keep), finite_top))) {
+            flags |= quantize_words(plan, s, in + i, N, out + i, first + i);
+            continue;
+        }
+        const VU a = hn::And(u, magnitude);
+        const VI ai = hn::BitCast(di, a);
+        const VU negv = hn::BitCast(du, hn::BroadcastSignBit(hn::BitCast(di, u)));
+        const auto neg = hn::MaskFromVec(negv);
+        const VI ef = hn::BitCast(di, hn::ShiftRight<23>(a));
+        const VI efc = hn::Max(ef, hn::BitCast(di, one));
+        // The significand, its implicit bit where the input is normal.
+        const VU sig =
+            hn::Sub(hn::Add(a, hn::Set(du, 1u << 23)), hn::ShiftLeft<23>(hn::BitCast(du, efc)));
+        // D bits are discarded: s0 at and above 2^emin, more below it.
+        const VI D = hn::Max(s0, hn::Sub(s0B, efc));
+        const VU S = hn::BitCast(du, hn::Min(D, most));
+        const VU q = hn::Shr(sig, S);
+        const VU dropped = hn::Sub(sig, hn::Shl(q, S));
+        const auto inexact = hn::Ne(dropped, zero);
+        VU r;
+        if constexpr (how == Method::nearest_even) {
+            const VU below_half =
+                hn::Shr(magnitude, hn::Sub(hn::BitCast(du, thirty_two), S)); // 2^(S-1) - 1
+            r = hn::Shr(hn::Add(hn::Add(sig, below_half), hn::And(q, one)), S);
+        } else if constexpr (how == Method::nearest_away) {
+            r = hn::Shr(hn::Add(sig, hn::Shl(one, hn::Sub(S, one))), S);
+        } else if constexpr (how == Method::toward_zero) {
+            r = q;
+        } else if constexpr (how == Method::upward) {
+            r = hn::IfThenElse(hn::AndNot(neg, inexact), hn::Add(q, one), q);
+        } else if constexpr (how == Method::downward) {
+            r = hn::IfThenElse(hn::And(neg, inexact), hn::Add(q, one), q);
+        } else if constexpr (how == Method::to_odd) {
+            r = hn::IfThenElse(inexact, hn::Or(q, one), q);
+        } else {
+            // The discarded bits as a 64-bit binary fraction, high and low
+            // words, against the random bits, both cut to random_bits.
+            const VU fraction_hi = shift_signed(dropped, hn::Sub(thirty_two, D));
+            const VU fraction_lo =
+                hn::IfThenElseZero(hn::RebindMask(du, hn::Gt(D, thirty_two)),
+                                   shift_signed(dropped, hn::Sub(sixty_four, D)));
+            VU random_hi, random_lo;
+            philox(s->seed, s->offset + first + i, random_hi, random_lo);
+            const VU mhi = hn::Set(du, c.random_hi), mlo = hn::Set(du, c.random_lo);
+            const VU rh = hn::And(random_hi, mhi), fh = hn::And(fraction_hi, mhi);
+            const VU rl = hn::And(random_lo, mlo), fl = hn::And(fraction_lo, mlo);
+            const auto less = hn::Or(hn::Lt(rh, fh), hn::And(hn::Eq(rh, fh), hn::Lt(rl, fl)));
+            r = hn::IfThenElse(less, hn::Add(q, one), q);
+        }
+        // The exponent field above the rounded significand: a carry out of
+        // the significand moves the pattern up a binade, or from the
+        // subnormals to 2^emin.
+        const VU pattern = hn::Add(r, hn::ShiftLeftSame(hn::BitCast(du, hn::Sub(hn::Max(ef, B), B)),
+                                                        static_cast<int>(plan.m)));
+        const auto over = hn::Gt(pattern, max_mag);
+        const VU sign = hn::IfThenElse(hn::Eq(pattern, zero), zero1, sign1);
+        VU result = hn::Or(pattern, hn::And(negv, sign));
+        result = hn::IfThenElse(over, hn::IfThenElse(neg, over1, over0), result);
+        const VI tiny_below = how == Method::upward || how == Method::downward
+                                  ? hn::IfThenElse(hn::RebindMask(di, neg), tiny_neg, tiny_pos)
+                                  : tiny_pos;
+        const auto tiny = hn::RebindMask(du, hn::Lt(ai, tiny_below));
+        any_inexact = hn::Or(any_inexact, inexact);
+        any_tiny = hn::Or(any_tiny, hn::And(tiny, inexact));
+        any_over = hn::Or(any_over, over);
+        hn::StoreU(hn::DemoteTo(dout, hn::BitCast(di, result)), dout, out + i);
+    }
+    if (!hn::AllFalse(du, any_inexact)) flags |= FLAG_INEXACT;
+    if (!hn::AllFalse(du, any_tiny)) flags |= FLAG_UNDERFLOW;
+    if (!hn::AllFalse(du, any_over)) flags |= FLAG_OVERFLOW | FLAG_INEXACT;
+    if (i < n) flags |= quantize_words(plan, s, in + i, n - i, out + i, first + i);
+    return flags;
+}
+
+template <class Out>
+unsigned convert_by_method(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                           Out* out, std::uint64_t first) {
+    switch (plan.method) {
+    case Method::nearest_even:
+        return convert<Method::nearest_even>(plan, s, in, n, out, first);
+    case Method::toward_zero:
+        return convert<Method::toward_zero>(plan, s, in, n, out, first);
+    case Method::upward:
+        return convert<Method::upward>(plan, s, in, n, out, first);
+    case Method::downward:
+        return convert<Method::downward>(plan, s, in, n, out, first);
+    case Method::nearest_away:
+        return convert<Method::nearest_away>(plan, s, in, n, out, first);
+    case Method::to_odd:
+        return convert<Method::to_odd>(plan, s, in, n, out, first);
+    default:
+        return convert<Method::stochastic>(plan, s, in, n, out, first);
+    }
+}
+
+} // namespace
+#else
+template <class Out>
+unsigned convert_by_method(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                           Out* out, std::uint64_t first) {
+    return quantize_words(plan, s, in, n, out, first);
+}
+#endif
+
+unsigned QuantizeFloats8(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                         std::uint8_t* out, std::uint64_t first) {
+    return convert_by_method(plan, s, in, n, out, first);
+}
+unsigned QuantizeFloats16(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                          std::uint16_t* out, std::uint64_t first) {
+    return convert_by_method(plan, s, in, n, out, first);
+}
+
+} // namespace tarn::lowp_detail::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace tarn::lowp_detail {
+
+HWY_EXPORT(QuantizeFloats8);
+HWY_EXPORT(QuantizeFloats16);
+
+unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                         std::uint8_t* out, std::uint64_t first) {
+    return HWY_DYNAMIC_DISPATCH(QuantizeFloats8)(plan, s, in, n, out, first);
+}
+unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                         std::uint16_t* out, std::uint64_t first) {
+    return HWY_DYNAMIC_DISPATCH(QuantizeFloats16)(plan, s, in, n, out, first);
+}
+
+} // namespace tarn::lowp_detail
+#endif
