@@ -39,6 +39,7 @@ struct Lanes {
     std::int32_t tiny_pos = 0;                  ///< magnitudes below this are tiny (positive)
     std::int32_t tiny_neg = 0;                  ///< (negative)
     std::uint32_t random_hi = 0, random_lo = 0; ///< the random bits compared
+    std::uint64_t keys[2][10] = {};             ///< Philox's round keys
 
     explicit Lanes(const Plan& p, const stochastic* s) {
         const int m = static_cast<int>(p.m);
@@ -69,6 +70,12 @@ struct Lanes {
             const std::uint64_t mask = ~std::uint64_t{0} << drop;
             random_hi = static_cast<std::uint32_t>(mask >> 32);
             random_lo = static_cast<std::uint32_t>(mask);
+            auto k0 = static_cast<std::uint32_t>(s->seed),
+                 k1 = static_cast<std::uint32_t>(s->seed >> 32);
+            for (int round = 0; round < 10; ++round, k0 += 0x9E3779B9u, k1 += 0xBB67AE85u) {
+                keys[0][round] = k0;
+                keys[1][round] = k1;
+            }
         }
     }
 };
@@ -109,41 +116,39 @@ VU shift_signed(VU v, VI L) {
 }
 
 /// The first 64 bits of the Philox4x32-10 blocks of counters c + lane, as
-/// their high and low words, lanes in the order of `hi` and `lo`.
-void philox(std::uint64_t seed, std::uint64_t c, VU& hi, VU& lo) {
+/// their high and low words.
+HWY_INLINE void philox(const std::uint64_t (&keys)[2][10], std::uint64_t c, VU& hi, VU& lo) {
     const DU du;
     const hn::Repartition<std::uint64_t, DU> d64;
-    const std::size_t half = hn::Lanes(d64);
     const VU m0 = hn::Set(du, 0xD2511F53u), m1 = hn::Set(du, 0xCD9E8D57u);
     // Each 64-bit lane carries one 32-bit word of the state in its low half:
     // the products are whole there, and what the high halves collect is never
-    // read (the multiplications read the low halves only).
+    // read (the multiplications read the low halves only). The even elements
+    // go in one set of lanes, the odd in the other, so that the words come
+    // back together without crossing lanes.
     hn::Vec<decltype(d64)> r0[2], r1[2];
-    for (std::size_t h = 0; h < 2; ++h) {
-        auto c0 = hn::Add(hn::Iota(d64, 0), hn::Set(d64, c + h * half));
+    for (std::uint64_t h = 0; h < 2; ++h) {
+        auto c0 = hn::Add(hn::ShiftLeft<1>(hn::Iota(d64, 0)), hn::Set(d64, c + h));
         auto c1 = hn::ShiftRight<32>(c0);
-        auto k0 = static_cast<std::uint32_t>(seed), k1 = static_cast<std::uint32_t>(seed >> 32);
         // The first round: the words 2 and 3 of the counter are zero.
         auto p0 = hn::MulEven(hn::BitCast(du, c0), m0);
-        c0 = hn::Xor(c1, hn::Set(d64, k0));
+        c0 = hn::Xor(c1, hn::Set(d64, keys[0][0]));
         c1 = hn::Zero(d64);
-        auto c2 = hn::Xor(hn::ShiftRight<32>(p0), hn::Set(d64, k1));
+        auto c2 = hn::Xor(hn::ShiftRight<32>(p0), hn::Set(d64, keys[1][0]));
         auto c3 = p0;
         for (int round = 1; round < 10; ++round) {
-            k0 += 0x9E3779B9u;
-            k1 += 0xBB67AE85u;
             p0 = hn::MulEven(hn::BitCast(du, c0), m0);
             const auto p1 = hn::MulEven(hn::BitCast(du, c2), m1);
-            c0 = hn::Xor3(hn::ShiftRight<32>(p1), c1, hn::Set(d64, k0));
+            c0 = hn::Xor3(hn::ShiftRight<32>(p1), c1, hn::Set(d64, keys[0][round]));
             c1 = p1;
-            c2 = hn::Xor3(hn::ShiftRight<32>(p0), c3, hn::Set(d64, k1));
+            c2 = hn::Xor3(hn::ShiftRight<32>(p0), c3, hn::Set(d64, keys[1][round]));
             c3 = p0;
         }
         r0[h] = c0;
         r1[h] = c1;
     }
-    lo = hn::ConcatEven(du, hn::BitCast(du, r0[1]), hn::BitCast(du, r0[0]));
-    hi = hn::ConcatEven(du, hn::BitCast(du, r1[1]), hn::BitCast(du, r1[0]));
+    lo = hn::OddEven(hn::BitCast(du, hn::ShiftLeft<32>(r0[1])), hn::BitCast(du, r0[0]));
+    hi = hn::OddEven(hn::BitCast(du, hn::ShiftLeft<32>(r1[1])), hn::BitCast(du, r1[0]));
 }
 
 template <Method how, class Out>
@@ -210,7 +215,7 @@ unsigned convert(const Plan& plan, const stochastic* s, const float* in, std::si
                 hn::IfThenElseZero(hn::RebindMask(du, hn::Gt(D, thirty_two)),
                                    shift_signed(dropped, hn::Sub(sixty_four, D)));
             VU random_hi, random_lo;
-            philox(s->seed, s->offset + first + i, random_hi, random_lo);
+            philox(c.keys, s->offset + first + i, random_hi, random_lo);
             const VU mhi = hn::Set(du, c.random_hi), mlo = hn::Set(du, c.random_lo);
             const VU rh = hn::And(random_hi, mhi), fh = hn::And(fraction_hi, mhi);
             const VU rl = hn::And(random_lo, mlo), fl = hn::And(fraction_lo, mlo);
