@@ -16,6 +16,7 @@
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/lowp/lowp.h"
+#include "tarn/lowp/simd.h"
 #include "tarn/swflt/swflt.h"
 #include "tests/oracle/oracle.h"
 
@@ -617,8 +618,8 @@ inline std::string extremes(const Setting& s, const Operands& in) {
         const std::string wrong = like_first(
             s, [&] { return ops[k % 4](x, b); },
             [&](int mode, unsigned* flags) {
-                return oracle::extreme(s.ofmt(), bits_of(x), to_oracle(b.get_format()),
-                                       bits_of(b), k % 2, k % 4 >= 2, mode, flags);
+                return oracle::extreme(s.ofmt(), bits_of(x), to_oracle(b.get_format()), bits_of(b),
+                                       k % 2, k % 4 >= 2, mode, flags);
             });
         ROW_EXPECT(wrong.empty(), "operation " + std::to_string(k) + wrong);
     }
@@ -918,6 +919,60 @@ inline std::string quantize_row(const Setting& s, const Operands& in) {
     return "";
 }
 
+/// Each vector kernel this machine runs, forced in turn, on 64 floats: the
+/// operand's significand through the binades of one encoding (in turn), both
+/// signs, and the operand itself last (a NaN or an infinity sends its vector to
+/// the word kernel), in the case's direction and stochastically, against encode.
+inline std::string quantize_simd_row(const Setting& s, const Operands& in) {
+    if (s.format != Format::binary32()) return "";
+    const std::uint64_t a = oracle::to_word(in.a);
+    const tarn::encoding& e = encodings()[(a + in.direction) % encodings().size()];
+    if (e.width() > 16) return "";
+    const long m = static_cast<long>(e.mantissa_width),
+               emin = 1 - e.bias - (e.top == tarn::encoding::specials::exponent_only),
+               span = (1L << e.exponent_width) + m + 6;
+    std::vector<IEEEFloat> xs;
+    float batch[64];
+    for (long j = 0; j < 64; ++j) {
+        const long E =
+            std::clamp(emin - m - 3 + (j % 32) * std::max(1L, span / 31) + 127, 0L, 254L);
+        const std::uint64_t w = j == 63 ? a : (a & 0x7fffff) | E << 23 | (j / 32) << 31;
+        xs.push_back(make(s, w));
+        const auto word = static_cast<std::uint32_t>(oracle::to_word(bits_of(xs.back())));
+        std::memcpy(&batch[j], &word, 4);
+    }
+    const auto r = static_cast<tarn::rounding>(in.direction);
+    const auto o = in.flag ? tarn::overflow::saturate : tarn::overflow::non_finite;
+    const tarn::stochastic st{a, in.width, 1 + 12 * static_cast<unsigned>(in.direction)};
+    std::string wrong;
+    for (const std::int64_t target : tarn::lowp_detail::simd_targets()) {
+        tarn::lowp_detail::use_simd_target(target);
+        for (const bool random : {false, true}) {
+            std::uint16_t out[64];
+            const unsigned raised = flags_of([&] {
+                random ? tarn::quantize(batch, 64, out, e, st, o)
+                       : tarn::quantize(batch, 64, out, e, r, o);
+            });
+            unsigned flags = 0;
+            for (std::uint64_t i = 0; i < 64 && wrong.empty(); ++i) {
+                std::uint64_t want = 0;
+                const tarn::stochastic one{st.seed, st.offset + i, st.random_bits};
+                flags |= flags_of(
+                    [&] { want = random ? encode(xs[i], e, one, o) : encode(xs[i], e, r, o); });
+                if (out[i] != want)
+                    wrong = "target " + std::to_string(target) + (random ? " stochastic" : "") +
+                            " element " + std::to_string(i) + " of (" +
+                            std::to_string(e.exponent_width) + "," + std::to_string(m) + ") got " +
+                            std::to_string(out[i]) + " want " + std::to_string(want);
+            }
+            if (wrong.empty() && raised != flags)
+                wrong = "target " + std::to_string(target) + flag_mismatch(raised, flags);
+        }
+    }
+    tarn::lowp_detail::use_simd_target(0);
+    return wrong;
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -978,6 +1033,7 @@ inline const Row table[] = {
     {"encode", Input::Single, Operation::Add, false, encode_row, true},
     {"decode", Input::Single, Operation::Add, false, decode_row},
     {"quantize", Input::Single, Operation::Add, false, quantize_row, true},
+    {"quantize_simd", Input::Single, Operation::Add, false, quantize_simd_row, true},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];

@@ -9,6 +9,7 @@
 
 #include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/flag_state.h"
+#include "tarn/lowp/simd.h"
 
 #include <cstring>
 
@@ -220,6 +221,13 @@ unsigned quantize_words(const Plan& plan, const stochastic* s, const F* in, std:
         return run<F, Method::stochastic>(plan, s, in, n, out, first);
     }
 }
+
+#ifndef TARN_LOWP_HWY
+std::vector<std::int64_t> simd_targets() {
+    return {};
+}
+void use_simd_target(std::int64_t) {}
+#endif
 
 #define TARN_LOWP_SPAN(F, Out)                                                                     \
     template unsigned quantize_span(const Plan&, const stochastic*, const F*, std::size_t, Out*,   \

@@ -13,11 +13,14 @@
 //
 // This file includes itself once per target through Highway's foreach_target.
 
+#include "tarn/lowp/simd.h"
+
 #include "tarn/lowp/kernel.h"
 
 #ifndef TARN_LOWP_SIMD_ONCE
 #define TARN_LOWP_SIMD_ONCE
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -302,6 +305,17 @@ unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in,
 unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
                          std::uint16_t* out, std::uint64_t first) {
     return HWY_DYNAMIC_DISPATCH(QuantizeFloats16)(plan, s, in, n, out, first);
+}
+
+std::vector<std::int64_t> simd_targets() {
+    std::vector<std::int64_t> all = hwy::SupportedAndGeneratedTargets();
+    std::reverse(all.begin(), all.end());
+    return all;
+}
+
+void use_simd_target(std::int64_t target) {
+    hwy::SetSupportedTargetsForTest(target);
+    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
 }
 
 } // namespace tarn::lowp_detail
