@@ -919,27 +919,32 @@ inline std::string quantize_row(const Setting& s, const Operands& in) {
     return "";
 }
 
-/// Each vector kernel this machine runs, forced in turn, on 64 floats: the
-/// operand's significand through the binades of one encoding (in turn), both
-/// signs, and the operand itself last (a NaN or an infinity sends its vector to
-/// the word kernel), in the case's direction and stochastically, against encode.
-inline std::string quantize_simd_row(const Setting& s, const Operands& in) {
-    if (s.format != Format::binary32()) return "";
+/// Each vector kernel this machine runs, forced in turn, on 64 floats or
+/// doubles: the operand's significand through the binades of one encoding (in
+/// turn), both signs, and the operand itself last (a NaN or an infinity sends
+/// its vector to the word kernel), in the case's direction and stochastically,
+/// against encode.
+template <class F>
+std::string bulk_targets(const Setting& s, const Operands& in) {
+    constexpr int p = sizeof(F) == 4 ? 23 : 52, bias = sizeof(F) == 4 ? 127 : 1023;
     const std::uint64_t a = oracle::to_word(in.a);
     const tarn::encoding& e = encodings()[(a + in.direction) % encodings().size()];
     if (e.width() > 16) return "";
     const long m = static_cast<long>(e.mantissa_width),
                emin = 1 - e.bias - (e.top == tarn::encoding::specials::exponent_only),
-               span = (1L << e.exponent_width) + m + 6;
+               step = std::max(1L, ((1L << e.exponent_width) + m + 6) / 31);
     std::vector<IEEEFloat> xs;
-    float batch[64];
-    for (long j = 0; j < 64; ++j) {
+    F batch[64];
+    for (std::uint64_t j = 0; j < 64; ++j) {
         const long E =
-            std::clamp(emin - m - 3 + (j % 32) * std::max(1L, span / 31) + 127, 0L, 254L);
-        const std::uint64_t w = j == 63 ? a : (a & 0x7fffff) | E << 23 | (j / 32) << 31;
+            std::clamp(emin - m - 3 + static_cast<long>(j % 32) * step + bias, 0L, 2L * bias);
+        const std::uint64_t w = j == 63 ? a
+                                        : (a & ((std::uint64_t{1} << p) - 1)) |
+                                              static_cast<std::uint64_t>(E) << p |
+                                              (j / 32) << (sizeof(F) * 8 - 1);
         xs.push_back(make(s, w));
-        const auto word = static_cast<std::uint32_t>(oracle::to_word(bits_of(xs.back())));
-        std::memcpy(&batch[j], &word, 4);
+        const std::uint64_t word = oracle::to_word(bits_of(xs.back()));
+        std::memcpy(&batch[j], &word, sizeof(F)); // little-endian: the low bytes
     }
     const auto r = static_cast<tarn::rounding>(in.direction);
     const auto o = in.flag ? tarn::overflow::saturate : tarn::overflow::non_finite;
@@ -971,6 +976,12 @@ inline std::string quantize_simd_row(const Setting& s, const Operands& in) {
     }
     tarn::lowp_detail::use_simd_target(0);
     return wrong;
+}
+
+inline std::string quantize_simd_row(const Setting& s, const Operands& in) {
+    if (s.format == Format::binary32()) return bulk_targets<float>(s, in);
+    if (s.format == Format::binary64()) return bulk_targets<double>(s, in);
+    return "";
 }
 
 #undef ROW_EXPECT

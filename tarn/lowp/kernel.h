@@ -109,12 +109,16 @@ unsigned quantize_span(const Plan& plan, const stochastic* s, const In* in, std:
 template <class In, class Out>
 unsigned quantize_words(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
                         Out* out, std::uint64_t first);
-/// The vector kernel of float inputs (simd.cpp), for plans with subnormals
-/// and m + 2 < 23, served by the word kernel: the instruction set is chosen at
-/// run time.
-unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
-                         std::uint8_t* out, std::uint64_t first);
-unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
-                         std::uint16_t* out, std::uint64_t first);
+/// The vector kernel (simd.cpp), the instruction set chosen at run time, for
+/// plans with subnormals and m + 2 < 23 that the word kernel serves for float
+/// inputs; not stochastic rounding of doubles.
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                          std::uint8_t* out, std::uint64_t first);
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                          std::uint16_t* out, std::uint64_t first);
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const double* in, std::size_t n,
+                          std::uint8_t* out, std::uint64_t first);
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const double* in, std::size_t n,
+                          std::uint16_t* out, std::uint64_t first);
 
 } // namespace tarn::lowp_detail

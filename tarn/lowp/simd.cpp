@@ -35,9 +35,9 @@ std::uint32_t bits_of(float f) {
 
 /// The constants of a call as 32-bit lane values.
 struct Lanes {
-    std::int32_t s0 = 0;    ///< bits a normal result discards: 23 - m
-    std::int32_t B = 0;     ///< the input's biased exponent of 2^emin
-    std::uint32_t keep = 0; ///< input bits that decide the vector path
+    std::int32_t s0 = 0;             ///< bits a normal result discards: 23 - m
+    std::int32_t B = 0;              ///< the input's biased exponent of 2^emin
+    std::uint32_t unsigned_sign = 0; ///< the sign bit, for an unsigned encoding
     std::uint32_t max_mag = 0, sign1 = 0, zero1 = 0, over0 = 0, over1 = 0;
     std::int32_t tiny_pos = 0;                  ///< magnitudes below this are tiny (positive)
     std::int32_t tiny_neg = 0;                  ///< (negative)
@@ -48,7 +48,7 @@ struct Lanes {
         const int m = static_cast<int>(p.m);
         s0 = 23 - m;
         B = static_cast<std::int32_t>(p.emin + 127);
-        keep = p.has_sign ? 0x7fffffffu : 0xffffffffu;
+        unsigned_sign = p.has_sign ? 0 : 0x80000000u;
         max_mag = static_cast<std::uint32_t>(p.max_mag);
         sign1 = static_cast<std::uint32_t>(p.sign[1]);
         zero1 = static_cast<std::uint32_t>(p.zero[1]);
@@ -154,17 +154,60 @@ HWY_INLINE void philox(const std::uint64_t (&keys)[2][10], std::uint64_t c, VU& 
     hi = hn::OddEven(hn::BitCast(du, hn::ShiftLeft<32>(r1[1])), hn::BitCast(du, r1[0]));
 }
 
-template <Method how, class Out>
-unsigned convert(const Plan& plan, const stochastic* s, const float* in, std::size_t n, Out* out,
+/// The float bits of in[0, N) into `u`; false when a lane is not finite, or
+/// is negative where `unsigned_sign` (the sign bit for an unsigned encoding).
+HWY_INLINE bool load_lanes(const float* in, std::uint32_t unsigned_sign, VU& u) {
+    const DU du;
+    u = hn::BitCast(du, hn::LoadU(hn::Rebind<float, DU>(), in));
+    const VU keep = hn::Set(du, 0x7fffffffu | unsigned_sign);
+    return hn::AllFalse(du, hn::Gt(hn::And(u, keep), hn::Set(du, 0x7f7fffffu)));
+}
+
+/// Doubles: rounded to float's 24 bits to odd, truncated with a last bit set
+/// when inexact. The encodings' grids are at least 8 float ulps apart, so
+/// their points and midpoints are even floats, and the odd float lies on the
+/// same side of each as the double: every direction rounds both alike, and
+/// the tininess thresholds, also even floats, compare alike. Stochastic
+/// rounding reads every discarded bit and does not come here. False also for
+/// magnitudes outside float's normal range other than zero.
+HWY_INLINE bool load_lanes(const double* in, std::uint32_t unsigned_sign, VU& u) {
+    const DU du;
+    const hn::Repartition<std::uint64_t, DU> d64;
+    const hn::RebindToSigned<decltype(d64)> di64;
+    const hn::Rebind<double, decltype(d64)> dd;
+    const std::size_t half = hn::Lanes(d64);
+    const auto sign = hn::Set(d64, std::uint64_t{1} << 63), zero = hn::Zero(d64);
+    const auto low = hn::Set(di64, std::int64_t{897} << 52),
+               high = hn::Set(di64, std::int64_t{1151} << 52);
+    hn::Vec<decltype(d64)> f[2];
+    bool ok = true;
+    for (std::size_t h = 0; h < 2; ++h) {
+        const auto x = hn::BitCast(d64, hn::LoadU(dd, in + h * half));
+        const auto m = hn::AndNot(sign, x);
+        const auto mi = hn::BitCast(di64, m);
+        const auto in_range = hn::RebindMask(d64, hn::AndNot(hn::Lt(mi, low), hn::Lt(mi, high)));
+        const auto signed_ok =
+            hn::Eq(hn::And(x, hn::Set(d64, std::uint64_t{unsigned_sign} << 32)), zero);
+        ok &= hn::AllTrue(d64, hn::And(hn::Or(in_range, hn::Eq(m, zero)), signed_ok));
+        auto bits = hn::ShiftRight<29>(hn::Sub(m, hn::Set(d64, std::uint64_t{896} << 52)));
+        bits = hn::IfThenElse(hn::Ne(hn::And(m, hn::Set(d64, (std::uint64_t{1} << 29) - 1)), zero),
+                              hn::Or(bits, hn::Set(d64, 1)), bits);
+        bits = hn::IfThenZeroElse(hn::Eq(m, zero), bits);
+        f[h] = hn::Or(bits, hn::ShiftRight<32>(hn::And(x, sign)));
+    }
+    u = hn::ConcatEven(du, hn::BitCast(du, f[1]), hn::BitCast(du, f[0]));
+    return ok;
+}
+
+template <Method how, class In, class Out>
+unsigned convert(const Plan& plan, const stochastic* s, const In* in, std::size_t n, Out* out,
                  std::uint64_t first) {
     const Lanes c(plan, s);
     const DU du;
     const DI di;
-    const hn::Rebind<float, DU> df;
     const hn::Rebind<Out, DU> dout;
     const std::size_t N = hn::Lanes(du);
-    const VU zero = hn::Zero(du), one = hn::Set(du, 1), keep = hn::Set(du, c.keep);
-    const VU finite_top = hn::Set(du, 0x7f7fffffu), magnitude = hn::Set(du, 0x7fffffffu);
+    const VU zero = hn::Zero(du), one = hn::Set(du, 1), magnitude = hn::Set(du, 0x7fffffffu);
     const VI s0 = hn::Set(di, c.s0), s0B = hn::Set(di, c.s0 + c.B), B = hn::Set(di, c.B);
     const VI most = hn::Set(di, 31), thirty_two = hn::Set(di, 32), sixty_four = hn::Set(di, 64);
     const VU max_mag = hn::Set(du, c.max_mag), sign1 = hn::Set(du, c.sign1),
@@ -175,8 +218,8 @@ unsigned convert(const Plan& plan, const stochastic* s, const float* in, std::si
     unsigned flags = 0;
     std::size_t i = 0;
     for (; i + N <= n; i += N) {
-        const VU u = hn::BitCast(du, hn::LoadU(df, in + i));
-        if (!hn::AllFalse(du, hn::Gt(hn::And(u, keep), finite_top))) {
+        VU u;
+        if (!load_lanes(in + i, c.unsigned_sign, u)) {
             flags |= quantize_words(plan, s, in + i, N, out + i, first + i);
             continue;
         }
@@ -250,44 +293,46 @@ unsigned convert(const Plan& plan, const stochastic* s, const float* in, std::si
     return flags;
 }
 
-template <class Out>
-unsigned convert_by_method(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+template <class In, class Out>
+unsigned convert_by_method(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
                            Out* out, std::uint64_t first) {
     switch (plan.method) {
     case Method::nearest_even:
-        return convert<Method::nearest_even>(plan, s, in, n, out, first);
+        return convert<Method::nearest_even, In>(plan, s, in, n, out, first);
     case Method::toward_zero:
-        return convert<Method::toward_zero>(plan, s, in, n, out, first);
+        return convert<Method::toward_zero, In>(plan, s, in, n, out, first);
     case Method::upward:
-        return convert<Method::upward>(plan, s, in, n, out, first);
+        return convert<Method::upward, In>(plan, s, in, n, out, first);
     case Method::downward:
-        return convert<Method::downward>(plan, s, in, n, out, first);
+        return convert<Method::downward, In>(plan, s, in, n, out, first);
     case Method::nearest_away:
-        return convert<Method::nearest_away>(plan, s, in, n, out, first);
+        return convert<Method::nearest_away, In>(plan, s, in, n, out, first);
     case Method::to_odd:
-        return convert<Method::to_odd>(plan, s, in, n, out, first);
+        return convert<Method::to_odd, In>(plan, s, in, n, out, first);
     default:
-        return convert<Method::stochastic>(plan, s, in, n, out, first);
+        return convert<Method::stochastic, In>(plan, s, in, n, out, first);
     }
 }
 
 } // namespace
 #else
-template <class Out>
-unsigned convert_by_method(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+template <class In, class Out>
+unsigned convert_by_method(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
                            Out* out, std::uint64_t first) {
     return quantize_words(plan, s, in, n, out, first);
 }
 #endif
 
-unsigned QuantizeFloats8(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
-                         std::uint8_t* out, std::uint64_t first) {
-    return convert_by_method(plan, s, in, n, out, first);
-}
-unsigned QuantizeFloats16(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
-                          std::uint16_t* out, std::uint64_t first) {
-    return convert_by_method(plan, s, in, n, out, first);
-}
+#define TARN_LOWP_VECTORS(name, In, Out)                                                           \
+    unsigned name(const Plan& plan, const stochastic* s, const In* in, std::size_t n, Out* out,    \
+                  std::uint64_t first) {                                                           \
+        return convert_by_method(plan, s, in, n, out, first);                                      \
+    }
+TARN_LOWP_VECTORS(FloatsTo8, float, std::uint8_t)
+TARN_LOWP_VECTORS(FloatsTo16, float, std::uint16_t)
+TARN_LOWP_VECTORS(DoublesTo8, double, std::uint8_t)
+TARN_LOWP_VECTORS(DoublesTo16, double, std::uint16_t)
+#undef TARN_LOWP_VECTORS
 
 } // namespace tarn::lowp_detail::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -295,17 +340,21 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace tarn::lowp_detail {
 
-HWY_EXPORT(QuantizeFloats8);
-HWY_EXPORT(QuantizeFloats16);
+HWY_EXPORT(FloatsTo8);
+HWY_EXPORT(FloatsTo16);
+HWY_EXPORT(DoublesTo8);
+HWY_EXPORT(DoublesTo16);
 
-unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
-                         std::uint8_t* out, std::uint64_t first) {
-    return HWY_DYNAMIC_DISPATCH(QuantizeFloats8)(plan, s, in, n, out, first);
-}
-unsigned quantize_floats(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
-                         std::uint16_t* out, std::uint64_t first) {
-    return HWY_DYNAMIC_DISPATCH(QuantizeFloats16)(plan, s, in, n, out, first);
-}
+#define TARN_LOWP_VECTORS(name, In, Out)                                                           \
+    unsigned quantize_vectors(const Plan& plan, const stochastic* s, const In* in, std::size_t n,  \
+                              Out* out, std::uint64_t first) {                                     \
+        return HWY_DYNAMIC_DISPATCH(name)(plan, s, in, n, out, first);                             \
+    }
+TARN_LOWP_VECTORS(FloatsTo8, float, std::uint8_t)
+TARN_LOWP_VECTORS(FloatsTo16, float, std::uint16_t)
+TARN_LOWP_VECTORS(DoublesTo8, double, std::uint8_t)
+TARN_LOWP_VECTORS(DoublesTo16, double, std::uint16_t)
+#undef TARN_LOWP_VECTORS
 
 std::vector<std::int64_t> simd_targets() {
     std::vector<std::int64_t> all = hwy::SupportedAndGeneratedTargets();
