@@ -941,11 +941,11 @@ std::string bulk_targets(const Setting& s, const Operands& in) {
     if (e.width() > 16) return "";
     const long m = static_cast<long>(e.mantissa_width),
                emin = 1 - e.bias - (e.top == tarn::encoding::specials::exponent_only),
-               step = std::max(1L, ((1L << e.exponent_width) + m + 6) / 31);
+               step = std::max(1L, ((1L << e.exponent_width) + m + 45) / 31);
     std::vector<IEEEFloat> xs;
     for (std::uint64_t j = 0; j < 64; ++j) {
         const long E =
-            std::clamp(emin - m - 3 + static_cast<long>(j % 32) * step + bias, 0L, 2L * bias);
+            std::clamp(emin - m - 12 + static_cast<long>(j % 32) * step + bias, 0L, 2L * bias);
         xs.push_back(make(s, j == 63 ? a
                                      : (a & ((std::uint64_t{1} << p) - 1)) |
                                            static_cast<std::uint64_t>(E) << p |

@@ -106,16 +106,15 @@ using DI = hn::RebindToSigned<DU>;
 using VU = hn::Vec<DU>;
 using VI = hn::Vec<DI>;
 
-/// v shifted left by L lanes-wise, right by -L where L is negative; shifts of
-/// 32 or more give 0.
-VU shift_signed(VU v, VI L) {
+/// v, below 2^24, shifted left by L lanes-wise (L up to 31), right by -L
+/// where L is negative (so 0 from -24 down).
+HWY_INLINE VU shift_signed(VU v, VI L) {
     const DU du;
     const DI di;
     const VI zero = hn::Zero(di), most = hn::Set(di, 31);
     const VU left = hn::Shl(v, hn::BitCast(du, hn::Min(hn::Max(L, zero), most)));
     const VU right = hn::Shr(v, hn::BitCast(du, hn::Min(hn::Max(hn::Neg(L), zero), most)));
-    const VU out = hn::IfThenElse(hn::RebindMask(du, hn::Lt(L, zero)), right, left);
-    return hn::IfThenZeroElse(hn::RebindMask(du, hn::Gt(hn::Abs(L), most)), out);
+    return hn::IfThenElse(hn::RebindMask(du, hn::Lt(L, zero)), right, left);
 }
 
 /// The first 64 bits of the Philox4x32-10 blocks of counters c + lane, as
