@@ -193,8 +193,7 @@ unsigned quantize_span(const Plan& plan, const stochastic* s, const F* in, std::
 #ifdef TARN_LOWP_HWY
     // exponent_only (m = 0) reads the parity of its exponent, and has no
     // subnormals: the word kernel's.
-    if (kernel_serves<float>(plan) && plan.subnormals && plan.m > 0 &&
-        (sizeof(F) == 4 || plan.method != Method::stochastic))
+    if (kernel_serves<float>(plan) && plan.subnormals && plan.m > 0)
         return quantize_vectors(plan, s, in, n, out, first);
 #endif
     return quantize_words(plan, s, in, n, out, first);

@@ -111,7 +111,7 @@ unsigned quantize_words(const Plan& plan, const stochastic* s, const In* in, std
                         Out* out, std::uint64_t first);
 /// The vector kernel (simd.cpp), the instruction set chosen at run time, for
 /// plans with subnormals and m + 2 < 23 that the word kernel serves for float
-/// inputs; not stochastic rounding of doubles.
+/// inputs.
 unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
                           std::uint8_t* out, std::uint64_t first);
 unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,

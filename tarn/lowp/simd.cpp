@@ -1,15 +1,17 @@
-// The bulk kernel of float inputs on Highway's vectors: compiled once for each
-// instruction set Highway knows (AVX-512, AVX2, SSE4, ... and a portable
-// fallback) and chosen at run time, so that one binary runs everywhere at the
-// speed of the machine it lands on.
+// The bulk kernel on Highway's vectors: compiled once for each instruction set
+// Highway knows (AVX-512, AVX2, SSE4, ... and a portable fallback) and chosen
+// at run time, so that one binary runs everywhere at the speed of the machine
+// it lands on.
 //
-// A vector whose lanes are all finite, and signed where the encoding has no
-// sign, takes the vector path: rebias, a per-lane shift that rounds in the
-// call's direction (the carry into the exponent field comes for free), the
-// overflow pattern, the sign, and the flags as OR-ed lane masks. Any other
-// vector (NaN, infinity, a negative input into an unsigned encoding) goes
-// through the word kernel, element by element, which has every case written
-// out; those inputs are rare in the arrays this is for.
+// It works on float bits in 32-bit lanes (doubles are first rounded to float
+// to odd, see load_lanes). A vector whose lanes are all finite, and not
+// negative where the encoding has no sign, takes the vector path: rebias, a
+// per-lane shift that rounds in the call's direction (the carry into the
+// exponent field comes for free), the overflow pattern, the sign, and the
+// flags as OR-ed lane masks. Any other vector (a NaN, an infinity, a negative
+// input into an unsigned encoding) goes through the word kernel, element by
+// element, which has every case written out; those inputs are rare in the
+// arrays this is for.
 //
 // This file includes itself once per target through Highway's foreach_target.
 
@@ -75,7 +77,7 @@ struct Lanes {
             random_lo = static_cast<std::uint32_t>(mask);
             auto k0 = static_cast<std::uint32_t>(s->seed),
                  k1 = static_cast<std::uint32_t>(s->seed >> 32);
-            for (int round = 0; round < 10; ++round, k0 += 0x9E3779B9u, k1 += 0xBB67AE85u) {
+            for (int round = 0; round < 10; ++round, k0 += PHILOX_W32_0, k1 += PHILOX_W32_1) {
                 keys[0][round] = k0;
                 keys[1][round] = k1;
             }
@@ -122,7 +124,7 @@ HWY_INLINE VU shift_signed(VU v, VI L) {
 HWY_INLINE void philox(const std::uint64_t (&keys)[2][10], std::uint64_t c, VU& hi, VU& lo) {
     const DU du;
     const hn::Repartition<std::uint64_t, DU> d64;
-    const VU m0 = hn::Set(du, 0xD2511F53u), m1 = hn::Set(du, 0xCD9E8D57u);
+    const VU m0 = hn::Set(du, PHILOX_M4x32_0), m1 = hn::Set(du, PHILOX_M4x32_1);
     // Each 64-bit lane carries one 32-bit word of the state in its low half:
     // the products are whole there, and what the high halves collect is never
     // read (the multiplications read the low halves only). The even elements
@@ -309,7 +311,11 @@ unsigned convert_by_method(const Plan& plan, const stochastic* s, const In* in, 
     case Method::to_odd:
         return convert<Method::to_odd, In>(plan, s, in, n, out, first);
     default:
-        return convert<Method::stochastic, In>(plan, s, in, n, out, first);
+        // Stochastic rounding of doubles reads bits that float drops.
+        if constexpr (sizeof(In) == 8)
+            return quantize_words(plan, s, in, n, out, first);
+        else
+            return convert<Method::stochastic, In>(plan, s, in, n, out, first);
     }
 }
 
