@@ -23,17 +23,9 @@
 #define TARN_LOWP_SIMD_ONCE
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 
 namespace tarn::lowp_detail {
 namespace {
-
-std::uint32_t bits_of(float f) {
-    std::uint32_t u;
-    std::memcpy(&u, &f, 4);
-    return u;
-}
 
 /// The constants of a call as 32-bit lane values.
 struct Lanes {
@@ -59,12 +51,19 @@ struct Lanes {
         // Tiny after rounding to m + 1 bits with an unbounded exponent: below
         // 2^emin, or below the point from which the direction rounds up to it
         // (the halfway point for the nearest directions, just above the
-        // largest number under 2^emin for rounding away from zero).
-        const int emin = static_cast<int>(p.emin);
-        const auto at = [&](float f) { return static_cast<std::int32_t>(bits_of(f)); };
-        const std::int32_t whole = at(std::ldexp(1.0f, emin));
-        const std::int32_t half = at(std::ldexp(1.0f - std::ldexp(1.0f, -m - 2), emin));
-        const std::int32_t above = at(std::ldexp(1.0f - std::ldexp(1.0f, -m - 1), emin)) + 1;
+        // largest number under 2^emin for rounding away from zero): float bit
+        // patterns, which order as the magnitudes do. The points are floats,
+        // since the word kernel's range keeps 2^(emin - m - 2) within float's;
+        // from emin 129 on every finite float is tiny. Made with integers
+        // only: MX scaling makes a plan for each block.
+        const int emin = static_cast<int>(std::min<long>(p.emin, 129));
+        const int ulp_below = std::max(emin - 24, -149); // the exponent of float's ulp under 2^emin
+        const std::int32_t whole = emin > 128     ? 0x7f800000
+                                   : emin >= -126 ? (emin + 127) << 23
+                                                  : 1 << (emin + 149);
+        const std::int32_t half = emin > 128 ? whole : whole - (1 << (emin - m - 2 - ulp_below));
+        const std::int32_t above =
+            emin > 128 ? whole : whole - (1 << (emin - m - 1 - ulp_below)) + 1;
         tiny_pos = tiny_neg = whole;
         if (p.method == Method::nearest_even || p.method == Method::nearest_away)
             tiny_pos = tiny_neg = half;
