@@ -192,8 +192,9 @@ unsigned quantize_span(const Plan& plan, const stochastic* s, const F* in, std::
                        std::uint64_t first) {
 #ifdef TARN_LOWP_HWY
     // exponent_only (m = 0) reads the parity of its exponent, and has no
-    // subnormals: the word kernel's.
-    if (kernel_serves<float>(plan) && plan.subnormals && plan.m > 0)
+    // subnormals: the word kernel's. The vector kernel takes float's
+    // subnormals and zeros to lie below 2^emin.
+    if (kernel_serves<float>(plan) && plan.subnormals && plan.m > 0 && plan.emin >= -126)
         return quantize_vectors(plan, s, in, n, out, first);
 #endif
     return quantize_words(plan, s, in, n, out, first);

@@ -110,8 +110,8 @@ template <class In, class Out>
 unsigned quantize_words(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
                         Out* out, std::uint64_t first);
 /// The vector kernel (simd.cpp), the instruction set chosen at run time, for
-/// plans with subnormals and m + 2 < 23 that the word kernel serves for float
-/// inputs.
+/// plans with subnormals, m > 0 and emin >= -126 that the word kernel serves
+/// for float inputs.
 unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
                           std::uint8_t* out, std::uint64_t first);
 unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
