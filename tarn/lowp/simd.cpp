@@ -199,7 +199,10 @@ HWY_INLINE bool load_lanes(const double* in, std::uint32_t unsigned_sign, VU& u)
     return ok;
 }
 
-template <Method how, class In, class Out>
+/// `aligned`: the encoding's exponent field is float's (emin -126, as
+/// bfloat16): the magnitude's bits are the significand with the exponent
+/// above it, and every lane drops 23 - m bits.
+template <Method how, bool aligned, class In, class Out>
 unsigned convert(const Plan& plan, const stochastic* s, const In* in, std::size_t n, Out* out,
                  std::uint64_t first) {
     const Lanes c(plan, s);
@@ -230,10 +233,11 @@ unsigned convert(const Plan& plan, const stochastic* s, const In* in, std::size_
         const VI ef = hn::BitCast(di, hn::ShiftRight<23>(a));
         const VI efc = hn::Max(ef, hn::BitCast(di, one));
         // The significand, its implicit bit where the input is normal.
-        const VU sig =
-            hn::Sub(hn::Add(a, hn::Set(du, 1u << 23)), hn::ShiftLeft<23>(hn::BitCast(du, efc)));
+        const VU sig = aligned ? a
+                               : hn::Sub(hn::Add(a, hn::Set(du, 1u << 23)),
+                                         hn::ShiftLeft<23>(hn::BitCast(du, efc)));
         // D bits are discarded: s0 at and above 2^emin, more below it.
-        const VI D = hn::Max(s0, hn::Sub(s0B, efc));
+        const VI D = aligned ? s0 : hn::Max(s0, hn::Sub(s0B, efc));
         const VU S = hn::BitCast(du, hn::Min(D, most));
         const VU q = hn::Shr(sig, S);
         const VU dropped = hn::Sub(sig, hn::Shl(q, S));
@@ -271,8 +275,10 @@ unsigned convert(const Plan& plan, const stochastic* s, const In* in, std::size_
         // The exponent field above the rounded significand: a carry out of
         // the significand moves the pattern up a binade, or from the
         // subnormals to 2^emin.
-        const VU pattern = hn::Add(r, hn::ShiftLeftSame(hn::BitCast(du, hn::Sub(hn::Max(ef, B), B)),
-                                                        static_cast<int>(plan.m)));
+        const VU pattern =
+            aligned ? r
+                    : hn::Add(r, hn::ShiftLeftSame(hn::BitCast(du, hn::Sub(hn::Max(ef, B), B)),
+                                                   static_cast<int>(plan.m)));
         const auto over = hn::Gt(pattern, max_mag);
         const VU sign = hn::IfThenElse(hn::Eq(pattern, zero), zero1, sign1);
         VU result = hn::Or(pattern, hn::And(negv, sign));
@@ -293,29 +299,36 @@ unsigned convert(const Plan& plan, const stochastic* s, const In* in, std::size_
     return flags;
 }
 
-template <class In, class Out>
-unsigned convert_by_method(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
-                           Out* out, std::uint64_t first) {
+template <bool aligned, class In, class Out>
+unsigned convert_in_direction(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
+                              Out* out, std::uint64_t first) {
     switch (plan.method) {
     case Method::nearest_even:
-        return convert<Method::nearest_even, In>(plan, s, in, n, out, first);
+        return convert<Method::nearest_even, aligned, In>(plan, s, in, n, out, first);
     case Method::toward_zero:
-        return convert<Method::toward_zero, In>(plan, s, in, n, out, first);
+        return convert<Method::toward_zero, aligned, In>(plan, s, in, n, out, first);
     case Method::upward:
-        return convert<Method::upward, In>(plan, s, in, n, out, first);
+        return convert<Method::upward, aligned, In>(plan, s, in, n, out, first);
     case Method::downward:
-        return convert<Method::downward, In>(plan, s, in, n, out, first);
+        return convert<Method::downward, aligned, In>(plan, s, in, n, out, first);
     case Method::nearest_away:
-        return convert<Method::nearest_away, In>(plan, s, in, n, out, first);
+        return convert<Method::nearest_away, aligned, In>(plan, s, in, n, out, first);
     case Method::to_odd:
-        return convert<Method::to_odd, In>(plan, s, in, n, out, first);
+        return convert<Method::to_odd, aligned, In>(plan, s, in, n, out, first);
     default:
         // Stochastic rounding of doubles reads bits that float drops.
         if constexpr (sizeof(In) == 8)
             return quantize_words(plan, s, in, n, out, first);
         else
-            return convert<Method::stochastic, In>(plan, s, in, n, out, first);
+            return convert<Method::stochastic, aligned, In>(plan, s, in, n, out, first);
     }
+}
+
+template <class In, class Out>
+unsigned convert_by_method(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
+                           Out* out, std::uint64_t first) {
+    if (plan.emin == -126) return convert_in_direction<true>(plan, s, in, n, out, first);
+    return convert_in_direction<false>(plan, s, in, n, out, first);
 }
 
 } // namespace
