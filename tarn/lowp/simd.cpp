@@ -324,9 +324,66 @@ unsigned convert_in_direction(const Plan& plan, const stochastic* s, const In* i
     }
 }
 
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+/// binary16 to nearest-even on F16C: the conversion's rounding is fixed by its
+/// immediate (exceptions suppressed), so it gives IEEE's result whatever the
+/// rounding mode; only flushing subnormals (MXCSR's FTZ and DAZ, checked by
+/// the caller) would change it. Around it: the saturation of an overflow and
+/// the flags, inexact where converting back differs.
+template <class In>
+unsigned convert_binary16(const Plan& plan, const In* in, std::size_t n, std::uint16_t* out,
+                          std::uint64_t first) {
+    const Lanes c(plan, nullptr);
+    const DU du;
+    const DI di;
+    const hn::Rebind<float, DU> df;
+    const hn::Rebind<hwy::float16_t, DU> dh;
+    const hn::Rebind<std::uint16_t, DU> d16;
+    const std::size_t N = hn::Lanes(du);
+    const VU magnitude = hn::Set(du, 0x7fffu), infinity = hn::Set(du, 0x7c00u);
+    const VU over0 = hn::Set(du, c.over0), over1 = hn::Set(du, c.over1);
+    const VI tiny_below = hn::Set(di, c.tiny_pos);
+    auto any_inexact = hn::Lt(magnitude, magnitude), any_tiny = any_inexact, any_over = any_inexact;
+    unsigned flags = 0;
+    std::size_t i = 0;
+    for (; i + N <= n; i += N) {
+        VU u;
+        if (!load_lanes(in + i, 0, u)) {
+            flags |= quantize_words(plan, nullptr, in + i, N, out + i, first + i);
+            continue;
+        }
+        const auto h = hn::DemoteTo(dh, hn::BitCast(df, u));
+        const auto inexact = hn::Ne(hn::BitCast(du, hn::PromoteTo(df, h)), u);
+        VU result = hn::PromoteTo(du, hn::BitCast(d16, h));
+        const auto over = hn::Eq(hn::And(result, magnitude), infinity);
+        const VI ui = hn::BitCast(di, u);
+        result = hn::IfThenElse(
+            over, hn::IfThenElse(hn::RebindMask(du, hn::Lt(ui, hn::Zero(di))), over1, over0),
+            result);
+        const auto tiny =
+            hn::RebindMask(du, hn::Lt(hn::And(ui, hn::Set(di, 0x7fffffff)), tiny_below));
+        any_inexact = hn::Or(any_inexact, inexact);
+        any_tiny = hn::Or(any_tiny, hn::And(tiny, inexact));
+        any_over = hn::Or(any_over, over);
+        hn::StoreU(hn::DemoteTo(d16, hn::BitCast(di, result)), d16, out + i);
+    }
+    if (!hn::AllFalse(du, any_inexact)) flags |= FLAG_INEXACT;
+    if (!hn::AllFalse(du, any_tiny)) flags |= FLAG_UNDERFLOW;
+    if (!hn::AllFalse(du, any_over)) flags |= FLAG_OVERFLOW | FLAG_INEXACT;
+    if (i < n) flags |= quantize_words(plan, nullptr, in + i, n - i, out + i, first + i);
+    return flags;
+}
+#endif
+
 template <class In, class Out>
 unsigned convert_by_method(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
                            Out* out, std::uint64_t first) {
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+    if constexpr (sizeof(Out) == 2)
+        if (plan.method == Method::nearest_even && plan.enc == encoding::make(5, 10) &&
+            (_mm_getcsr() & 0x8040) == 0)
+            return convert_binary16(plan, in, n, out, first);
+#endif
     if (plan.emin == -126) return convert_in_direction<true>(plan, s, in, n, out, first);
     return convert_in_direction<false>(plan, s, in, n, out, first);
 }
