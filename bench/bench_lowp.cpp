@@ -1,6 +1,7 @@
 // Bulk conversion of float32 arrays of 10^7 elements into the low-precision
-// encodings (one thread, nearest-even, saturating; stochastic; two threads),
-// beside the CPU's own float-to-binary16 conversion (F16C) over the same array.
+// encodings (one thread, nearest-even, saturating; stochastic; two threads;
+// from doubles) and back, beside the CPU's own float-to-binary16 conversion
+// (F16C) over the same array.
 // After the runs, nanoseconds per element and the ratios to the hardware.
 
 #include "bench/median_times.h"
@@ -51,6 +52,31 @@ void run(benchmark::State& state, const char* name, bool random, unsigned thread
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * count));
 }
 
+void BM_e4m3fn_from_double(benchmark::State& state) {
+    const tarn::encoding e = *tarn::encoding::by_name("float8_e4m3fn");
+    const std::vector<double> in(inputs().begin(), inputs().end());
+    std::vector<std::uint8_t> out(count);
+    for (auto _ : state) {
+        tarn::quantize(in.data(), count, out.data(), e, tarn::rounding::nearest_even,
+                       tarn::overflow::saturate);
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * count));
+}
+
+void BM_e4m3fn_dequantize(benchmark::State& state) {
+    const tarn::encoding e = *tarn::encoding::by_name("float8_e4m3fn");
+    std::vector<std::uint8_t> in(count);
+    tarn::quantize(inputs().data(), count, in.data(), e, tarn::rounding::nearest_even,
+                   tarn::overflow::saturate);
+    std::vector<float> out(count);
+    for (auto _ : state) {
+        tarn::dequantize(in.data(), count, out.data(), e);
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * count));
+}
+
 void BM_e4m3fn(benchmark::State& s) {
     run<std::uint8_t>(s, "float8_e4m3fn", false, 1);
 }
@@ -92,6 +118,8 @@ BENCHMARK(BM_binary16);
 BENCHMARK(BM_bfloat16);
 BENCHMARK(BM_e4m3fn_stochastic);
 BENCHMARK(BM_e4m3fn_2_threads)->UseRealTime();
+BENCHMARK(BM_e4m3fn_from_double);
+BENCHMARK(BM_e4m3fn_dequantize);
 
 void print_ratios(const tarn_bench::MedianTimes& times) {
     const double* hardware = times.find("BM_hardware_binary16");

@@ -16,6 +16,7 @@
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/lowp/lowp.h"
+#include "tarn/lowp/simd.h"
 #include "tarn/swflt/swflt.h"
 #include "tests/oracle/oracle.h"
 
@@ -870,15 +871,15 @@ inline std::string decode_row(const Setting& s, const Operands& in) {
     return "";
 }
 
-/// The bulk conversions of binary32 and binary64 words, on the operand, its
-/// neighbour pattern and its negation, element by element against encode, with
-/// the flags of the batch the OR of the elements'.
+/// The bulk conversion of the binary32 or binary64 words of xs into e, in the
+/// case's direction and stochastically, element by element against encode,
+/// with the flags of the batch the OR of the elements'.
 template <class F>
-std::string bulk_batch(const Setting& s, const Operands& in) {
-    const mpz_class sign_bit = oracle::pow2(s.ofmt().width() - 1);
-    const IEEEFloat xs[] = {make(s, in.a), make(s, in.a ^ 1), make(s, in.a ^ sign_bit)};
-    F batch[3];
-    for (int i = 0; i < 3; ++i) {
+std::string bulk_equals_encode(const Operands& in, const std::vector<IEEEFloat>& xs,
+                               const tarn::encoding& e) {
+    const std::size_t n = xs.size();
+    std::vector<F> batch(n);
+    for (std::size_t i = 0; i < n; ++i) {
         const std::uint64_t word = oracle::to_word(bits_of(xs[i]));
         std::memcpy(&batch[i], &word, sizeof(F)); // little-endian: the low bytes
     }
@@ -886,28 +887,38 @@ std::string bulk_batch(const Setting& s, const Operands& in) {
     const auto o = in.flag ? tarn::overflow::saturate : tarn::overflow::non_finite;
     const tarn::stochastic st{oracle::to_word(in.a), in.width,
                               1 + 12 * static_cast<unsigned>(in.direction)};
+    for (const bool random : {false, true}) {
+        std::vector<std::uint16_t> out(n);
+        const unsigned raised = flags_of([&] {
+            random ? tarn::quantize(batch.data(), n, out.data(), e, st, o)
+                   : tarn::quantize(batch.data(), n, out.data(), e, r, o);
+        });
+        unsigned flags = 0;
+        for (std::uint64_t i = 0; i < n; ++i) {
+            std::uint64_t want = 0;
+            const tarn::stochastic one{st.seed, st.offset + i, st.random_bits};
+            flags |= flags_of(
+                [&] { want = random ? encode(xs[i], e, one, o) : encode(xs[i], e, r, o); });
+            ROW_EXPECT(out[i] == want,
+                       std::string(random ? "stochastic " : "") + "element " + std::to_string(i) +
+                           " of (" + std::to_string(e.exponent_width) + "," +
+                           std::to_string(e.mantissa_width) + ") got " + std::to_string(out[i]) +
+                           " want " + std::to_string(want));
+        }
+        ROW_EXPECT(raised == flags, "batch" + flag_mismatch(raised, flags));
+    }
+    return "";
+}
+
+/// The operand, its neighbour pattern and its negation into every encoding.
+template <class F>
+std::string bulk_batch(const Setting& s, const Operands& in) {
+    const mpz_class sign_bit = oracle::pow2(s.ofmt().width() - 1);
+    const std::vector<IEEEFloat> xs = {make(s, in.a), make(s, in.a ^ 1), make(s, in.a ^ sign_bit)};
     for (const tarn::encoding& e : encodings()) {
         if (e.width() > 16) continue;
-        for (const bool random : {false, true}) {
-            std::uint16_t out[3];
-            const unsigned raised = flags_of([&] {
-                random ? tarn::quantize(batch, 3, out, e, st, o)
-                       : tarn::quantize(batch, 3, out, e, r, o);
-            });
-            unsigned flags = 0;
-            for (std::uint64_t i = 0; i < 3; ++i) {
-                std::uint64_t want = 0;
-                const tarn::stochastic one{st.seed, st.offset + i, st.random_bits};
-                flags |= flags_of(
-                    [&] { want = random ? encode(xs[i], e, one, o) : encode(xs[i], e, r, o); });
-                ROW_EXPECT(out[i] == want,
-                           std::string(random ? "stochastic " : "") + "element " +
-                               std::to_string(i) + " of (" + std::to_string(e.exponent_width) +
-                               "," + std::to_string(e.mantissa_width) + ") got " +
-                               std::to_string(out[i]) + " want " + std::to_string(want));
-            }
-            ROW_EXPECT(raised == flags, "batch" + flag_mismatch(raised, flags));
-        }
+        const std::string wrong = bulk_equals_encode<F>(in, xs, e);
+        ROW_EXPECT(wrong.empty(), wrong);
     }
     return "";
 }
@@ -979,6 +990,47 @@ inline std::string mx_row(const Setting& s, const Operands& in) {
     return "";
 }
 
+/// Each vector kernel this machine runs, forced in turn, on 64 elements: the
+/// operand's significand through the binades of one encoding (in turn), both
+/// signs, and the operand itself last (a NaN or an infinity sends its vector
+/// to the word kernel).
+template <class F>
+std::string bulk_targets(const Setting& s, const Operands& in) {
+    constexpr int p = sizeof(F) == 4 ? 23 : 52, bias = sizeof(F) == 4 ? 127 : 1023;
+    const std::uint64_t a = oracle::to_word(in.a);
+    const tarn::encoding& e = encodings()[(a + in.direction) % encodings().size()];
+    if (e.width() > 16) return "";
+    const long m = static_cast<long>(e.mantissa_width),
+               emin = 1 - e.bias - (e.top == tarn::encoding::specials::exponent_only),
+               step = std::max(1L, ((1L << e.exponent_width) + m + 45) / 31);
+    std::vector<IEEEFloat> xs;
+    for (std::uint64_t j = 0; j < 64; ++j) {
+        const long E =
+            std::clamp(emin - m - 12 + static_cast<long>(j % 32) * step + bias, 0L, 2L * bias);
+        xs.push_back(make(s, j == 63 ? a
+                                     : (a & ((std::uint64_t{1} << p) - 1)) |
+                                           static_cast<std::uint64_t>(E) << p |
+                                           (j / 32) << (sizeof(F) * 8 - 1)));
+    }
+    std::string wrong;
+    for (const std::int64_t target : tarn::lowp_detail::simd_targets()) {
+        tarn::lowp_detail::use_simd_target(target);
+        wrong = bulk_equals_encode<F>(in, xs, e);
+        if (!wrong.empty()) {
+            wrong = "target " + std::to_string(target) + ": " + wrong;
+            break;
+        }
+    }
+    tarn::lowp_detail::use_simd_target(0);
+    return wrong;
+}
+
+inline std::string quantize_simd_row(const Setting& s, const Operands& in) {
+    if (s.format == Format::binary32()) return bulk_targets<float>(s, in);
+    if (s.format == Format::binary64()) return bulk_targets<double>(s, in);
+    return "";
+}
+
 #undef ROW_EXPECT
 
 /// One operation: its name, the operands it reads, the operation `Pair` operands are
@@ -1040,6 +1092,7 @@ inline const Row table[] = {
     {"decode", Input::Single, Operation::Add, false, decode_row},
     {"quantize", Input::Single, Operation::Add, false, quantize_row, true},
     {"mx", Input::Single, Operation::Add, false, mx_row},
+    {"quantize_simd", Input::Single, Operation::Add, false, quantize_simd_row, true},
 };
 
 constexpr int row_count = sizeof table / sizeof table[0];

@@ -60,8 +60,8 @@ void dequantize_with(const In* in, std::size_t n, F* out, const encoding& enc) {
                                                               limits::min_exponent - limits::digits;
     const IEEEFloat::format target =
         sizeof(F) == 4 ? IEEEFloat::format::binary32() : IEEEFloat::format::binary64();
-    for (std::size_t i = 0; i < n; ++i) {
-        const lowp_detail::Split v = lowp_detail::split(plan, in[i]);
+    const auto value_of = [&](std::uint64_t bits) {
+        const lowp_detail::Split v = lowp_detail::split(plan, bits);
         F value = 0;
         if (v.kind == lowp_detail::Split::nan) {
             value = limits::quiet_NaN();
@@ -70,14 +70,29 @@ void dequantize_with(const In* in, std::size_t n, F* out, const encoding& enc) {
         } else if (v.kind == lowp_detail::Split::finite && fits) {
             value = std::ldexp(static_cast<F>(v.significand), static_cast<int>(v.exponent));
         } else if (v.kind == lowp_detail::Split::finite) {
-            const std::uint64_t bits = convert(decode(in[i], enc), target, rounding::nearest_even)
-                                           .get_bits()
-                                           .to_mpz()
-                                           .get_ui();
-            std::memcpy(&value, &bits, sizeof(F)); // little-endian: the low bytes
+            const std::uint64_t bits_out =
+                convert(decode(bits, enc), target, rounding::nearest_even)
+                    .get_bits()
+                    .to_mpz()
+                    .get_ui();
+            std::memcpy(&value, &bits_out, sizeof(F)); // little-endian: the low bytes
         }
-        out[i] = v.negative && v.kind != lowp_detail::Split::nan ? -std::abs(value) : value;
+        return v.negative && v.kind != lowp_detail::Split::nan ? -std::abs(value) : value;
+    };
+    // A table of every pattern when the array is longer than it: a load per
+    // element. The patterns' bits above the width are masked off first.
+    const std::size_t patterns = std::size_t{1} << enc.width();
+    if (enc.width() <= 16 && n >= patterns) {
+        std::vector<F> table(patterns);
+        for (std::size_t p = 0; p < patterns; ++p)
+            table[p] = value_of(p);
+        const auto mask = static_cast<In>(patterns - 1);
+        for (std::size_t i = 0; i < n; ++i)
+            out[i] = table[in[i] & mask];
+        return;
     }
+    for (std::size_t i = 0; i < n; ++i)
+        out[i] = value_of(in[i]);
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 
 #include "tarn/ieeefloat/internal/access.h"
 #include "tarn/ieeefloat/internal/flag_state.h"
+#include "tarn/lowp/simd.h"
 
 #include <cstring>
 
@@ -189,6 +190,19 @@ unsigned through_scalar(const Plan& plan, const stochastic* s, const F* in, std:
 template <class F, class Out>
 unsigned quantize_span(const Plan& plan, const stochastic* s, const F* in, std::size_t n, Out* out,
                        std::uint64_t first) {
+#ifdef TARN_LOWP_HWY
+    // exponent_only (m = 0) reads the parity of its exponent, and has no
+    // subnormals: the word kernel's. The vector kernel takes float's
+    // subnormals and zeros to lie below 2^emin.
+    if (kernel_serves<float>(plan) && plan.subnormals && plan.m > 0 && plan.emin >= -126)
+        return quantize_vectors(plan, s, in, n, out, first);
+#endif
+    return quantize_words(plan, s, in, n, out, first);
+}
+
+template <class F, class Out>
+unsigned quantize_words(const Plan& plan, const stochastic* s, const F* in, std::size_t n, Out* out,
+                        std::uint64_t first) {
     if (!kernel_serves<F>(plan)) return through_scalar(plan, s, in, n, out, first);
     switch (plan.method) {
     case Method::nearest_even:
@@ -208,13 +222,22 @@ unsigned quantize_span(const Plan& plan, const stochastic* s, const F* in, std::
     }
 }
 
-template unsigned quantize_span(const Plan&, const stochastic*, const float*, std::size_t,
-                                std::uint8_t*, std::uint64_t);
-template unsigned quantize_span(const Plan&, const stochastic*, const float*, std::size_t,
-                                std::uint16_t*, std::uint64_t);
-template unsigned quantize_span(const Plan&, const stochastic*, const double*, std::size_t,
-                                std::uint8_t*, std::uint64_t);
-template unsigned quantize_span(const Plan&, const stochastic*, const double*, std::size_t,
-                                std::uint16_t*, std::uint64_t);
+#ifndef TARN_LOWP_HWY
+std::vector<std::int64_t> simd_targets() {
+    return {};
+}
+void use_simd_target(std::int64_t) {}
+#endif
+
+#define TARN_LOWP_SPAN(F, Out)                                                                     \
+    template unsigned quantize_span(const Plan&, const stochastic*, const F*, std::size_t, Out*,   \
+                                    std::uint64_t);                                                \
+    template unsigned quantize_words(const Plan&, const stochastic*, const F*, std::size_t, Out*,  \
+                                     std::uint64_t);
+TARN_LOWP_SPAN(float, std::uint8_t)
+TARN_LOWP_SPAN(float, std::uint16_t)
+TARN_LOWP_SPAN(double, std::uint8_t)
+TARN_LOWP_SPAN(double, std::uint16_t)
+#undef TARN_LOWP_SPAN
 
 } // namespace tarn::lowp_detail

@@ -99,9 +99,26 @@ inline std::uint64_t random_bits(std::uint64_t seed, std::uint64_t counter) {
 
 /// Converts in[0, n) into patterns, element i of the whole array being
 /// `first + i` for the random bits of stochastic rounding; returns the OR of
-/// the elements' flags. Out is std::uint8_t or std::uint16_t.
+/// the elements' flags. Out is std::uint8_t or std::uint16_t. Takes the
+/// vector kernel where there is one for the call, else quantize_words.
 template <class In, class Out>
 unsigned quantize_span(const Plan& plan, const stochastic* s, const In* in, std::size_t n, Out* out,
                        std::uint64_t first);
+/// The same, one element at a time on machine words: the portable kernel,
+/// and what the vector kernel hands the vectors it does not take.
+template <class In, class Out>
+unsigned quantize_words(const Plan& plan, const stochastic* s, const In* in, std::size_t n,
+                        Out* out, std::uint64_t first);
+/// The vector kernel (simd.cpp), the instruction set chosen at run time, for
+/// plans with subnormals, m > 0 and emin >= -126 that the word kernel serves
+/// for float inputs.
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                          std::uint8_t* out, std::uint64_t first);
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const float* in, std::size_t n,
+                          std::uint16_t* out, std::uint64_t first);
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const double* in, std::size_t n,
+                          std::uint8_t* out, std::uint64_t first);
+unsigned quantize_vectors(const Plan& plan, const stochastic* s, const double* in, std::size_t n,
+                          std::uint16_t* out, std::uint64_t first);
 
 } // namespace tarn::lowp_detail

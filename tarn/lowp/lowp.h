@@ -182,7 +182,9 @@ IEEEFloat decode(std::uint64_t bits, const encoding& enc);
 // its elements' flags, raised on the calling thread. `threads` (0 is taken as
 // 1) splits the array into that many contiguous parts on std::threads; the
 // results never depend on it. An encoding wider than the output elements
-// throws "invalid encoding: wider than the output elements".
+// throws "invalid encoding: wider than the output elements". Built with
+// Highway, the conversions run on the widest vectors the CPU has, chosen when
+// first called; arrays with NaNs or infinities take a slower path around them.
 
 void quantize(const float* in, std::size_t n, std::uint8_t* out, const encoding& enc, rounding r,
               overflow o, unsigned threads = 1);
