@@ -68,6 +68,32 @@ bool try_convert_words(format from, format to, RoundingContext& r, Held& packed)
     }
 }
 
+/// set_format's generic conversion on QNumbers. Out of line, so that the
+/// word path's caller stays small.
+[[gnu::noinline]] void convert_exact(format old_fmt, format new_fmt, RoundingContext& r,
+                                     Held& value) {
+    QNumber& packed = number(value);
+    TempNumProvider tmp;
+    bool sign, inf, nan, zero;
+    unpack_components(old_fmt, packed, sign, tmp[0], tmp[1], tmp[4]);
+    get_flags(old_fmt, packed, inf, nan, zero);
+    if (nan) {
+        if (nan_is_signaling(old_fmt, packed)) r.flags |= FLAG_INVALID;
+        do_make_nan(new_fmt, packed);
+    } else if (inf) {
+        do_make_inf(new_fmt, sign, packed);
+    } else {
+        // M * 2^(E - m) is M * 2^((E - m + m') - m') in the new format.
+        tmp[4] = old_fmt.bias();
+        get_unbiased(old_fmt, tmp[4], tmp[0], tmp[1]);
+        tmp[0] -= static_cast<long>(old_fmt.mantissa_width);
+        tmp[0] += static_cast<long>(new_fmt.mantissa_width);
+        // Zeros come out with the sign flag they are handed, so -0 stays -0.
+        round_and_pack_float(tmp, new_fmt, r, sign, tmp[0], tmp[1], packed);
+    }
+    settle(value);
+}
+
 /// The format into which every positive integer of `bits` bits converts
 /// exactly, with at least the precision and the exponent width of f: such an
 /// integer is a normal value of it.
@@ -376,28 +402,7 @@ void Access::convert(IEEEFloat& x, format new_fmt, RoundingContext& r) {
     }
 
     const format old_fmt = x.fmt;
-    if (!try_convert_words(old_fmt, new_fmt, r, value)) {
-        QNumber& packed = number(value);
-        TempNumProvider tmp;
-        bool sign, inf, nan, zero;
-        unpack_components(old_fmt, packed, sign, tmp[0], tmp[1], tmp[4]);
-        get_flags(old_fmt, packed, inf, nan, zero);
-        if (nan) {
-            if (nan_is_signaling(old_fmt, packed)) r.flags |= FLAG_INVALID;
-            do_make_nan(new_fmt, packed);
-        } else if (inf) {
-            do_make_inf(new_fmt, sign, packed);
-        } else {
-            // M * 2^(E - m) is M * 2^((E - m + m') - m') in the new format.
-            tmp[4] = old_fmt.bias();
-            get_unbiased(old_fmt, tmp[4], tmp[0], tmp[1]);
-            tmp[0] -= static_cast<long>(old_fmt.mantissa_width);
-            tmp[0] += static_cast<long>(new_fmt.mantissa_width);
-            // Zeros come out with the sign flag they are handed, so -0 stays -0.
-            round_and_pack_float(tmp, new_fmt, r, sign, tmp[0], tmp[1], packed);
-        }
-        settle(value);
-    }
+    if (!try_convert_words(old_fmt, new_fmt, r, value)) convert_exact(old_fmt, new_fmt, r, value);
     x.fmt = new_fmt;
     x.self_specialize_repr(best_repr(new_fmt));
     raise(r.flags);

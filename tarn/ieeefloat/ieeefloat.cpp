@@ -115,37 +115,40 @@ IEEEFloat::Repr IEEEFloat::get_best_repr(format f) noexcept {
 IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
     Access::check_widths(f);
     IEEEFloat result;
-    result.fmt = f;
     const Repr target = get_best_repr(f);
     if (target == REPR_GENERIC) {
         new (&result.value.packed) QNumber();
         result.set_repr(REPR_GENERIC);
+        const unsigned long e = f.exponent_width, m = f.mantissa_width;
         std::uint64_t word, high;
-        if (f.exponent_width + f.mantissa_width <= 63 && BVNumber::to_words(bits, &word, &high) &&
-            high == 0) {
+        if (e + m <= 63 && BVNumber::to_words(bits, &word, &high) && high == 0) {
             // Bits above the sign are kept, as the exact path keeps them.
-            const bool nan = scan_two_words(word, 0, f.mantissa_width).nan(f);
-            set_pattern(result.value,
-                        nan ? library_nan_word(f.exponent_width, f.mantissa_width) : word);
-            return result;
+            const bool nan = scan_two_words(word, 0, m).nan(f);
+            set_pattern(result.value, nan ? library_nan_word(e, m) : word);
+        } else {
+            set_pattern(result.value, bits);
+            if (scan_packed(bits, m).nan(f)) {
+                do_make_nan(f, number(result.value));
+                settle(result.value);
+            }
         }
-        set_pattern(result.value, bits);
-        if (scan_packed(bits, f.mantissa_width).nan(f)) {
-            do_make_nan(f, number(result.value));
-            settle(result.value);
-        }
-        return result;
+    } else {
+        // binary32 and binary64 go straight to their word: only the low bits
+        // are kept, and those decide the class.
+        std::uint64_t word = low_64_bits(bits);
+        if (scan_word(word & low_mask(63), f.mantissa_width).nan(f))
+            word = library_nan_word(f.exponent_width, f.mantissa_width);
+        if (target == REPR_FLOAT32)
+            result.value.bits32 = static_cast<std::uint32_t>(word);
+        else
+            result.value.bits64 = word;
+        result.set_repr(target);
     }
-    // binary32 and binary64 go straight to their word: only the low bits are
-    // kept, and those decide the class.
-    std::uint64_t word = low_64_bits(bits);
-    if (scan_word(word & low_mask(63), f.mantissa_width).nan(f))
-        word = library_nan_word(f.exponent_width, f.mantissa_width);
-    if (target == REPR_FLOAT32)
-        result.value.bits32 = static_cast<std::uint32_t>(word);
-    else
-        result.value.bits64 = word;
-    result.set_repr(target);
+    // Last and field by field: stored first, the format was copied from the
+    // stack, where it had just been written as two words, as one 16-byte
+    // load, which waits for both stores (a store-forwarding stall).
+    result.fmt.exponent_width = f.exponent_width;
+    result.fmt.mantissa_width = f.mantissa_width;
     return result;
 }
 
@@ -182,9 +185,8 @@ void IEEEFloat::self_neg() {
     }
 }
 
-void IEEEFloat::self_specialize_repr(Repr target) {
+void IEEEFloat::change_repr(Repr target) {
     const Repr current = get_repr();
-    if (target == current) return;
     check_repr(target);
     if (target == REPR_FLOAT32 || target == REPR_FLOAT64) {
         const std::uint64_t word = current == REPR_FLOAT32 ? value.bits32

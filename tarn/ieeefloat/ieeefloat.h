@@ -345,7 +345,9 @@ public:
     /// generic algorithms can be run on binary32 and binary64 values. A
     /// `target` outside the three throws "bad representation: N" and leaves
     /// the value as it was.
-    void self_specialize_repr(Repr target);
+    void self_specialize_repr(Repr target) {
+        if (target != get_repr()) change_repr(target);
+    }
 
     /// The value's format.
     format get_format() const noexcept { return fmt; }
@@ -642,6 +644,9 @@ public:
 
 private:
     using Value = ieeefloat_detail::Held;
+
+    /// self_specialize_repr's work, when `target` differs from the representation.
+    void change_repr(Repr target);
 
     void set_repr(Repr r) noexcept {
         value.mode_and_repr = (value.mode_and_repr & Value::mode_mask) |

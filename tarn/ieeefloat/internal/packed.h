@@ -29,19 +29,21 @@ inline bool pattern_word(const Held& h, std::uint64_t& word) {
     return BVNumber::to_words(h.packed, &word, &high) && high == 0;
 }
 
+/// Ends a holding of h that owns a heap pair, leaving the small form's zero.
+[[gnu::noinline]] inline void drop_big(Held& h) noexcept {
+    h.packed.~QNumber();
+    new (&h.packed) QNumber();
+}
+
 /// Makes h's generic pattern `word`: the small form below 2^63, the word above.
-inline void set_pattern(Held& h, std::uint64_t word) {
+[[gnu::always_inline]] inline void set_pattern(Held& h, std::uint64_t word) {
+    if (!h.wide && !h.packed.is_small()) drop_big(h);
+    // Neither the small form nor the word owns anything, so one simply takes
+    // the other's place.
     if (word >> 63) {
-        if (!h.wide) {
-            h.packed.~QNumber();
-            h.wide = true;
-        }
         h.bits64 = word;
-    } else if (!h.wide && h.packed.is_small()) {
-        h.packed = QNumber(static_cast<long>(word));
+        h.wide = true;
     } else {
-        // A big number would keep its heap pair for a value that needs none.
-        if (!h.wide) h.packed.~QNumber();
         new (&h.packed) QNumber(static_cast<long>(word));
         h.wide = false;
     }
