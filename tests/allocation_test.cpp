@@ -96,7 +96,7 @@ long generic_floats() {
             IEEEFloat moved(std::move(x));
             x = convert(moved, other, r), x.set_format(f),
             x.self_specialize_repr(IEEEFloat::REPR_GENERIC);
-            sink += (x < y) + (x == y) + ieee_cmp(x, y) + x.is_normal() + to_int64(x, r) +
+            sink += (x < y) + (x == y) + ieee_cmp(x, y) + x.is_normal() + to_int64(x, r) % 8 +
                     abs(x).get_bits().is_small() +
                     IEEEFloat(f, IEEEFloat::REPR_GENERIC, x.get_rounding_mode()).is_zero();
         }

@@ -14,7 +14,9 @@
 //    its small form below 2^63, the word itself up to 2^64, a QNumber on the
 //    heap only beyond) and computed exactly with rationals or, for formats up
 //    to 128 bits, on machine words, then rounded by the library's own
-//    rounding core. A format whose patterns fit 64 bits never allocates.
+//    rounding core. For a format whose patterns fit 64 bits, construction,
+//    copies, bit access, the arithmetic, fma, square roots, conversions
+//    between such formats and comparisons never allocate.
 //
 // binary32 and binary64 values normally use the word representations; the
 // generic one works for every format, those two included, which makes it
@@ -84,8 +86,8 @@ struct Access;
 /// binary64 held generically, or any 64-bit format's) as the word itself,
 /// since the small form stops at 2^63, and beyond that as a QNumber in its
 /// big form, the only holding that owns heap memory. Every operation that
-/// stores a pattern below 2^64 puts it in the first two holdings, so values
-/// of formats up to 64 bits never allocate.
+/// stores a pattern below 2^64 puts it in one of the first two, so values of
+/// formats up to 64 bits keep nothing on the heap.
 class Held {
 public:
     // The rounding mode is kept in the low 30 bits and the representation
@@ -688,6 +690,7 @@ inline IEEEFloat& IEEEFloat::operator=(const IEEEFloat& other) {
 }
 
 static_assert(IEEEFloat::REPR_GENERIC == ieeefloat_detail::Held::generic_repr);
+static_assert(sizeof(void*) != 8 || sizeof(IEEEFloat) == 40, "five words on 64-bit targets");
 
 // ---- Value operators ---------------------------------------------------------
 //
