@@ -30,7 +30,7 @@ inline bool pattern_word(const Held& h, std::uint64_t& word) {
 }
 
 /// Ends a holding of h that owns a heap pair, leaving the small form's zero.
-[[gnu::noinline]] inline void drop_big(Held& h) noexcept {
+inline void drop_big(Held& h) noexcept {
     h.packed.~QNumber();
     new (&h.packed) QNumber();
 }
