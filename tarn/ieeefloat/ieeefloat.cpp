@@ -86,14 +86,24 @@ void Access::check_widths(IEEEFloat::format f) {
         throw_error(precision_limit_message);
 }
 
-IEEEFloat::IEEEFloat(format f, rounding_mode mode) : IEEEFloat(f, get_best_repr(f), mode) {}
+IEEEFloat::IEEEFloat(format f, rounding_mode mode) {
+    make(f, get_best_repr(f), mode);
+}
 
-IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode mode) : fmt(f) {
+IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode mode) {
+    make(f, r, mode);
+}
+
+void IEEEFloat::make(const format& f, Repr r, rounding_mode mode) {
     Access::check_widths(f);
     check_repr(r);
     set_rounding_mode(mode);
     if (r == REPR_GENERIC) new (&value.packed) QNumber();
     set_repr(r);
+    // Last, and from the caller's argument rather than a copy of it: the
+    // format arrives in two registers, is stored as two words and read back
+    // whole, and the later that load comes, the less it waits for the stores.
+    fmt = f;
 }
 
 void Held::copy_big(const QNumber& q) {

@@ -647,6 +647,8 @@ public:
 private:
     using Value = ieeefloat_detail::Held;
 
+    /// The constructors' work: +0 of f held in r, rounding with `mode`.
+    void make(const format& f, Repr r, rounding_mode mode);
     /// self_specialize_repr's work, when `target` differs from the representation.
     void change_repr(Repr target);
 
