@@ -333,6 +333,10 @@ void register_all() {
         benchmark::RegisterBenchmark(("tarn/add" + suffix).c_str(), [f](benchmark::State& s) {
             tarn_binary(s, f, "add", [](IEEEFloat& a, const IEEEFloat& b) { a += b; });
         });
+        // The value operator: what a + b adds to a += b is the copy of a it returns.
+        benchmark::RegisterBenchmark(("tarn/add_value" + suffix).c_str(), [f](benchmark::State& s) {
+            tarn_binary(s, f, "add", [](IEEEFloat& a, const IEEEFloat& b) { a = a + b; });
+        });
         benchmark::RegisterBenchmark(("mpfr/add" + suffix).c_str(), [f](benchmark::State& s) {
             mpfr_binary(s, f, "add", oracle::Operation::Add);
         });

@@ -53,9 +53,9 @@ U256 divide(const U256& n, u128 d, bool& inexact) {
     return from_limbs(quotient, nn - dn + 1);
 }
 
-template <class Bits, class Wide>
+template <class Bits, class Wide, class Out>
 void add_sub_words(const WordFormat<Bits>& wf, RoundingContext& r, bool subtract, Bits a_bits,
-                   Bits b_bits, QNumber& out) {
+                   Bits b_bits, Out& out) {
     WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
     const bool b_sign = b.sign != subtract;
 
@@ -110,9 +110,8 @@ void add_sub_words(const WordFormat<Bits>& wf, RoundingContext& r, bool subtract
     round_into(wf, r, negative, sum, exp, out);
 }
 
-template <class Bits, class Wide>
-void mul_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits b_bits,
-               QNumber& out) {
+template <class Bits, class Wide, class Out>
+void mul_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits b_bits, Out& out) {
     const WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
     const bool negative = a.sign != b.sign;
 
@@ -124,9 +123,9 @@ void mul_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits
 }
 
 /// a / b; `two_bit_ties` keeps the compound operator's m = 1 quotients.
-template <class Bits, class Wide>
+template <class Bits, class Wide, class Out>
 void div_words(const WordFormat<Bits>& wf, RoundingContext& r, bool two_bit_ties, Bits a_bits,
-               Bits b_bits, QNumber& out) {
+               Bits b_bits, Out& out) {
     WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits);
     const bool negative = a.sign != b.sign;
 
@@ -169,9 +168,10 @@ void div_words(const WordFormat<Bits>& wf, RoundingContext& r, bool two_bit_ties
 enum class ArithOp { add, sub, mul, div, div_compound };
 
 /// a := a op b on the words of one path, when both packed integers read as
-/// words; false, with nothing done, otherwise.
-template <class Bits, class Wide>
-bool word_op(ArithOp op, format f, RoundingContext& r, QNumber& a, const QNumber& b) {
+/// words; false, with nothing done, otherwise. `Packed` is a QNumber or a
+/// value's Held.
+template <class Bits, class Wide, class Packed>
+bool word_op(ArithOp op, format f, RoundingContext& r, Packed& a, const Packed& b) {
     const WordFormat<Bits> wf(f);
     Bits a_bits, b_bits;
     if (!read_packed(a, wf.sign_bit, a_bits) || !read_packed(b, wf.sign_bit, b_bits)) return false;
@@ -191,14 +191,15 @@ bool word_op(ArithOp op, format f, RoundingContext& r, QNumber& a, const QNumber
 
 /// a := a op b on the words of the format's path, if it has one and the
 /// operands read as words.
-inline bool try_word_op(ArithOp op, format f, RoundingContext& r, QNumber& a, const QNumber& b) {
+template <class Packed>
+inline bool try_word_op(ArithOp op, format f, RoundingContext& r, Packed& a, const Packed& b) {
     switch (word_path(f)) {
     case WordPath::wide64:
-        return word_op<std::uint64_t, std::uint64_t>(op, f, r, a, b);
+        return word_op<std::uint64_t, std::uint64_t, Packed>(op, f, r, a, b);
     case WordPath::wide128:
-        return word_op<std::uint64_t, u128>(op, f, r, a, b);
+        return word_op<std::uint64_t, u128, Packed>(op, f, r, a, b);
     case WordPath::wide256:
-        return word_op<u128, U256>(op, f, r, a, b);
+        return word_op<u128, U256, Packed>(op, f, r, a, b);
     default:
         return false;
     }
@@ -399,9 +400,17 @@ void div_float(TempNumProvider& tmp, format f, RoundingContext& r, bool two_bit_
     }
 }
 
+/// exact_op on the patterns of two held values; b may be a.
+[[gnu::noinline]] void exact_op(ArithOp op, format f, RoundingContext& r, Held& a, const Held& b) {
+    const PackedRead y(b); // before a changes holding
+    exact_op(op, f, r, number(a), *y);
+    settle(a);
+}
+
 /// a := a op b on packed integers of format f: on machine words when the
 /// format and both operands allow it, otherwise exactly.
-void generic_op(ArithOp op, format f, RoundingContext& r, QNumber& a, const QNumber& b) {
+template <class Packed>
+void generic_op(ArithOp op, format f, RoundingContext& r, Packed& a, const Packed& b) {
     if (!try_word_op(op, f, r, a, b)) exact_op(op, f, r, a, b);
 }
 
@@ -421,7 +430,6 @@ constexpr WordOps word_ops[] = {{swflt::float32_add, swflt::float64_add},
 /// `r`, raising the flags: words by the soft-float component's operation,
 /// settled, and packed integers by generic_op. Always inlined, so that each
 /// operator calls its word operations directly.
-template <class Held>
 [[gnu::always_inline]] inline void compute_held(ArithOp op, IEEEFloat::Repr repr, format f,
                                                 RoundingContext& r, Held& x, const Held& y) {
     const WordOps& word = word_ops[static_cast<int>(op)];
@@ -433,7 +441,7 @@ template <class Held>
         x.bits64 = settle_float64(word.on_float64(x.bits64, y.bits64, swflt_rounding_code(r)));
         break;
     default:
-        generic_op(op, f, r, *x.packed, *y.packed);
+        generic_op(op, f, r, x, y);
         raise(r.flags);
     }
 }
@@ -447,7 +455,6 @@ template <class Held>
 }
 
 /// x := x op y under x's own rounding mode.
-template <class Held>
 [[gnu::always_inline]] inline void compute_in_mode(ArithOp op, const IEEEFloat& x_value, Held& x,
                                                    const Held& y) {
     RoundingContext r = RoundingContext::of_mode(x_value.get_rounding_mode());

@@ -32,15 +32,13 @@ void Access::store(IEEEFloat& x, const QNumber& bits) {
         x.value.bits64 = low_64_bits(bits);
         break;
     default:
-        *x.value.packed = bits;
+        set_pattern(x.value, bits);
     }
 }
 
 void Access::store(IEEEFloat& x, std::uint64_t bits) {
-    if (x.get_repr() == IEEEFloat::REPR_GENERIC && bits >> 63)
-        write_packed(u128{bits}, *x.value.packed); // beyond QNumber's small form
-    else if (x.get_repr() == IEEEFloat::REPR_GENERIC)
-        write_packed(bits, *x.value.packed);
+    if (x.get_repr() == IEEEFloat::REPR_GENERIC)
+        set_pattern(x.value, bits);
     else if (x.get_repr() == IEEEFloat::REPR_FLOAT32)
         x.value.bits32 = static_cast<std::uint32_t>(bits);
     else
@@ -65,7 +63,7 @@ IEEEFloat Access::nan_result(const IEEEFloat& a, const IEEEFloat& b) {
     const bool generic = a.get_repr() == IEEEFloat::REPR_GENERIC;
     if (generic && a.is_nan()) return result;
     if (generic && b.get_repr() == IEEEFloat::REPR_GENERIC && b.fmt == a.fmt)
-        *result.value.packed = *b.value.packed;
+        result.value.assign_bits(b.value);
     else
         result.self_nan();
     return result;

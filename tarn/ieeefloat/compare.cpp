@@ -39,10 +39,28 @@ int packed_order(format f, const QNumber& a, const QNumber& b) {
     return a_negative ? -order : order;
 }
 
+/// packed_order of two held patterns, on words when both are.
+int held_order(format f, const Held& x, const Held& y) {
+    std::uint64_t a, b;
+    if (!pattern_word(x, a) || !pattern_word(y, b)) {
+        const PackedRead a_number(x), b_number(y);
+        return packed_order(f, *a_number, *b_number);
+    }
+    const unsigned long sign_bit = f.exponent_width + f.mantissa_width;
+    const bool a_negative = sign_bit < 64 && ((a >> sign_bit) & 1) != 0;
+    const bool b_negative = sign_bit < 64 && ((b >> sign_bit) & 1) != 0;
+    if (a_negative != b_negative) {
+        const unsigned long m = f.mantissa_width;
+        if (scan_two_words(a, 0, m).zero(f) && scan_two_words(b, 0, m).zero(f)) return 0;
+        return a_negative ? -1 : 1;
+    }
+    const int order = (a > b) - (a < b);
+    return a_negative ? -order : order;
+}
+
 /// Raises invalid for a comparison with a NaN operand, whose held values are
 /// `x` and `y`: any NaN for the ordering predicates (`signaling`), only a
 /// signaling one for equality and the quiet three-way comparison.
-template <class Held>
 void raise_for_nans(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const Held& y,
                     bool signaling) {
     const auto is_signaling = [](const IEEEFloat& v, const Held& held) {
@@ -70,7 +88,7 @@ int mixed_order(const IEEEFloat& a, const IEEEFloat& b, bool signaling) {
 /// soft-float component's predicate, on packed integers the order of the two
 /// values, which `holds` turns into the answer. A NaN operand makes every
 /// comparison false and raises invalid as `signaling` says.
-template <class Held, class Holds>
+template <class Holds>
 bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const Held& y,
                   bool signaling, std::uint8_t (*on_float32)(std::uint32_t, std::uint32_t),
                   std::uint8_t (*on_float64)(std::uint64_t, std::uint64_t), Holds holds) {
@@ -91,7 +109,7 @@ bool compare_held(const IEEEFloat& a, const IEEEFloat& b, const Held& x, const H
             raise_for_nans(a, b, x, y, signaling);
             return false;
         }
-        return holds(packed_order(a.get_format(), *x.packed, *y.packed));
+        return holds(held_order(a.get_format(), x, y));
     }
     // The component's predicates all signal on any NaN; equality is quiet.
     if (swflt::float_exception_flags != 0) {
@@ -136,8 +154,7 @@ int ieee_cmp(const IEEEFloat& a, const IEEEFloat& b) {
         raise_for_nans(a, b, a.value, b.value, false);
         return -2;
     }
-    if (a.get_repr() >= IEEEFloat::REPR_GENERIC)
-        return packed_order(a.fmt, *a.value.packed, *b.value.packed);
+    if (a.get_repr() >= IEEEFloat::REPR_GENERIC) return held_order(a.fmt, a.value, b.value);
     // Neither is a NaN, so the predicates raise nothing.
     if (a < b) return -1;
     if (b < a) return 1;

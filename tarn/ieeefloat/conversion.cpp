@@ -41,25 +41,21 @@ ToBits convert_bits(format from, format to, RoundingContext& r, FromBits bits) {
 /// both formats have a word path and the pattern reads as words; false, with
 /// nothing changed, otherwise.
 template <class FromBits>
-bool convert_from(format from, format to, RoundingContext& r, QNumber& packed) {
+bool convert_from(format from, format to, RoundingContext& r, Held& packed) {
     FromBits bits;
     if (!read_packed(packed, static_cast<unsigned>(from.exponent_width + from.mantissa_width),
                      bits))
         return false;
-    if (one_word_format(to)) {
-        // A fresh number, so that a one-word result drops the big form a
-        // two-word source needed and later operations run on the word.
-        QNumber result(static_cast<long>(convert_bits<FromBits, std::uint64_t>(from, to, r, bits)));
-        std::swap(packed, result);
-    } else {
+    if (one_word_format(to))
+        write_packed(convert_bits<FromBits, std::uint64_t>(from, to, r, bits), packed);
+    else
         write_packed(convert_bits<FromBits, u128>(from, to, r, bits), packed);
-    }
     return true;
 }
 
 /// set_format's generic conversion on words, when both formats have a word
 /// path; false, with nothing changed, otherwise.
-bool try_convert_words(format from, format to, RoundingContext& r, QNumber& packed) {
+bool try_convert_words(format from, format to, RoundingContext& r, Held& packed) {
     if (word_path(to) == WordPath::none) return false;
     switch (word_path(from)) {
     case WordPath::wide64:
@@ -70,6 +66,32 @@ bool try_convert_words(format from, format to, RoundingContext& r, QNumber& pack
     default:
         return false;
     }
+}
+
+/// set_format's generic conversion on QNumbers. Out of line, so that the
+/// word path's caller stays small.
+[[gnu::noinline]] void convert_exact(format old_fmt, format new_fmt, RoundingContext& r,
+                                     Held& value) {
+    QNumber& packed = number(value);
+    TempNumProvider tmp;
+    bool sign, inf, nan, zero;
+    unpack_components(old_fmt, packed, sign, tmp[0], tmp[1], tmp[4]);
+    get_flags(old_fmt, packed, inf, nan, zero);
+    if (nan) {
+        if (nan_is_signaling(old_fmt, packed)) r.flags |= FLAG_INVALID;
+        do_make_nan(new_fmt, packed);
+    } else if (inf) {
+        do_make_inf(new_fmt, sign, packed);
+    } else {
+        // M * 2^(E - m) is M * 2^((E - m + m') - m') in the new format.
+        tmp[4] = old_fmt.bias();
+        get_unbiased(old_fmt, tmp[4], tmp[0], tmp[1]);
+        tmp[0] -= static_cast<long>(old_fmt.mantissa_width);
+        tmp[0] += static_cast<long>(new_fmt.mantissa_width);
+        // Zeros come out with the sign flag they are handed, so -0 stays -0.
+        round_and_pack_float(tmp, new_fmt, r, sign, tmp[0], tmp[1], packed);
+    }
+    settle(value);
 }
 
 /// The format into which every positive integer of `bits` bits converts
@@ -230,7 +252,8 @@ IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, Ro
             if (q.is_negative()) tmp[1].self_neg();
         }
         tmp[0] = QNumber(static_cast<long>(f.mantissa_width + twos));
-        round_and_pack_float(tmp, f, r, false, tmp[0], tmp[1], *result.value.packed);
+        round_and_pack_float(tmp, f, r, false, tmp[0], tmp[1], number(result.value));
+        settle(result.value);
         result.self_specialize_repr(best_repr(f));
         return result;
     }
@@ -245,7 +268,7 @@ IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, Ro
     // format, nor copies of N and D, are built.
     if (u128 bits; fraction_to_pattern(q, f, r, bits)) {
         IEEEFloat result(f, REPR_GENERIC, mode);
-        write_packed(bits, *result.value.packed);
+        write_packed(bits, result.value);
         result.self_specialize_repr(best_repr(f));
         return result;
     }
@@ -287,7 +310,8 @@ IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, Ro
             !(inexact && remainder_near_an_end(tmp, j, low_bits_dropped))) {
             IEEEFloat result(f, REPR_GENERIC, mode);
             quotient_as_exact_result(tmp, k, inexact, m);
-            round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], *result.value.packed);
+            round_and_pack_float(tmp, f, r, negative, tmp[0], tmp[1], result.value.packed);
+            settle(result.value);
             result.self_specialize_repr(best_repr(f));
             return result;
         }
@@ -299,7 +323,8 @@ IEEEFloat Access::from_number(const QNumber& q, format f, rounding_mode mode, Ro
     const bool inexact = quotient_at(tmp, k - twos, low_bits_dropped);
     IEEEFloat result(wide, REPR_GENERIC, mode);
     quotient_as_exact_result(tmp, k, inexact, wide_m);
-    round_and_pack_float(tmp, wide, r, negative, tmp[0], tmp[1], *result.value.packed);
+    round_and_pack_float(tmp, wide, r, negative, tmp[0], tmp[1], result.value.packed);
+    settle(result.value);
     convert(result, f, r);
     return result;
 }
@@ -327,7 +352,8 @@ IEEEFloat IEEEFloat::from_rational(const QNumber& q, format f, rounding_mode mod
     const bool inexact = quotient_at(tmp, k - twos, low_bits_dropped);
     IEEEFloat result(f, REPR_GENERIC, mode);
     quotient_as_exact_result(tmp, k, inexact, f.mantissa_width);
-    round_and_pack_float(tmp, f, r, q.is_negative(), tmp[0], tmp[1], *result.value.packed);
+    round_and_pack_float(tmp, f, r, q.is_negative(), tmp[0], tmp[1], result.value.packed);
+    settle(result.value);
     result.self_specialize_repr(best_repr(f));
     raise(r.flags);
     return result;
@@ -376,27 +402,7 @@ void Access::convert(IEEEFloat& x, format new_fmt, RoundingContext& r) {
     }
 
     const format old_fmt = x.fmt;
-    QNumber& packed = *value.packed;
-    if (!try_convert_words(old_fmt, new_fmt, r, packed)) {
-        TempNumProvider tmp;
-        bool sign, inf, nan, zero;
-        unpack_components(old_fmt, packed, sign, tmp[0], tmp[1], tmp[4]);
-        get_flags(old_fmt, packed, inf, nan, zero);
-        if (nan) {
-            if (nan_is_signaling(old_fmt, packed)) r.flags |= FLAG_INVALID;
-            do_make_nan(new_fmt, packed);
-        } else if (inf) {
-            do_make_inf(new_fmt, sign, packed);
-        } else {
-            // M * 2^(E - m) is M * 2^((E - m + m') - m') in the new format.
-            tmp[4] = old_fmt.bias();
-            get_unbiased(old_fmt, tmp[4], tmp[0], tmp[1]);
-            tmp[0] -= static_cast<long>(old_fmt.mantissa_width);
-            tmp[0] += static_cast<long>(new_fmt.mantissa_width);
-            // Zeros come out with the sign flag they are handed, so -0 stays -0.
-            round_and_pack_float(tmp, new_fmt, r, sign, tmp[0], tmp[1], packed);
-        }
-    }
+    if (!try_convert_words(old_fmt, new_fmt, r, value)) convert_exact(old_fmt, new_fmt, r, value);
     x.fmt = new_fmt;
     x.self_specialize_repr(best_repr(new_fmt));
     raise(r.flags);

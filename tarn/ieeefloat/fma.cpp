@@ -94,9 +94,9 @@ struct Term {
 };
 
 /// Rounds x + y, both non-zero, into `out`.
-template <class Bits, class Wide>
+template <class Bits, class Wide, class Out>
 void sum_words(const WordFormat<Bits>& wf, RoundingContext& r, Term<Wide> x, Term<Wide> y,
-               QNumber& out) {
+               Out& out) {
     long x_length = bit_length(x.sig), y_length = bit_length(y.sig);
     if (x.exp + x_length < y.exp + y_length) {
         std::swap(x, y);
@@ -137,9 +137,9 @@ OperandKind kind_of(const WordFormat<Bits>& wf, const WordOperand<Bits>& o) {
     return {o.sign, o.nan, o.inf, o.zero, signaling(wf, o)};
 }
 
-template <class Bits, class Wide>
+template <class Bits, class Wide, class Out>
 void fma_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits b_bits,
-               Bits c_bits, QNumber& out) {
+               Bits c_bits, Out& out) {
     const WordOperand<Bits> a = unpack(wf, a_bits), b = unpack(wf, b_bits), c = unpack(wf, c_bits);
     const Special s = special_case(r, kind_of(wf, a), kind_of(wf, b), kind_of(wf, c));
     switch (s.outcome) {
@@ -159,13 +159,13 @@ void fma_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits a_bits, Bits
     const Term<Wide> p{wide_product<Wide>(a.sig, b.sig), a.exp + b.exp - static_cast<long>(wf.m),
                        s.negative};
     if (c.zero) return round_into(wf, r, p.negative, p.sig, p.exp, out);
-    sum_words<Bits, Wide>(wf, r, p, Term<Wide>{Wide{c.sig}, c.exp, c.sign}, out);
+    sum_words<Bits, Wide, Out>(wf, r, p, Term<Wide>{Wide{c.sig}, c.exp, c.sign}, out);
 }
 
 /// x := x * y + z on the words of one path, when all three read as words;
 /// false, with nothing done, otherwise.
-template <class Bits, class Wide>
-bool word_fma(format f, RoundingContext& r, QNumber& x, const QNumber& y, const QNumber& z) {
+template <class Bits, class Wide, class Packed>
+bool word_fma(format f, RoundingContext& r, Packed& x, const Packed& y, const Packed& z) {
     const WordFormat<Bits> wf(f);
     Bits a, b, c;
     if (!read_packed(x, wf.sign_bit, a) || !read_packed(y, wf.sign_bit, b) ||
@@ -175,14 +175,15 @@ bool word_fma(format f, RoundingContext& r, QNumber& x, const QNumber& y, const 
     return true;
 }
 
-bool try_word_fma(format f, RoundingContext& r, QNumber& x, const QNumber& y, const QNumber& z) {
+template <class Packed>
+bool try_word_fma(format f, RoundingContext& r, Packed& x, const Packed& y, const Packed& z) {
     switch (word_path(f)) {
     case WordPath::wide64:
-        return word_fma<std::uint64_t, std::uint64_t>(f, r, x, y, z);
+        return word_fma<std::uint64_t, std::uint64_t, Packed>(f, r, x, y, z);
     case WordPath::wide128:
-        return word_fma<std::uint64_t, u128>(f, r, x, y, z);
+        return word_fma<std::uint64_t, u128, Packed>(f, r, x, y, z);
     case WordPath::wide256:
-        return word_fma<u128, U256>(f, r, x, y, z);
+        return word_fma<u128, U256, Packed>(f, r, x, y, z);
     default:
         return false;
     }
@@ -311,6 +312,14 @@ void fma_packed(format f, RoundingContext& r, QNumber& x, const QNumber& y, cons
     if (!try_word_fma(f, r, x, y, z)) fma_exact(f, r, x, y, z);
 }
 
+/// x := x * y + z on the patterns of held values, x a value of its own.
+void fma_held(format f, RoundingContext& r, Held& x, const Held& y, const Held& z) {
+    if (try_word_fma(f, r, x, y, z)) return;
+    const PackedRead b(y), c(z);
+    fma_exact(f, r, number(x), *b, *c);
+    settle(x);
+}
+
 /// x := x * y + z for binary32 and binary64 words, by the soft-float
 /// component, settled as every word operation is.
 void fma_word_repr(IEEEFloat& x, const IEEEFloat& y, const IEEEFloat& z, RoundingContext& r) {
@@ -328,8 +337,7 @@ IEEEFloat fused(const IEEEFloat& a, const IEEEFloat& b, const IEEEFloat& c, Roun
     if (!same_kind(a, b) || !same_kind(a, c)) return mixed_fma(a, b, c, r);
     IEEEFloat result(a);
     if (a.get_repr() == IEEEFloat::REPR_GENERIC)
-        fma_packed(a.get_format(), r, *Access::held(result).packed, *Access::held(b).packed,
-                   *Access::held(c).packed);
+        fma_held(a.get_format(), r, Access::held(result), Access::held(b), Access::held(c));
     else
         fma_word_repr(result, b, c, r);
     raise(r.flags);

@@ -6,6 +6,7 @@
 #include "tarn/ieeefloat/internal/ascii.h"
 #include "tarn/ieeefloat/internal/bits.h"
 #include "tarn/ieeefloat/internal/flag_state.h"
+#include "tarn/ieeefloat/internal/packed.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 #include "tarn/ieeefloat/internal/swflt_glue.h"
 #include "tarn/numbers/bvnumber.h"
@@ -748,14 +749,14 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
             result.value.bits64 = pattern;
             break;
         default:
-            *result.value.packed = integer_from_word(pattern);
+            set_pattern(result.value, pattern);
         }
         raise(r.flags);
         return result;
     }
 
     result.self_specialize_repr(REPR_GENERIC);
-    QNumber& packed = *result.value.packed;
+    QNumber& packed = number(result.value);
     if (reach != Reach::in_range) {
         round_out_of_range(f, r, numeral.negative, reach, packed);
     } else if (numeral.exponent_saturated ||
@@ -776,6 +777,7 @@ IEEEFloat IEEEFloat::from_string(std::string_view text, format f, rounding_mode 
         else
             round_decimal(f, r, numeral.negative, digits, k, packed);
     }
+    settle(result.value);
     result.self_specialize_repr(best_repr(f));
     raise(r.flags);
     return result;

@@ -130,9 +130,10 @@ std::string IEEEFloat::to_hex_str() const {
     if (get_repr() == REPR_FLOAT32) return word_hex_text(value.bits32, 8, 23);
     if (get_repr() == REPR_FLOAT64) return word_hex_text(value.bits64, 11, 52);
     const unsigned long e = fmt.exponent_width, m = fmt.mantissa_width;
-    const QNumber& packed = *value.packed;
     std::uint64_t word;
-    if (e + m <= 63 && as_word(packed, word)) return word_hex_text(word, e, m);
+    if (e + m <= 63 && pattern_word(value, word)) return word_hex_text(word, e, m);
+    const PackedRead read(value);
+    const QNumber& packed = *read;
     return finite_hex_text(
         e, m, [&packed](unsigned long i) { return BVNumber::test_bit(packed, i); }, is_subnormal());
 }

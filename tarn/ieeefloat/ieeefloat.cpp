@@ -35,7 +35,8 @@
 // to the packed integer of its correctly rounded value), flag_state.h (the
 // thread's flags),
 // word_arith.h (the arithmetic of formats up to 128 bits on machine words),
-// decode.h (finite values split for exact work), held.h (class and sign of
+// packed.h (the generic pattern however a value holds it), decode.h (finite
+// values split for exact work), held.h (class and sign of
 // the held bits, inline across units), swflt_glue.h (the binary32 and
 // binary64 words' soft-float component), access.h (the free operations'
 // reach into a value), ascii.h, and notation.h and numeral_scanner.h (what
@@ -65,66 +66,6 @@ using namespace ieeefloat_detail;
 
 namespace {
 
-/// The heap blocks that hold the packed integers of generic values, kept per
-/// thread once released: a program that makes and drops generic values in a
-/// loop (every from_bits, copy and assignment makes one) then allocates none
-/// after the first few. Trivially constructible and destructible like the
-/// cache of QNumber's pairs, so it is usable at any point of a thread's life;
-/// `PackedBlockDrain` frees it at thread exit and closes it.
-struct PackedBlockCache {
-    static constexpr int capacity = 16;
-
-    void* blocks[capacity];
-    int count;
-    bool drain_registered;
-    bool closed;
-
-    static PackedBlockCache& local() noexcept {
-        thread_local PackedBlockCache cache;
-        return cache;
-    }
-};
-
-struct PackedBlockDrain {
-    PackedBlockDrain() = default;
-    PackedBlockDrain(const PackedBlockDrain&) = delete;
-    PackedBlockDrain& operator=(const PackedBlockDrain&) = delete;
-    ~PackedBlockDrain() {
-        PackedBlockCache& cache = PackedBlockCache::local();
-        cache.closed = true;
-        while (cache.count > 0)
-            ::operator delete(cache.blocks[--cache.count]);
-    }
-};
-
-/// A new heap QNumber holding a copy of `value`, or taking over its storage
-/// when it is a temporary.
-template <class Value>
-QNumber* new_packed(Value&& value) {
-    PackedBlockCache& cache = PackedBlockCache::local();
-    if (cache.count == 0) return new QNumber(std::forward<Value>(value));
-    void* block = cache.blocks[cache.count - 1];
-    QNumber* packed =
-        new (block) QNumber(std::forward<Value>(value)); // a copy may throw: take the block after
-    --cache.count;
-    return packed;
-}
-
-/// Destroys a heap QNumber made by new_packed and keeps its block.
-void delete_packed(QNumber* packed) noexcept {
-    packed->~QNumber();
-    PackedBlockCache& cache = PackedBlockCache::local();
-    if (cache.closed || cache.count == PackedBlockCache::capacity) {
-        ::operator delete(packed);
-        return;
-    }
-    if (!cache.drain_registered) {
-        cache.drain_registered = true;
-        thread_local PackedBlockDrain drain;
-    }
-    cache.blocks[cache.count++] = packed;
-}
-
 /// Refuses a representation number outside the three, before it is stored:
 /// every operation dispatches on it and would read a word as a pointer.
 void check_repr(IEEEFloat::Repr r) {
@@ -145,61 +86,35 @@ void Access::check_widths(IEEEFloat::format f) {
         throw_error(precision_limit_message);
 }
 
-IEEEFloat::IEEEFloat(format f, rounding_mode mode) : IEEEFloat(f, get_best_repr(f), mode) {}
+IEEEFloat::IEEEFloat(format f, rounding_mode mode) {
+    make(f, get_best_repr(f), mode);
+}
 
-IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode mode) : fmt(f) {
+IEEEFloat::IEEEFloat(format f, Repr r, rounding_mode mode) {
+    make(f, r, mode);
+}
+
+void IEEEFloat::make(const format& f, Repr r, rounding_mode mode) {
     Access::check_widths(f);
     check_repr(r);
     set_rounding_mode(mode);
+    if (r == REPR_GENERIC) new (&value.packed) QNumber();
     set_repr(r);
-    value.bits64 = 0;
-    if (r != REPR_FLOAT32 && r != REPR_FLOAT64) value.packed = new_packed(QNumber());
+    // Last, and from the caller's argument rather than a copy of it: the
+    // format arrives in two registers, is stored as two words and read back
+    // whole, and the later that load comes, the less it waits for the stores.
+    fmt = f;
 }
 
-IEEEFloat::IEEEFloat(const IEEEFloat& other)
-    : fmt(other.fmt), mode_and_repr(other.mode_and_repr), value(other.value) {
-    if (get_repr() >= REPR_GENERIC) value.packed = new_packed(*other.value.packed);
-}
-
-IEEEFloat::IEEEFloat(IEEEFloat&& other) noexcept
-    : fmt(other.fmt), mode_and_repr(other.mode_and_repr), value(other.value) {
-    other.fmt = format();
-    other.mode_and_repr = 0;
-    other.value.bits64 = 0;
-}
-
-IEEEFloat& IEEEFloat::operator=(const IEEEFloat& other) {
-    if (this == &other) return *this;
-    // Allocate before releasing, so a failed allocation leaves the target whole.
-    QNumber* copy = other.get_repr() >= REPR_GENERIC ? new_packed(*other.value.packed) : nullptr;
-    release();
-    fmt = other.fmt;
-    mode_and_repr = other.mode_and_repr;
-    value = other.value;
-    if (copy) value.packed = copy;
-    return *this;
-}
-
-IEEEFloat& IEEEFloat::operator=(IEEEFloat&& other) noexcept {
-    if (this == &other) return *this;
-    release();
-    fmt = other.fmt;
-    mode_and_repr = other.mode_and_repr;
-    value = other.value;
-    other.fmt = format();
-    other.mode_and_repr = 0;
-    other.value.bits64 = 0;
-    return *this;
-}
-
-IEEEFloat::~IEEEFloat() {
-    release();
-}
-
-void IEEEFloat::release() noexcept {
-    if (get_repr() >= REPR_GENERIC) {
-        delete_packed(value.packed);
-        value.packed = nullptr;
+void Held::copy_big(const QNumber& q) {
+    std::uint64_t word, high;
+    if (!BVNumber::to_words(q, &word, &high) || high != 0) {
+        new (&packed) QNumber(q);
+    } else if (word >> 63) {
+        bits64 = word;
+        wide = true;
+    } else {
+        new (&packed) QNumber(static_cast<long>(word));
     }
 }
 
@@ -210,24 +125,40 @@ IEEEFloat::Repr IEEEFloat::get_best_repr(format f) noexcept {
 IEEEFloat IEEEFloat::from_bits(const QNumber& bits, format f) {
     Access::check_widths(f);
     IEEEFloat result;
-    result.fmt = f;
     const Repr target = get_best_repr(f);
     if (target == REPR_GENERIC) {
-        result.value.packed = new_packed(bits);
+        new (&result.value.packed) QNumber();
         result.set_repr(REPR_GENERIC);
-        if (scan_packed(bits, f.mantissa_width).nan(f)) do_make_nan(f, *result.value.packed);
-        return result;
+        const unsigned long e = f.exponent_width, m = f.mantissa_width;
+        std::uint64_t word, high;
+        if (e + m <= 63 && BVNumber::to_words(bits, &word, &high) && high == 0) {
+            // Bits above the sign are kept, as the exact path keeps them.
+            const bool nan = scan_two_words(word, 0, m).nan(f);
+            set_pattern(result.value, nan ? library_nan_word(e, m) : word);
+        } else {
+            set_pattern(result.value, bits);
+            if (scan_packed(bits, m).nan(f)) {
+                do_make_nan(f, number(result.value));
+                settle(result.value);
+            }
+        }
+    } else {
+        // binary32 and binary64 go straight to their word: only the low bits
+        // are kept, and those decide the class.
+        std::uint64_t word = low_64_bits(bits);
+        if (scan_word(word & low_mask(63), f.mantissa_width).nan(f))
+            word = library_nan_word(f.exponent_width, f.mantissa_width);
+        if (target == REPR_FLOAT32)
+            result.value.bits32 = static_cast<std::uint32_t>(word);
+        else
+            result.value.bits64 = word;
+        result.set_repr(target);
     }
-    // binary32 and binary64 go straight to their word: only the low bits are
-    // kept, and those decide the class.
-    std::uint64_t word = low_64_bits(bits);
-    if (scan_word(word & low_mask(63), f.mantissa_width).nan(f))
-        word = library_nan_word(f.exponent_width, f.mantissa_width);
-    if (target == REPR_FLOAT32)
-        result.value.bits32 = static_cast<std::uint32_t>(word);
-    else
-        result.value.bits64 = word;
-    result.set_repr(target);
+    // Last and field by field: stored first, the format was copied from the
+    // stack, where it had just been written as two words, as one 16-byte
+    // load, which waits for both stores (a store-forwarding stall).
+    result.fmt.exponent_width = f.exponent_width;
+    result.fmt.mantissa_width = f.mantissa_width;
     return result;
 }
 
@@ -238,7 +169,7 @@ QNumber IEEEFloat::get_bits() const {
     case REPR_FLOAT64:
         return integer_from_word(value.bits64);
     default:
-        return *value.packed;
+        return value.wide ? integer_from_word(value.bits64) : value.packed;
     }
 }
 
@@ -264,15 +195,16 @@ void IEEEFloat::self_neg() {
     }
 }
 
-void IEEEFloat::self_specialize_repr(Repr target) {
+void IEEEFloat::change_repr(Repr target) {
     const Repr current = get_repr();
-    if (target == current) return;
     check_repr(target);
     if (target == REPR_FLOAT32 || target == REPR_FLOAT64) {
-        const std::uint64_t word = current == REPR_FLOAT32   ? value.bits32
-                                   : current == REPR_FLOAT64 ? value.bits64
-                                                             : low_64_bits(*value.packed);
-        release();
+        const std::uint64_t word = current == REPR_FLOAT32 ? value.bits32
+                                   : current == REPR_FLOAT64 || value.wide
+                                       ? value.bits64
+                                       : low_64_bits(value.packed);
+        if (value.holds_number()) value.packed.~QNumber();
+        value.wide = false;
         value.bits64 = 0;
         if (target == REPR_FLOAT32)
             value.bits32 = static_cast<std::uint32_t>(word);
@@ -282,8 +214,10 @@ void IEEEFloat::self_specialize_repr(Repr target) {
         return;
     }
     if (current >= REPR_GENERIC) return;
-    value.packed = new_packed(get_bits());
+    const std::uint64_t word = current == REPR_FLOAT32 ? value.bits32 : value.bits64;
+    new (&value.packed) QNumber();
     set_repr(REPR_GENERIC);
+    set_pattern(value, word);
 }
 
 // ===========================================================================
@@ -309,18 +243,25 @@ bool IEEEFloat::is_subnormal() const {
     case REPR_FLOAT64:
         return swflt::float64_is_subnormal(value.bits64) != 0;
     default:
-        return exponent_field_zero(*value.packed, fmt) &&
-               !scan_packed(*value.packed, fmt.mantissa_width).zero(fmt);
+        const bool field_zero =
+            value.wide
+                ? fmt.mantissa_width >= 64 ||
+                      ((value.bits64 >> fmt.mantissa_width) & low_mask(fmt.exponent_width)) == 0
+                : exponent_field_zero(value.packed, fmt);
+        return field_zero && !scan_held(value, fmt.mantissa_width).zero(fmt);
     }
 }
 
 bool IEEEFloat::is_normal() const {
     if (get_repr() >= REPR_GENERIC) {
         // One scan answers the first three questions.
-        const QNumber& packed = *value.packed;
-        const PackedScan scan = scan_packed(packed, fmt.mantissa_width);
+        const PackedScan scan = scan_held(value, fmt.mantissa_width);
         if (scan.exponent_all_ones(fmt) || scan.zero(fmt)) return false;
-        return !exponent_field_zero(packed, fmt);
+        if (value.wide) {
+            const unsigned long m = fmt.mantissa_width;
+            return m < 64 && ((value.bits64 >> m) & low_mask(fmt.exponent_width)) != 0;
+        }
+        return !exponent_field_zero(value.packed, fmt);
     }
     if (is_inf() || is_nan() || is_zero()) return false;
     return !is_subnormal();
@@ -335,7 +276,12 @@ void IEEEFloat::self_nan() {
         value.bits64 = swflt::float64_make_nan();
         break;
     default:
-        do_make_nan(fmt, *value.packed);
+        if (fmt.exponent_width + fmt.mantissa_width <= 63) {
+            set_pattern(value, library_nan_word(fmt.exponent_width, fmt.mantissa_width));
+        } else {
+            do_make_nan(fmt, number(value));
+            settle(value);
+        }
     }
 }
 
@@ -352,7 +298,13 @@ void IEEEFloat::self_inf(bool negative) {
         break;
     }
     default:
-        do_make_inf(fmt, negative, *value.packed);
+        if (fmt.exponent_width + fmt.mantissa_width <= 63) {
+            const unsigned long e = fmt.exponent_width, m = fmt.mantissa_width;
+            set_pattern(value, low_mask(e) << m | std::uint64_t{negative} << (e + m));
+        } else {
+            do_make_inf(fmt, negative, number(value));
+            settle(value);
+        }
     }
 }
 
@@ -386,7 +338,8 @@ std::size_t IEEEFloat::hash() const noexcept {
     case REPR_FLOAT64:
         return QNumber::hash_combine(widths, QNumber::hash_of_word(value.bits64));
     default:
-        return QNumber::hash_combine(widths, value.packed->hash());
+        return QNumber::hash_combine(widths, value.wide ? QNumber::hash_of_word(value.bits64)
+                                                        : value.packed.hash());
     }
 }
 

@@ -10,8 +10,13 @@
 //  - REPR_FLOAT64: a binary64 word, likewise;
 //  - REPR_GENERIC: the bit pattern read as a non-negative integer (the
 //    "packed integer": mantissa field in bits [0, m), biased exponent field in
-//    bits [m, m+e), sign at bit e+m), held in a heap QNumber and computed
-//    exactly with rationals, then rounded by the library's own rounding core.
+//    bits [m, m+e), sign at bit e+m), held inside the value (a QNumber in
+//    its small form below 2^63, the word itself up to 2^64, a QNumber on the
+//    heap only beyond) and computed exactly with rationals or, for formats up
+//    to 128 bits, on machine words, then rounded by the library's own
+//    rounding core. For a format whose patterns fit 64 bits, construction,
+//    copies, bit access, the arithmetic, fma, square roots, conversions
+//    between such formats and comparisons never allocate.
 //
 // binary32 and binary64 values normally use the word representations; the
 // generic one works for every format, those two included, which makes it
@@ -61,6 +66,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -72,6 +78,90 @@ class IEEEFloat;
 
 namespace ieeefloat_detail {
 struct Access;
+
+/// The held bits, with the rounding mode and the representation that say
+/// which member of the union is live. Three words, so the whole object is
+/// five (40 bytes on 64-bit targets). A generic pattern is held inline:
+/// below 2^63 as a QNumber in its small form, in [2^63, 2^64) (a negative
+/// binary64 held generically, or any 64-bit format's) as the word itself,
+/// since the small form stops at 2^63, and beyond that as a QNumber in its
+/// big form, the only holding that owns heap memory. Every operation that
+/// stores a pattern below 2^64 puts it in one of the first two, so values of
+/// formats up to 64 bits keep nothing on the heap.
+class Held {
+public:
+    // The rounding mode is kept in the low 30 bits and the representation
+    // in the top 2 bits of one word.
+    static constexpr unsigned repr_shift = 30;
+    static constexpr std::uint32_t mode_mask = (std::uint32_t{1} << repr_shift) - 1;
+    /// IEEEFloat::REPR_GENERIC, which is not declared yet.
+    static constexpr std::uint32_t generic_repr = 2;
+
+    union {
+        std::uint32_t bits32;   ///< REPR_FLOAT32
+        std::uint64_t bits64;   ///< REPR_FLOAT64, and REPR_GENERIC when `wide`
+        QNumber packed;         ///< REPR_GENERIC otherwise
+        std::uint64_t words[2]; ///< both words, so that none is ever read unset
+    };
+    std::uint32_t mode_and_repr = 0; ///< REPR_FLOAT32, ROUND_NEAREST_EVEN
+    /// A generic pattern held in bits64: one of [2^63, 2^64).
+    bool wide = false;
+
+    Held() noexcept : words{0, 0} {}
+    Held(const Held& other) : mode_and_repr(other.mode_and_repr), wide(other.wide) {
+        if (!other.holds_number())
+            bits64 = other.bits64;
+        else if (other.packed.is_small())
+            new (&packed) QNumber(other.packed);
+        else
+            copy_big(other.packed);
+    }
+    /// Takes over other's holding; other becomes the default value.
+    void take(Held& other) noexcept {
+        mode_and_repr = other.mode_and_repr;
+        wide = other.wide;
+        if (other.holds_number()) {
+            new (&packed) QNumber(std::move(other.packed));
+            other.packed.~QNumber();
+        } else {
+            bits64 = other.bits64;
+        }
+        other.mode_and_repr = 0;
+        other.wide = false;
+        other.bits64 = 0;
+    }
+    Held& operator=(const Held&) = delete;
+    ~Held() {
+        if (holds_number()) packed.~QNumber();
+    }
+    /// Ends the holding and becomes the default value.
+    void release() noexcept {
+        if (holds_number()) packed.~QNumber();
+        mode_and_repr = 0;
+        wide = false;
+        bits64 = 0;
+    }
+
+    /// Takes a copy of the bits and representation of `other`, keeping this
+    /// holding's rounding mode.
+    void assign_bits(const Held& other) {
+        Held copy(other);
+        const std::uint32_t mode = mode_and_repr & mode_mask;
+        release();
+        take(copy);
+        mode_and_repr = (mode_and_repr & ~mode_mask) | mode;
+    }
+
+    /// Whether `packed` is the live member.
+    bool holds_number() const noexcept {
+        return (mode_and_repr >> repr_shift) == generic_repr && !wide;
+    }
+
+private:
+    /// Constructs `packed` as a copy of the big number q, or holds q in
+    /// bits64 or in the small form when it fits them.
+    void copy_big(const QNumber& q);
+};
 } // namespace ieeefloat_detail
 
 /// a < b with the IEEE-754 meaning: false when either is a NaN; -0 < +0 is false.
@@ -183,7 +273,7 @@ public:
     enum Repr : int {
         REPR_FLOAT32 = 0, ///< a binary32 word
         REPR_FLOAT64 = 1, ///< a binary64 word
-        REPR_GENERIC = 2, ///< the packed integer in a heap QNumber; valid for every format
+        REPR_GENERIC = 2, ///< the packed integer, inline up to 64 bits; valid for every format
     };
 
     /// Rounding directions. The numbers are part of the interface. The
@@ -221,8 +311,8 @@ public:
     /// word's own widths. A `repr` outside the three throws "bad
     /// representation: N"; a format wider than max_width, the precision limit.
     IEEEFloat(format fmt, Repr repr, rounding_mode mode);
-    /// Deep copy.
-    IEEEFloat(const IEEEFloat& other);
+    /// Deep copy; allocates only for a generic pattern of 2^64 or more.
+    IEEEFloat(const IEEEFloat& other) = default;
     /// Takes over `other`'s storage without allocating; `other` is left as a
     /// default-constructed value (format (0, 0), binary32 word 0).
     IEEEFloat(IEEEFloat&& other) noexcept;
@@ -231,8 +321,8 @@ public:
     IEEEFloat& operator=(const IEEEFloat& other);
     /// Takes over `other`'s storage; `other` is left as a default-constructed value.
     IEEEFloat& operator=(IEEEFloat&& other) noexcept;
-    /// Releases the generic storage.
-    ~IEEEFloat();
+    /// Releases the generic storage, if it is on the heap.
+    ~IEEEFloat() = default;
 
     /// REPR_FLOAT32 for (8, 23), REPR_FLOAT64 for (11, 52), REPR_GENERIC otherwise.
     static Repr get_best_repr(format fmt) noexcept;
@@ -257,21 +347,25 @@ public:
     /// generic algorithms can be run on binary32 and binary64 values. A
     /// `target` outside the three throws "bad representation: N" and leaves
     /// the value as it was.
-    void self_specialize_repr(Repr target);
+    void self_specialize_repr(Repr target) {
+        if (target != get_repr()) change_repr(target);
+    }
 
     /// The value's format.
     format get_format() const noexcept { return fmt; }
     /// The value's rounding mode (the low 30 bits of the number stored).
     rounding_mode get_rounding_mode() const noexcept {
-        return static_cast<rounding_mode>(mode_and_repr & mode_mask);
+        return static_cast<rounding_mode>(value.mode_and_repr & Value::mode_mask);
     }
     /// Stores the low 30 bits of `mode` as the value's rounding mode.
     void set_rounding_mode(rounding_mode mode) noexcept {
-        mode_and_repr =
-            (mode_and_repr & ~mode_mask) | (static_cast<std::uint32_t>(mode) & mode_mask);
+        value.mode_and_repr = (value.mode_and_repr & ~Value::mode_mask) |
+                              (static_cast<std::uint32_t>(mode) & Value::mode_mask);
     }
     /// How the value is held.
-    Repr get_repr() const noexcept { return static_cast<Repr>(mode_and_repr >> repr_shift); }
+    Repr get_repr() const noexcept {
+        return static_cast<Repr>(value.mode_and_repr >> Value::repr_shift);
+    }
 
     // ---- Classification and special values ---------------------------------
 
@@ -551,23 +645,17 @@ public:
     std::size_t hash() const noexcept;
 
 private:
-    // The rounding mode is kept in the low 30 bits and the representation in
-    // the top 2 bits of one word, so the whole object is four machine words.
-    static constexpr unsigned repr_shift = 30;
-    static constexpr std::uint32_t mode_mask = (std::uint32_t{1} << repr_shift) - 1;
+    using Value = ieeefloat_detail::Held;
 
-    /// The held bits: which member is live is given by the representation.
-    union Value {
-        std::uint32_t bits32; ///< REPR_FLOAT32
-        std::uint64_t bits64; ///< REPR_FLOAT64
-        QNumber* packed;      ///< REPR_GENERIC: owned, never null, never shared
-    };
+    /// The constructors' work: +0 of f held in r, rounding with `mode`.
+    void make(const format& f, Repr r, rounding_mode mode);
+    /// self_specialize_repr's work, when `target` differs from the representation.
+    void change_repr(Repr target);
 
     void set_repr(Repr r) noexcept {
-        mode_and_repr = (mode_and_repr & mode_mask) | (static_cast<std::uint32_t>(r) << repr_shift);
+        value.mode_and_repr = (value.mode_and_repr & Value::mode_mask) |
+                              (static_cast<std::uint32_t>(r) << Value::repr_shift);
     }
-    /// Frees the generic storage, if any; leaves the fields otherwise as they are.
-    void release() noexcept;
 
     friend bool operator<(const IEEEFloat& a, const IEEEFloat& b);
     friend bool operator<=(const IEEEFloat& a, const IEEEFloat& b);
@@ -577,9 +665,34 @@ private:
     friend struct ieeefloat_detail::Access;
 
     format fmt;
-    std::uint32_t mode_and_repr = 0; // REPR_FLOAT32, ROUND_NEAREST_EVEN
-    Value value{0};
+    Value value;
 };
+
+inline IEEEFloat::IEEEFloat(IEEEFloat&& other) noexcept : fmt(other.fmt) {
+    value.take(other.value);
+    other.fmt = format();
+}
+
+inline IEEEFloat& IEEEFloat::operator=(IEEEFloat&& other) noexcept {
+    if (this == &other) return *this;
+    value.release();
+    value.take(other.value);
+    fmt = other.fmt;
+    other.fmt = format();
+    return *this;
+}
+
+inline IEEEFloat& IEEEFloat::operator=(const IEEEFloat& other) {
+    if (this == &other) return *this;
+    Value copy(other.value); // before anything changes, so a failure leaves the target whole
+    value.release();
+    value.take(copy);
+    fmt = other.fmt;
+    return *this;
+}
+
+static_assert(IEEEFloat::REPR_GENERIC == ieeefloat_detail::Held::generic_repr);
+static_assert(sizeof(void*) != 8 || sizeof(IEEEFloat) == 40, "five words on 64-bit targets");
 
 // ---- Value operators ---------------------------------------------------------
 //

@@ -70,7 +70,7 @@ Int to_fixed(const IEEEFloat& x, rounding r, bool exact) {
         break;
     }
     FiniteParts p;
-    switch (decode_packed(x.get_format(), *held.packed, p)) {
+    switch (decode_value(IEEEFloat::REPR_GENERIC, held, x.get_format(), p)) {
     case ValueClass::zero:
         return 0;
     case ValueClass::finite:
@@ -106,7 +106,7 @@ IEEEFloat from_magnitude(bool negative, std::uint64_t magnitude, IEEEFloat::form
             break;
         default:
             // All 64 bits: a format of e + m = 63 keeps its sign in bit 63.
-            *held.packed = integer_from_word(bits);
+            set_pattern(held, bits);
         }
     } else {
         QNumber integer = integer_from_word(magnitude);

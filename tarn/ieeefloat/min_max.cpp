@@ -18,10 +18,7 @@ namespace {
 IEEEFloat as_result(const IEEEFloat& a, const IEEEFloat& b) {
     IEEEFloat result(a);
     if (b.get_format() == a.get_format() && b.get_repr() == a.get_repr()) {
-        if (a.get_repr() == IEEEFloat::REPR_GENERIC)
-            *Access::held(result).packed = *Access::held(b).packed;
-        else
-            Access::held(result) = Access::held(b);
+        Access::held(result).assign_bits(Access::held(b));
         return result;
     }
     IEEEFloat converted(b);

@@ -29,24 +29,32 @@ struct Source {
     bool in_word;
     std::uint64_t word;
     const QNumber* packed;
+    /// The pattern when a wide format's value holds it as a word.
+    QNumber copy;
+
+    const QNumber& number() const { return packed ? *packed : copy; }
 };
 
 Source packed_source(format f, const QNumber& packed) {
     std::uint64_t word = 0;
     const bool fits = f.exponent_width <= 62 && f.exponent_width + f.mantissa_width <= 63 &&
                       as_word(packed, word);
-    return {f, fits, word, &packed};
+    return {f, fits, word, &packed, QNumber()};
 }
 
 Source source_of(const IEEEFloat& x) {
     const auto& held = Access::held(x);
     switch (x.get_repr()) {
     case IEEEFloat::REPR_FLOAT32:
-        return {binary32_format, true, held.bits32, nullptr};
+        return {binary32_format, true, held.bits32, nullptr, QNumber()};
     case IEEEFloat::REPR_FLOAT64:
-        return {binary64_format, true, held.bits64, nullptr};
+        return {binary64_format, true, held.bits64, nullptr, QNumber()};
     default:
-        return packed_source(x.get_format(), *held.packed);
+        const format f = x.get_format();
+        if (!held.wide) return packed_source(f, held.packed);
+        if (f.exponent_width <= 62 && f.exponent_width + f.mantissa_width <= 63)
+            return {f, true, held.bits64, nullptr, QNumber()};
+        return {f, false, 0, nullptr, integer_from_word(held.bits64)};
     }
 }
 
@@ -79,8 +87,8 @@ Source source_of(const IEEEFloat& x) {
         }
     } else if (s.f.exponent_width != 0) {
         bool inf, nan, zero;
-        unpack_components(s.f, *s.packed, negative, tmp[0], tmp[1], tmp[4]);
-        get_flags(s.f, *s.packed, inf, nan, zero);
+        unpack_components(s.f, s.number(), negative, tmp[0], tmp[1], tmp[4]);
+        get_flags(s.f, s.number(), inf, nan, zero);
         c = nan    ? ValueClass::nan
             : inf  ? ValueClass::infinite
             : zero ? ValueClass::zero
@@ -209,7 +217,7 @@ void narrow(const IEEEFloat& a, format w, const QNumber* wide, unsigned wide_fla
     // the rounding writes only once nothing can fail.
     const bool ready = target.get_format() == f && target.get_repr() == repr;
     QNumber local;
-    QNumber& out = ready && repr == IEEEFloat::REPR_GENERIC ? *Access::held(target).packed : local;
+    QNumber& out = ready && repr == IEEEFloat::REPR_GENERIC ? number(Access::held(target)) : local;
     const bool nan = wide == nullptr || round_from_wide(w, *wide, f, r, out) == ValueClass::nan;
     if (!ready) target = IEEEFloat(f, repr, a.get_rounding_mode());
     auto& held = Access::held(target);
@@ -217,11 +225,12 @@ void narrow(const IEEEFloat& a, format w, const QNumber* wide, unsigned wide_fla
     if (nan)
         target.self_nan();
     else if (repr == IEEEFloat::REPR_GENERIC && !ready)
-        std::swap(*held.packed, local);
+        std::swap(number(held), local);
     else if (repr == IEEEFloat::REPR_FLOAT32 && BVNumber::to_words(local, &low, &high))
         held.bits32 = static_cast<std::uint32_t>(low);
     else if (repr == IEEEFloat::REPR_FLOAT64 && BVNumber::to_words(local, &low, &high))
         held.bits64 = low;
+    if (repr == IEEEFloat::REPR_GENERIC) settle(held);
     raise(r.flags);
 }
 

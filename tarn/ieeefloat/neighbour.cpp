@@ -56,7 +56,7 @@ void IEEEFloat::next_representable(bool up) {
             value.bits64 = 1;
             break;
         default:
-            *value.packed = QNumber(1L);
+            set_pattern(value, std::uint64_t{1});
         }
         set_held_sign(get_repr(), value, fmt, !up);
         return;
@@ -71,7 +71,11 @@ void IEEEFloat::next_representable(bool up) {
             value.bits64 = float64_max_finite;
             break;
         default: {
-            QNumber& packed = *value.packed;
+            if (sign_bit <= 63) {
+                set_pattern(value, low_mask(sign_bit) - (std::uint64_t{1} << fmt.mantissa_width));
+                break;
+            }
+            QNumber& packed = number(value);
             BVNumber::pow2(sign_bit, &packed);
             packed -= 1L;
             QNumber hidden;
@@ -91,10 +95,18 @@ void IEEEFloat::next_representable(bool up) {
         value.bits64 = step_magnitude(value.bits64, float64_sign_bit, away);
         break;
     default: {
-        QNumber& packed = *value.packed;
+        std::uint64_t word;
+        if (sign_bit <= 63 && pattern_word(value, word)) {
+            const std::uint64_t sign = std::uint64_t{1} << sign_bit;
+            const std::uint64_t magnitude = (word & ~sign) + (away ? 1 : -1);
+            set_pattern(value, negative ? magnitude | sign : magnitude);
+            break;
+        }
+        QNumber& packed = number(value);
         BVNumber::set_bit(packed, sign_bit, false);
         packed += away ? 1L : -1L;
         BVNumber::set_bit(packed, sign_bit, negative);
+        settle(value);
     }
     }
 }
@@ -122,9 +134,18 @@ void IEEEFloat::packed_next(bool up) {
         if (increment && (value.bits64 & ~float64_sign_bit) == ~float64_sign_bit) return;
         value.bits64 = increment ? value.bits64 + 1 : value.bits64 - 1;
         break;
-    default:
-        if (increment && BVNumber::scan_bit_0(*value.packed, 0) >= sign_bit) return;
-        *value.packed += increment ? 1L : -1L;
+    default: {
+        std::uint64_t word;
+        if (sign_bit <= 63 && pattern_word(value, word)) {
+            if (increment && (~word & low_mask(sign_bit)) == 0) return;
+            set_pattern(value, increment ? word + 1 : word - 1);
+            break;
+        }
+        QNumber& packed = number(value);
+        if (increment && BVNumber::scan_bit_0(packed, 0) >= sign_bit) return;
+        packed += increment ? 1L : -1L;
+        settle(value);
+    }
     }
 }
 

@@ -67,12 +67,9 @@ unsigned round_in_place(IEEEFloat& x, rounding dir) {
         held.bits64 = integral_pattern(held.bits64, p, 52, 1023, 63, n.word);
         break;
     default:
-        if (std::uint64_t high;
-            e <= 62 && e + m <= 63 && BVNumber::to_words(*held.packed, &word, &high) && high == 0) {
+        if (e <= 62 && e + m <= 63 && pattern_word(held, word)) {
             const long bias = static_cast<long>(low_mask(e - 1));
-            // Through the two-word writer: with the sign set, a 64-bit pattern
-            // is not a long.
-            write_packed(u128{integral_pattern(word, p, m, bias, e + m, n.word)}, *held.packed);
+            set_pattern(held, integral_pattern(word, p, m, bias, e + m, n.word));
             break;
         }
         // Wider patterns: the integer, below 2^(m + 1) here, rounded back into

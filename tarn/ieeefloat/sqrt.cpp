@@ -52,7 +52,7 @@ U256 square_root(const U256& n, bool& inexact) {
 /// The square root of the packed pattern `bits` into `out`, on the words of
 /// one path.
 template <class Bits, class Wide>
-void sqrt_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits bits, QNumber& out) {
+void sqrt_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits bits, Held& out) {
     WordOperand<Bits> x = unpack(wf, bits);
     if (x.nan) {
         if (signaling(wf, x)) r.flags |= FLAG_INVALID;
@@ -78,7 +78,7 @@ void sqrt_words(const WordFormat<Bits>& wf, RoundingContext& r, Bits bits, QNumb
 /// x := sqrt x on the words of one path, when x reads as words; false, with
 /// nothing done, otherwise.
 template <class Bits, class Wide>
-bool word_sqrt(format f, RoundingContext& r, QNumber& x) {
+bool word_sqrt(format f, RoundingContext& r, Held& x) {
     const WordFormat<Bits> wf(f);
     Bits bits;
     if (!read_packed(x, wf.sign_bit, bits)) return false;
@@ -88,7 +88,7 @@ bool word_sqrt(format f, RoundingContext& r, QNumber& x) {
 
 /// x := sqrt x on the words of the format's path, if it has one and x reads
 /// as words.
-inline bool try_word_sqrt(format f, RoundingContext& r, QNumber& x) {
+inline bool try_word_sqrt(format f, RoundingContext& r, Held& x) {
     switch (word_path(f)) {
     case WordPath::wide64:
         return word_sqrt<std::uint64_t, std::uint64_t>(f, r, x);
@@ -159,10 +159,10 @@ void Access::square_root(IEEEFloat& x, RoundingContext& r) {
         held.bits64 = settle_float64(swflt::float64_sqrt(held.bits64, swflt_rounding_code(r)));
         break;
     default: {
-        QNumber& packed = *held.packed;
-        if (!try_word_sqrt(x.get_format(), r, packed)) {
+        if (!try_word_sqrt(x.get_format(), r, held)) {
             TempNumProvider tmp;
-            sqrt_float(tmp, x.get_format(), r, packed);
+            sqrt_float(tmp, x.get_format(), r, number(held));
+            settle(held);
         }
         raise(r.flags);
     }

@@ -479,9 +479,8 @@ std::string IEEEFloat::to_str() const {
         break;
     }
     default: {
-        const QNumber& packed = *value.packed;
         append_grouped_bits(
-            e, m, [&packed](unsigned long i) { return BVNumber::test_bit(packed, i); }, text);
+            e, m, [this](unsigned long i) { return pattern_bit(value, i); }, text);
     }
     }
     return text;

@@ -9,11 +9,9 @@
 namespace tarn::ieeefloat_detail {
 
 struct Access {
-    /// The union of held bits; which member is live is given by get_repr().
-    template <class Value>
-    static auto& held(Value& x) {
-        return x.value;
-    }
+    /// The held bits (internal/packed.h reads and writes a generic pattern).
+    static Held& held(IEEEFloat& x) { return x.value; }
+    static const Held& held(const IEEEFloat& x) { return x.value; }
 
     /// Throws "reached limit on float precision" for a format wider than
     /// IEEEFloat::max_width: called wherever a value of a format comes into being.

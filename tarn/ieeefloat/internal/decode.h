@@ -8,6 +8,7 @@
 // codec on QNumbers.
 #pragma once
 
+#include "tarn/ieeefloat/internal/packed.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 
 #include <climits>
@@ -88,15 +89,16 @@ inline ValueClass decode_packed(format f, const QNumber& packed, FiniteParts& ou
 /// Splits any value: words of the binary32 and binary64 representations are
 /// read with their own layouts, whatever the format says, as the soft-float
 /// component reads them.
-template <class Held>
-ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, FiniteParts& out) {
+inline ValueClass decode_value(IEEEFloat::Repr repr, const Held& held, format f, FiniteParts& out) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
         return decode_word(held.bits32, 8, 23, out);
     case IEEEFloat::REPR_FLOAT64:
         return decode_word(held.bits64, 11, 52, out);
     default:
-        return decode_packed(f, *held.packed, out);
+        if (held.wide && f.exponent_width <= 62 && f.exponent_width + f.mantissa_width <= 63)
+            return decode_word(held.bits64, f.exponent_width, f.mantissa_width, out);
+        return decode_packed(f, PackedRead(held), out);
     }
 }
 

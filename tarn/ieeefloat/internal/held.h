@@ -5,12 +5,11 @@
 // questions of a value (the neighbour steps, the hexadecimal text, rounding
 // to integral) call the templates directly, so that word values stay a few
 // inlined instructions instead of a call into another unit per question.
-// `Held` is IEEEFloat's union of held bits, deduced from the member the
-// caller passes.
 #pragma once
 
 #include "tarn/ieeefloat/ieeefloat.h"
 #include "tarn/ieeefloat/internal/codec.h"
+#include "tarn/ieeefloat/internal/packed.h"
 #include "tarn/numbers/bvnumber.h"
 #include "tarn/swflt/swflt.h"
 
@@ -18,7 +17,6 @@
 
 namespace tarn::ieeefloat_detail {
 
-template <class Held>
 inline bool held_is_inf(IEEEFloat::Repr repr, const Held& held, format f) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
@@ -26,11 +24,10 @@ inline bool held_is_inf(IEEEFloat::Repr repr, const Held& held, format f) {
     case IEEEFloat::REPR_FLOAT64:
         return swflt::float64_is_inf(held.bits64) != 0;
     default:
-        return scan_packed(*held.packed, f.mantissa_width).inf(f);
+        return scan_held(held, f.mantissa_width).inf(f);
     }
 }
 
-template <class Held>
 inline bool held_is_nan(IEEEFloat::Repr repr, const Held& held, format f) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
@@ -38,12 +35,11 @@ inline bool held_is_nan(IEEEFloat::Repr repr, const Held& held, format f) {
     case IEEEFloat::REPR_FLOAT64:
         return swflt::float64_is_nan(held.bits64) != 0;
     default:
-        return scan_packed(*held.packed, f.mantissa_width).nan(f);
+        return scan_held(held, f.mantissa_width).nan(f);
     }
 }
 
 /// Whether a NaN held in `repr` is signaling (its first mantissa bit is 0).
-template <class Held>
 inline bool held_nan_is_signaling(IEEEFloat::Repr repr, const Held& held, format f) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
@@ -51,11 +47,10 @@ inline bool held_nan_is_signaling(IEEEFloat::Repr repr, const Held& held, format
     case IEEEFloat::REPR_FLOAT64:
         return ((held.bits64 >> 51) & 1) == 0;
     default:
-        return nan_is_signaling(f, *held.packed);
+        return !pattern_bit(held, f.mantissa_width - 1);
     }
 }
 
-template <class Held>
 inline bool held_is_zero(IEEEFloat::Repr repr, const Held& held, format f) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
@@ -63,11 +58,10 @@ inline bool held_is_zero(IEEEFloat::Repr repr, const Held& held, format f) {
     case IEEEFloat::REPR_FLOAT64:
         return swflt::float64_is_zero(held.bits64) != 0;
     default:
-        return scan_packed(*held.packed, f.mantissa_width).zero(f);
+        return scan_held(held, f.mantissa_width).zero(f);
     }
 }
 
-template <class Held>
 inline bool held_sign(IEEEFloat::Repr repr, const Held& held, format f) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
@@ -75,11 +69,10 @@ inline bool held_sign(IEEEFloat::Repr repr, const Held& held, format f) {
     case IEEEFloat::REPR_FLOAT64:
         return swflt::float64_sign(held.bits64) != 0;
     default:
-        return BVNumber::test_bit(*held.packed, f.exponent_width + f.mantissa_width);
+        return pattern_bit(held, f.exponent_width + f.mantissa_width);
     }
 }
 
-template <class Held>
 inline void set_held_sign(IEEEFloat::Repr repr, Held& held, format f, bool negative) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
@@ -89,11 +82,10 @@ inline void set_held_sign(IEEEFloat::Repr repr, Held& held, format f, bool negat
         held.bits64 = swflt::float64_set_sign(held.bits64, negative);
         break;
     default:
-        BVNumber::set_bit(*held.packed, f.exponent_width + f.mantissa_width, negative);
+        set_pattern_bit(held, f.exponent_width + f.mantissa_width, negative);
     }
 }
 
-template <class Held>
 inline void set_held_zero(IEEEFloat::Repr repr, Held& held, format f, bool negative) {
     switch (repr) {
     case IEEEFloat::REPR_FLOAT32:
@@ -103,7 +95,12 @@ inline void set_held_zero(IEEEFloat::Repr repr, Held& held, format f, bool negat
         held.bits64 = negative ? std::uint64_t{1} << 63 : 0;
         break;
     default:
-        do_make_zero(f, negative, *held.packed);
+        if (f.exponent_width + f.mantissa_width >= 64) {
+            do_make_zero(f, negative, number(held));
+            settle(held);
+        } else {
+            set_pattern(held, std::uint64_t{negative} << (f.exponent_width + f.mantissa_width));
+        }
     }
 }
 

@@ -23,14 +23,13 @@
 // against one reference.
 #pragma once
 
+#include "tarn/ieeefloat/internal/packed.h"
 #include "tarn/ieeefloat/internal/rounding.h"
 
 #include <cstdint>
 #include <gmp.h>
 
 namespace tarn::ieeefloat_detail {
-
-__extension__ typedef unsigned __int128 u128;
 
 // ---- A 256-bit unsigned integer, the intermediate of two-word formats -------
 
@@ -159,6 +158,20 @@ inline bool read_packed(const QNumber& packed, unsigned sign_bit, u128& bits) {
     return (bits >> sign_bit) <= 1;
 }
 
+/// The generic pattern of a value, read without a QNumber when it is a word.
+template <class Bits>
+inline bool read_packed(const Held& h, unsigned sign_bit, Bits& bits) {
+    if (!h.wide) return read_packed(h.packed, sign_bit, bits);
+    bits = h.bits64;
+    return (bits >> sign_bit) <= 1;
+}
+
+[[gnu::always_inline]] inline void write_packed(std::uint64_t bits, Held& out) {
+    set_pattern(out, bits);
+}
+[[gnu::always_inline]] inline void write_packed(u128 bits, Held& out) {
+    set_pattern(out, bits);
+}
 [[gnu::always_inline]] inline void write_packed(std::uint64_t bits, QNumber& out) {
     out = QNumber(static_cast<long>(bits));
 }
@@ -335,9 +348,9 @@ template <class Bits, class Wide>
 }
 
 /// Rounds (-1)^negative * sig * 2^(exp - m) into the packed integer `out`.
-template <class Bits, class Wide>
+template <class Bits, class Wide, class Out>
 [[gnu::always_inline]] inline void round_into(const WordFormat<Bits>& wf, RoundingContext& r,
-                                              bool negative, Wide sig, long exp, QNumber& out) {
+                                              bool negative, Wide sig, long exp, Out& out) {
     write_packed(round_bits(wf, r, negative, sig, exp) | wf.signed_zero(negative), out);
 }
 
