@@ -51,24 +51,32 @@ IEEEFloat from_native(Word word, IEEEFloat::Repr repr, IEEEFloat::format native,
     return x;
 }
 
-/// The word of x rounded to `native` under x's own mode, held in `repr`.
-template <class Word>
-Word to_native(const IEEEFloat& x, IEEEFloat::Repr repr, IEEEFloat::format native) {
-    IEEEFloat y(x);
-    RoundingContext r = RoundingContext::of_mode(x.get_rounding_mode());
-    Access::convert(y, native, r);
-    y.self_specialize_repr(repr);
-    const auto& held = Access::held(y);
-    if constexpr (sizeof(Word) == 4)
-        return held.bits32;
-    else
-        return held.bits64;
-}
-
 /// The quiet NaN of a native type with the given sign.
 template <class Native>
 Native native_nan(bool negative) {
     return std::copysign(std::numeric_limits<Native>::quiet_NaN(), Native(negative ? -1 : 1));
+}
+
+/// x rounded to the native type under x's own mode: through the word of the
+/// native format, bit for bit when x already has that format.
+template <class Native>
+Native to_native(const IEEEFloat& x) {
+    constexpr bool single = sizeof(Native) == 4;
+    const IEEEFloat::format native = single ? binary32_format : binary64_format;
+    if (x.is_nan() && x.get_format() != native) {
+        signal_nan(held_nan_is_signaling(x.get_repr(), Access::held(x), x.get_format()));
+        return native_nan<Native>(x.get_sign());
+    }
+    IEEEFloat y(x);
+    RoundingContext r = RoundingContext::of_mode(x.get_rounding_mode());
+    Access::convert(y, native, r);
+    y.self_specialize_repr(single ? IEEEFloat::REPR_FLOAT32 : IEEEFloat::REPR_FLOAT64);
+    Native v;
+    if constexpr (single)
+        std::memcpy(&v, &Access::held(y).bits32, sizeof v);
+    else
+        std::memcpy(&v, &Access::held(y).bits64, sizeof v);
+    return v;
 }
 
 } // namespace
@@ -86,25 +94,11 @@ IEEEFloat IEEEFloat::from_float(float v, format f, rounding_mode mode) {
 }
 
 double IEEEFloat::to_double() const {
-    if (is_nan() && fmt != binary64_format) {
-        signal_nan(held_nan_is_signaling(get_repr(), value, fmt));
-        return native_nan<double>(get_sign());
-    }
-    const std::uint64_t word = to_native<std::uint64_t>(*this, REPR_FLOAT64, binary64_format);
-    double d;
-    std::memcpy(&d, &word, sizeof d);
-    return d;
+    return to_native<double>(*this);
 }
 
 float IEEEFloat::to_float() const {
-    if (is_nan() && fmt != binary32_format) {
-        signal_nan(held_nan_is_signaling(get_repr(), value, fmt));
-        return native_nan<float>(get_sign());
-    }
-    const std::uint32_t word = to_native<std::uint32_t>(*this, REPR_FLOAT32, binary32_format);
-    float v;
-    std::memcpy(&v, &word, sizeof v);
-    return v;
+    return to_native<float>(*this);
 }
 
 } // namespace tarn
